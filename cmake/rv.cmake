@@ -1,0 +1,44 @@
+# The project's own build words: rv_library, rv_program, rv_test. Each takes a name and sources.
+
+add_library(rv_options INTERFACE)
+target_compile_options(rv_options INTERFACE
+    -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wformat=2 -Wsuggest-override
+    -fstack-protector-strong)
+target_include_directories(rv_options INTERFACE
+    ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/src/toolkit)
+target_compile_definitions(rv_options INTERFACE QT_NO_FOREACH _FILE_OFFSET_BITS=64)
+target_link_libraries(rv_options INTERFACE Threads::Threads)
+if(RV_WERROR)
+    target_compile_options(rv_options INTERFACE -Werror)
+endif()
+if(RV_SANITIZE)
+    target_compile_options(rv_options INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_link_options(rv_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(RV_TSAN)
+    target_compile_options(rv_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+    target_link_options(rv_options INTERFACE -fsanitize=thread)
+endif()
+
+# rv_library(NAME sources...): a static library, found by its path from src/ or src/toolkit/.
+function(rv_library name)
+    add_library(${name} STATIC ${ARGN})
+    target_link_libraries(${name} PUBLIC rv_options)
+endfunction()
+
+# rv_program(NAME sources...): a program in build/bin.
+function(rv_program name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE rv_options)
+endfunction()
+
+# rv_test(NAME LABEL sources...): a test program under CTest. Label "fast" runs under the sanitizers too.
+function(rv_test name label)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE rv_options Qt6::Core Qt6::Test)
+    set_target_properties(${name} PROPERTIES
+        AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 120)
+endfunction()

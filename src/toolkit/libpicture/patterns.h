@@ -1,0 +1,38 @@
+#pragma once
+
+#include "libpicture/picture.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace picture {
+
+void drawBlack(const View &view);
+/// 100/0/75/0 colour bars, BT.709 levels above 576 lines, BT.601 otherwise.
+void drawBars(const View &view);
+/// A horizontal luma ramp over the code values 4..1019, chroma neutral.
+void drawRamp(const View &view);
+
+/// The moving test pattern: a still natural-looking background with a stripe that moves a fixed step
+/// each frame, the frame-number bar at the top and the frame number in figures.
+/// Built once for a raster; draw() costs one copy of the background and little more.
+class MovingPattern
+{
+public:
+    MovingPattern(int width, int height);
+    /// Draws frame \a number into \a view, which has the size given at construction.
+    void draw(const View &view, std::uint32_t number) const;
+    int width() const { return _width; }
+    int height() const { return _height; }
+
+private:
+    int _width;
+    int _height;
+    std::vector<std::uint16_t> _background;
+};
+
+/// Draws text in a plain bitmap font, white on a dark box; what does not fit is cut off.
+/// \a scale is the size of one font pixel in samples.
+void drawText(const View &view, int x, int y, int scale, const char *text);
+
+} // namespace picture
