@@ -1,0 +1,40 @@
+#pragma once
+
+#include "liborb/orberror.h"
+#include "liborb/orbframe.h"
+#include "liborb/orbid.h"
+#include "liborb/orbstreaminfo.h"
+
+#include <QVariant>
+
+/// How a stream is opened.
+enum class OrbAccess { None = 0, Read = 1, Write = 2 };
+
+/// What a media driver tells its stream. Every call is made on the event-loop thread, in the order of the
+/// requests.
+class OrbMediaDriverHost
+{
+public:
+    virtual ~OrbMediaDriverHost() = default;
+    virtual void driverOpened(const OrbError &error, const OrbStreamInfo &info) = 0;
+    virtual void driverClosed() = 0;
+    virtual void driverFrameRead(int frame, const OrbFrame &data, const OrbError &error,
+                                 void *context) = 0;
+    /// \a frame counts the frames written from 0.
+    virtual void driverFrameWritten(int frame, const OrbError &error) = 0;
+};
+
+/// What a media driver must do for one open stream. The stream calls it on the event-loop thread; no call
+/// waits for the medium. Requests are carried out in order; close() comes last, after all frames written
+/// before it are on the medium, and is answered by driverClosed() also when the open failed.
+class OrbMediaDriver
+{
+public:
+    virtual ~OrbMediaDriver() = default; ///< the host is not called any more; may leave a hung medium behind
+
+    virtual void open(const QVariant &desc, OrbAccess access, const OrbStreamInfo &info) = 0;
+    virtual void read(int frame, void *context) = 0;
+    virtual void write(const OrbFrame &frame) = 0;
+    virtual void flush() = 0;
+    virtual void close() = 0;
+};

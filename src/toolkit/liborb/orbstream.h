@@ -1,0 +1,78 @@
+#pragma once
+
+#include "liborb/ifaces/mediadriver.h"
+#include "liborb/orbtimestamp.h"
+
+#include <QObject>
+#include <QVariant>
+
+#include <memory>
+
+/// One stream of frames that is read from media or written to a clip file. The descriptor is a path
+/// (QString) or an OrbPlayList. All calls and signals on the event-loop thread.
+class OrbStream : public QObject, private OrbMediaDriverHost
+{
+    Q_OBJECT
+public:
+    enum OpenState { Closed = 0, Open = 1, Opening = 2, Closing = 3 };
+
+    explicit OrbStream(QObject *parent = nullptr);
+    ~OrbStream() override;
+
+    // Answers at once
+    void setDesc(const QVariant &desc);
+    QVariant desc() const;
+    /// True when \a desc names the same media: the same path, or a play list of the same clips.
+    bool hasDesc(const QVariant &desc) const;
+    void setAutoType();
+    void setType(const OrbId &type);
+    void setInfo(const OrbStreamInfo &info);
+    OrbStreamInfo info() const;
+    void flush(); ///< pushes written frames towards storage; nothing unless writable
+    int pending() const; ///< requests not yet completed
+    void setBenchmarkEnable(bool on);
+    bool isReadable() const; ///< access is 1, whether open yet or not
+    bool isWritable() const; ///< access is 2
+    bool isClosed() const { return _state == Closed; }
+    bool isOpen() const { return _state == Open; }
+    bool isOpening() const { return _state == Opening; }
+    bool isClosing() const { return _state == Closing; }
+    void write(const OrbFrame &frame); ///< completes by frameWritten(); dropped unless open for writing
+
+    // Starts and completes by a signal
+    /// 1 reads, 2 writes; completes by openIsDone(access, error). False when there is no driver for the
+    /// descriptor or the stream is already open, opening or closing; a stream that is closing opens when
+    /// the close is done.
+    bool open(int access);
+    /// Completes by closeIsDone(), after every frame written before. Nothing on a closed stream. A stream
+    /// still opening is closed when the open is done, which is then not reported.
+    void close();
+    /// Completes by readIsDone(); an error when the stream is not open for reading.
+    void read(int frameNumber, void *context);
+
+signals:
+    void openIsDone(int access, const OrbError &error);
+    void closeIsDone();
+    void readIsDone(int frameNumber, const OrbFrame &frame, const OrbError &error, void *context);
+    void frameWritten(int frameNumber, const OrbError &error);
+    void benchmark(int frameNumber, const OrbTimeStamp &time);
+    /// close() was called on an open stream: the last moment to write.
+    void aboutToClose();
+
+private:
+    void driverOpened(const OrbError &error, const OrbStreamInfo &info) override;
+    void driverClosed() override;
+    void driverFrameRead(int frame, const OrbFrame &data, const OrbError &error,
+                         void *context) override;
+    void driverFrameWritten(int frame, const OrbError &error) override;
+
+    std::unique_ptr<OrbMediaDriver> _driver;
+    QVariant _desc;
+    OrbId _type;
+    OrbStreamInfo _info;
+    OpenState _state = Closed;
+    OrbAccess _access = OrbAccess::None;
+    int _pending = 0;
+    bool _benchmark = false;
+    bool _reopen = false; ///< open() was called while the stream was closing
+};
