@@ -1,0 +1,1 @@
+# filled by what lives here
