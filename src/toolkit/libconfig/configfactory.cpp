@@ -1,0 +1,33 @@
+#include "libconfig/config.h"
+
+#include "libconfig/storeuri.h"
+
+std::string GetConfigURI(const std::string &transport)
+{
+    return storeUri(transport, "values");
+}
+
+std::string GetEventsURI(const std::string &transport)
+{
+    return storeUri(transport, "events");
+}
+
+ConfigFactoryImpl *ConfigFactoryImpl::GetInstance()
+{
+    // Never deleted, so that it outlives every static object that holds a connection.
+    static auto *factory = new ConfigFactoryImpl;
+    return factory;
+}
+
+Config *ConfigFactoryImpl::create(const std::string &uri)
+{
+    if (_creator) {
+        return _creator(uri);
+    }
+    return nullptr;
+}
+
+void ConfigFactoryImpl::setCreator(Creator creator)
+{
+    _creator = std::move(creator);
+}
