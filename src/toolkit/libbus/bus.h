@@ -72,16 +72,18 @@ public:
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
 
-    /// Creates or takes over the bus \a name ("/rvd_program"). False with errno set when it cannot.
+    /// Creates or takes over the bus \a name ("/rvd_program"). False with errno set when it cannot,
+    /// EBUSY when another writer lives. An object of that name that is not one of ours is replaced.
     [[nodiscard]] bool open(const std::string &name);
     void close();
     bool isOpen() const;
     static void remove(const std::string &name);
 
     /// The slot that the next frame goes to, laid out for \a format; draw the picture there.
-    /// Invalid when the format is larger than a slot or the bus is not open.
+    /// Invalid when the format is larger than a slot, the bus is not open or there is no memory left.
+    /// An object that somebody has removed in the meantime is made anew.
     picture::View beginFrame(const Format &format);
-    /// Room for the next frame's audio: maxSamples * maxChannels * 3 bytes.
+    /// Room for the next frame's audio: maxSamples * maxChannels * 3 bytes. Null when the bus is not open.
     std::uint8_t *audioSlot();
     /// Publishes the frame begun last and wakes the readers. info.sequence is filled in here.
     void publish(FrameInfo info);
@@ -108,13 +110,16 @@ public:
 
     /// Waits for a frame newer than the one read last and copies it into \a frame (whose memory is
     /// reused). With \a inOrder the next frame still in the ring, otherwise the newest.
-    /// False when none came within \a timeoutMs (0 only looks) or wake() was called.
+    /// False when none came within \a timeoutMs (0 only looks, negative waits for ever), wake() was
+    /// called or the reader is not open; \a frame then holds nothing of use. A reader begins with the
+    /// newest frame that stands on the bus when it is opened, and follows it to a new object by itself.
     [[nodiscard]] bool next(Frame &frame, int timeoutMs, bool inOrder = true);
     /// Frames that were overwritten before this reader came to them.
     std::uint64_t missed() const;
     /// True when the writer has published within the last \a ms milliseconds.
     bool isAlive(int ms = 1000) const;
-    /// Ends a next() that another thread waits in. The one call another thread may make.
+    /// Ends a next() that another thread waits in, or else the following one. The one call that
+    /// another thread may make.
     void wake();
 
 private:
