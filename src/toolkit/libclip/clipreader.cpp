@@ -1,0 +1,320 @@
+#include "libclip/clipreader.h"
+
+#include "libclip/movindex.h"
+#include "libclip/rawfile.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <numeric>
+
+namespace clip {
+
+namespace {
+
+constexpr int maxRateTerm = 1'000'000;
+constexpr std::int64_t maxFps = 1000;
+constexpr int maxMergedChannels = 8;
+
+struct Rate
+{
+    int num = 0;
+    int den = 0;
+};
+
+/// The exact rates that whole hundredths and thousandths stand for.
+constexpr Rate exactRates[] = { { 24000, 1001 }, { 30000, 1001 }, { 48000, 1001 }, { 60000, 1001 } };
+
+/// A rate of the file in lowest terms; nothing when it is not one a clip can have.
+Rate rateOf(std::uint32_t timeScale, std::uint32_t duration)
+{
+    if (timeScale == 0 || duration == 0) {
+        return { };
+    }
+    const std::uint32_t divisor = std::gcd(timeScale, duration);
+    const std::uint32_t num = timeScale / divisor;
+    const std::uint32_t den = duration / divisor;
+    if (den != 1 && den != 1001) {
+        const double value = double(num) / double(den);
+        for (const Rate &rate : exactRates) {
+            const double exact = double(rate.num) / rate.den;
+            if (std::abs(value - exact) < exact * 0.0003) {
+                return rate;
+            }
+        }
+    }
+    if (num > std::uint32_t(maxRateTerm) || den > num || num > maxFps * den) {
+        return { };
+    }
+    return { int(num), int(den) };
+}
+
+/// Sets the scan from the first picture where the description does not state it.
+void scanFromPicture(std::span<const std::byte> picture, VideoFormat &video)
+{
+    BoxCursor cursor(picture);
+    if (video.codec == Codec::DnxHqx) {
+        const bool isDnx = cursor.u32() == 0x00000280;
+        cursor.skip(1);
+        const std::uint32_t field = cursor.u8();
+        if (isDnx && !cursor.failed() && (field & 2)) {
+            video.scan = Scan::Interlaced;
+            video.topFieldFirst = (field & 1) == 0;
+        }
+        return;
+    }
+    cursor.skip(4);
+    const bool isProRes = cursor.u32() == fourcc("icpf");
+    cursor.skip(12);
+    const std::uint32_t mode = cursor.u8() >> 2 & 3;
+    if (isProRes && !cursor.failed() && (mode == 1 || mode == 2)) {
+        video.scan = Scan::Interlaced;
+        video.topFieldFirst = mode == 1;
+    }
+}
+
+/// One track that gives channels of the clip's sound.
+struct SoundSource
+{
+    const MovTrack *track = nullptr;
+    std::int64_t shift = 0;     ///< from a sample of the clip to one of the track
+
+    std::int64_t end() const { return std::int64_t(track->soundSamples()) - shift; }
+};
+
+/// \a value units of \a scale in samples of sound.
+std::int64_t inSamples(std::uint64_t value, std::uint32_t scale)
+{
+    constexpr std::uint64_t most = std::uint64_t(1) << 40;
+    if (scale == 0 || value > most) {
+        return 0;
+    }
+    return std::int64_t(value * 48000 / scale);
+}
+
+} // namespace
+
+struct ClipReader::Private
+{
+    RawFile file;
+    MovIndex index;
+    ClipInfo info;
+    const MovTrack *video = nullptr;
+    std::size_t firstPicture = 0;
+    std::vector<SoundSource> sounds;
+
+    Error load();
+    Error loadVideo();
+    void loadSound();
+    void loadTimecode();
+    bool has(std::int64_t frame) const { return frame >= 0 && frame < info.frames; }
+    Error readSource(const SoundSource &source, std::int64_t from, std::int64_t samples,
+                     std::size_t firstChannel, std::span<std::byte> out) const;
+};
+
+ClipReader::ClipReader() : _d(std::make_unique<Private>())
+{
+}
+
+ClipReader::~ClipReader() = default;
+
+Error ClipReader::open(const std::string &path)
+{
+    close();
+    Error error = _d->file.openToRead(path);
+    if (!error) {
+        error = _d->load();
+    }
+    if (error) {
+        close();
+    }
+    return error;
+}
+
+void ClipReader::close()
+{
+    _d = std::make_unique<Private>();
+}
+
+bool ClipReader::isOpen() const
+{
+    return _d->file.isOpen();
+}
+
+const ClipInfo &ClipReader::info() const
+{
+    return _d->info;
+}
+
+Error ClipReader::Private::load()
+{
+    if (const Error error = readIndex(file, index)) {
+        return error;
+    }
+    if (const Error error = loadVideo()) {
+        return error;
+    }
+    loadSound();
+    loadTimecode();
+    info.isComplete = !index.isFragmented;
+    for (const MovTrack &track : index.tracks) {
+        info.isComplete = info.isComplete && !track.isCut;
+    }
+    return { };
+}
+
+Error ClipReader::Private::loadVideo()
+{
+    video = index.first(MovTrack::Kind::Video);
+    if (!video || video->video.codec == Codec::Unknown || video->video.width < 1
+        || video->video.height < 1) {
+        return systemError(EINVAL, "open clip: no video of a known kind");
+    }
+    const Rate rate = rateOf(video->timeScale, video->durations.duration);
+    const std::uint64_t skipped = std::uint64_t(video->start) / std::max(1u, video->durations.duration);
+    if (rate.num == 0 || skipped >= video->offsets.size()) {
+        return systemError(EINVAL, "open clip: no frame");
+    }
+    firstPicture = std::size_t(skipped);
+    info.frames = std::int64_t(video->offsets.size() - firstPicture);
+    info.video = video->video;
+    info.video.rateNum = rate.num;
+    info.video.rateDen = rate.den;
+    if (!video->hasFields) {
+        std::array<std::byte, 64> start { };
+        const std::size_t length = std::min<std::size_t>(start.size(), video->sizes[firstPicture]);
+        const auto bytes = std::span(start).first(length);
+        if (!file.readAt(video->offsets[firstPicture], bytes)) {
+            scanFromPicture(bytes, info.video);
+        }
+    }
+    if (index.isSegmented && info.video.scan == Scan::Progressive) {
+        info.video.scan = Scan::Segmented;
+    }
+    return { };
+}
+
+/// The first usable track gives the sound; when it is mono, the mono tracks after it are its other channels.
+void ClipReader::Private::loadSound()
+{
+    int channels = 0;
+    for (const MovTrack &track : index.tracks) {
+        if (track.kind != MovTrack::Kind::Sound || track.soundBlock() == 0) {
+            continue;
+        }
+        const bool isFirst = sounds.empty();
+        if (!isFirst && (track.channels != 1 || channels >= maxMergedChannels)) {
+            continue;
+        }
+        const std::int64_t start = inSamples(std::uint64_t(track.start), track.timeScale);
+        sounds.push_back({ &track, start - inSamples(track.delay, index.timeScale) });
+        channels += track.channels;
+        if (isFirst && track.channels != 1) {
+            break;
+        }
+    }
+    if (channels > 0) {
+        info.audio = AudioFormat { channels, 48000 };
+    }
+}
+
+void ClipReader::Private::loadTimecode()
+{
+    info.reel = index.reel;
+    const MovTrack *track = index.first(MovTrack::Kind::Timecode);
+    if (!track || track->timecode.fps == 0) {
+        return;
+    }
+    info.reel = track->reel;
+    std::array<std::byte, 4> sample { };
+    if (track->offsets.empty() || track->sizes[0] < sample.size()
+        || file.readAt(track->offsets[0], sample)) {
+        return;
+    }
+    info.timecode = track->timecode;
+    info.timecode->frameCount = BoxCursor(sample).u32();
+}
+
+std::size_t ClipReader::pictureSize(std::int64_t frame) const
+{
+    return _d->has(frame) ? _d->video->sizes[_d->firstPicture + std::size_t(frame)] : 0;
+}
+
+Error ClipReader::readPicture(std::int64_t frame, std::span<std::byte> out) const
+{
+    if (!_d->has(frame) || out.size() != pictureSize(frame)) {
+        return systemError(EINVAL, "read picture");
+    }
+    return _d->file.readAt(_d->video->offsets[_d->firstPicture + std::size_t(frame)], out);
+}
+
+Error ClipReader::readSound(std::int64_t frame, std::vector<std::byte> &out) const
+{
+    out.clear();
+    if (!_d->has(frame)) {
+        return systemError(EINVAL, "read sound");
+    }
+    if (!_d->info.audio) {
+        return { };
+    }
+    const AudioFormat &audio = *_d->info.audio;
+    const std::int64_t from = samplesBeforeFrame(frame, _d->info.video, audio.sampleRate);
+    const std::int64_t to = samplesBeforeFrame(frame + 1, _d->info.video, audio.sampleRate);
+    std::int64_t end = 0;
+    for (const SoundSource &source : _d->sounds) {
+        end = std::max(end, std::min(to, source.end()));
+    }
+    if (end <= from) {
+        return { };
+    }
+    out.resize(std::size_t(end - from) * std::size_t(audio.channels) * 3);
+    std::size_t channel = 0;
+    for (const SoundSource &source : _d->sounds) {
+        if (const Error error = _d->readSource(source, from, end - from, channel, out)) {
+            out.clear();
+            return error;
+        }
+        channel += std::size_t(source.track->channels);
+    }
+    return { };
+}
+
+/// Fills the channels of one track; where it has no sound, \a out keeps its silence.
+Error ClipReader::Private::readSource(const SoundSource &source, std::int64_t from,
+                                      std::int64_t samples, std::size_t firstChannel,
+                                      std::span<std::byte> out) const
+{
+    const MovTrack &track = *source.track;
+    const auto block = std::size_t(track.soundBlock());
+    const auto outBlock = std::size_t(info.audio->channels) * 3;
+    std::int64_t at = std::max<std::int64_t>(from + source.shift, 0);
+    const std::int64_t stop = std::min(from + samples + source.shift,
+                                       std::int64_t(track.soundSamples()));
+    auto run = std::ranges::upper_bound(track.runs, std::uint64_t(at), { }, &SoundRun::firstSample);
+    std::vector<std::byte> bytes;
+    while (at < stop && run != track.runs.begin()) {
+        const SoundRun &here = *(run - 1);
+        const std::uint64_t into = std::uint64_t(at) - here.firstSample;
+        const std::uint64_t count = std::min(here.samples - into, std::uint64_t(stop - at));
+        bytes.resize(std::size_t(count) * block);
+        if (const Error error = file.readAt(here.offset + into * block, bytes)) {
+            return error;
+        }
+        const auto place = std::size_t(at - source.shift - from);
+        if (track.channels == info.audio->channels) {
+            toLittle24(track.pcm, bytes, out.subspan(place * outBlock));
+        } else {
+            toLittle24(track.pcm, bytes, out.subspan(place * outBlock + firstChannel * 3),
+                       std::size_t(info.audio->channels));
+        }
+        at += std::int64_t(count);
+        if (run == track.runs.end()) {
+            break;
+        }
+        ++run;
+    }
+    return { };
+}
+
+} // namespace clip

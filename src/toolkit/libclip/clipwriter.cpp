@@ -1,0 +1,371 @@
+// The life of a clip being written. open() makes the head durable: file type, a placeholder, a movie
+// without samples. Each half second becomes one fragment, written at once behind the others with its head
+// disguised as a free box, which every reader skips. When the fragment is durable its type is turned into
+// "moof", four bytes within one sector, so a reader meets whole fragments or none. close() appends the
+// movie of the whole clip and, when that is durable, turns the placeholder into the header of a data box
+// that reaches up to it: the first movie and the fragment heads become bytes nobody looks at. At every
+// instant one of the two views of the file is whole.
+
+#include "libclip/clipwriter.h"
+
+#include "libclip/movfragment.h"
+#include "libclip/movhead.h"
+#include "libclip/movsample.h"
+#include "libclip/rawfile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <limits>
+#include <mutex>
+
+namespace clip {
+
+namespace {
+
+constexpr std::size_t maxPictureBytes = std::size_t(1) << 30;
+constexpr std::uint64_t maxSamples = std::numeric_limits<std::uint32_t>::max();
+
+/// The medium is full or the file may not grow, but what was written is sound.
+bool isForWantOfSpace(const Error &error)
+{
+    return error.code == ENOSPC || error.code == EDQUOT || error.code == EFBIG;
+}
+
+bool isWritable(const ClipInfo &info)
+{
+    const VideoFormat &video = info.video;
+    constexpr int maxRaster = 16384;
+    constexpr int maxRateTerm = 1'000'000;
+    constexpr std::int64_t maxFps = 1000;
+    if (video.codec == Codec::Unknown || video.width < 1 || video.width > maxRaster
+        || video.height < 1 || video.height > maxRaster) {
+        return false;
+    }
+    if (video.rateNum < 1 || video.rateDen < 1 || video.rateNum > maxRateTerm
+        || video.rateDen > video.rateNum || video.rateNum > maxFps * video.rateDen) {
+        return false;
+    }
+    if (info.audio
+        && (info.audio->channels < 1 || info.audio->channels > 16
+            || info.audio->sampleRate != 48000)) {
+        return false;
+    }
+    if (info.timecode && (info.timecode->fps < 1 || info.timecode->fps > 255)) {
+        return false;
+    }
+    return info.reel.size() <= 255;
+}
+
+/// A fragment that is in the file but not yet a fragment to readers.
+struct Uncommitted
+{
+    std::uint64_t offset = 0;
+    std::int64_t framesWithIt = 0;
+};
+
+} // namespace
+
+struct ClipWriter::Private
+{
+    Syncing syncing = Syncing::ByWrite;
+    RawFile file;
+    std::string path;
+    ClipInfo info;
+    MovieTables tables;
+    MovFragment fragment;
+    std::uint32_t sequence = 1;
+    std::uint64_t end = 0;          ///< where the next fragment goes
+    Error writeError;
+
+    std::mutex mutex;               ///< guards the three below, never held during a wait
+    std::vector<Uncommitted> uncommitted;
+    std::int64_t flippedFrames = 0; ///< committed as soon as the next sync is over
+    Error syncError;
+    std::atomic<std::int64_t> committed { 0 };
+
+    Error create(const std::string &newPath);
+    Error check(std::span<const std::byte> picture, std::span<const std::byte> sound) const;
+    Error writeFragment();
+    Error commit();
+    Error currentError();
+    Error complete();
+    Error closeAfter(const Error &error);
+    void reset();
+};
+
+ClipWriter::ClipWriter() : _d(std::make_unique<Private>())
+{
+}
+
+ClipWriter::~ClipWriter()
+{
+    (void)close();
+}
+
+void ClipWriter::setSyncing(Syncing syncing)
+{
+    _d->syncing = syncing;
+}
+
+bool ClipWriter::isOpen() const
+{
+    return _d->file.isOpen();
+}
+
+std::int64_t ClipWriter::frames() const
+{
+    return std::int64_t(_d->tables.pictureSizes.size() + _d->fragment.pictureSizes().size());
+}
+
+std::int64_t ClipWriter::committedFrames() const
+{
+    return _d->committed.load();
+}
+
+Error ClipWriter::open(const std::string &path, const ClipInfo &info)
+{
+    if (isOpen()) {
+        return systemError(EBUSY, "open clip");
+    }
+    if (!isWritable(info)) {
+        return systemError(EINVAL, "open clip");
+    }
+    _d->reset();
+    _d->info = info;
+    if (const Error error = _d->create(path)) {
+        return error;
+    }
+    _d->fragment.start(_d->info, true);
+    return { };
+}
+
+Error ClipWriter::Private::create(const std::string &newPath)
+{
+    if (const Error error = file.create(newPath)) {
+        return error;
+    }
+    path = newPath;
+    const auto head = movieHead(info);
+    end = head.size();
+    Error error = file.writeAt(0, head);
+    if (!error) {
+        error = file.sync();
+    }
+    if (!error) {
+        error = syncDirectoryOf(path);
+    }
+    if (error) {
+        // The name was free before: leave no file behind that no reader opens.
+        file.close();
+        removeFile(path);
+    }
+    return error;
+}
+
+Error ClipWriter::write(std::span<const std::byte> picture, std::span<const std::byte> sound)
+{
+    if (const Error error = _d->check(picture, sound)) {
+        return error;
+    }
+    if (const Error error = _d->currentError()) {
+        return error;
+    }
+    if (_d->tables.dnxCompression == 0 && _d->info.video.codec == Codec::DnxHqx) {
+        _d->tables.dnxCompression = dnxCompressionOf(picture);
+    }
+    _d->fragment.add(picture, sound);
+    if (!_d->fragment.isFull()) {
+        return { };
+    }
+    if (const Error error = _d->writeFragment()) {
+        return error;
+    }
+    return _d->syncing == Syncing::ByWrite ? _d->commit() : Error { };
+}
+
+Error ClipWriter::Private::check(std::span<const std::byte> picture,
+                                 std::span<const std::byte> sound) const
+{
+    if (!file.isOpen()) {
+        return systemError(EBADF, "write clip");
+    }
+    const bool isWholeSamples =
+        info.audio ? sound.size() % soundBlock(info.audio->channels) == 0 : sound.empty();
+    if (picture.empty() || !isWholeSamples) {
+        return systemError(EINVAL, "write clip");
+    }
+    // The tables count samples in 32 bits: some 24 hours of sound.
+    const std::uint64_t samples = tables.soundSamples + fragment.soundSamples()
+        + (info.audio ? sound.size() / soundBlock(info.audio->channels) : 0);
+    if (picture.size() > maxPictureBytes || sound.size() > maxPictureBytes || samples > maxSamples) {
+        return systemError(EFBIG, "write clip");
+    }
+    return { };
+}
+
+/// Writes the gathered frames at the end of the file, not yet visible to readers.
+Error ClipWriter::Private::writeFragment()
+{
+    if (fragment.isEmpty()) {
+        return { };
+    }
+    MovFragment::Places places;
+    const MovFragment::Position position {
+        end, sequence, tables.pictureSizes.size(), tables.soundSamples
+    };
+    const auto bytes = fragment.seal(position, places);
+    writeError = file.writeAt(end, bytes);
+    if (writeError) {
+        fragment.start(info, sequence == 1);
+        // What the failed write left is no fragment; without it the index of the clip finds room.
+        (void)file.truncate(end);
+        return writeError;
+    }
+    const auto sizes = fragment.pictureSizes();
+    tables.pictureSizes.insert(tables.pictureSizes.end(), sizes.begin(), sizes.end());
+    tables.pictureChunks.push_back(places.pictures);
+    if (places.sound.samples != 0) {
+        tables.soundChunks.push_back(places.sound);
+        tables.soundSamples += places.sound.samples;
+    }
+    if (places.timecodeOffset != 0) {
+        tables.timecodeOffset = places.timecodeOffset;
+    }
+    {
+        const std::lock_guard lock(mutex);
+        uncommitted.push_back({ end, std::int64_t(tables.pictureSizes.size()) });
+    }
+    end = places.end;
+    ++sequence;
+    fragment.start(info, false);
+    return { };
+}
+
+/// One wait for the medium: makes the written fragments durable together with the commits before, then
+/// commits the fragments. A medium that fails here once is never asked again: the system may have dropped
+/// what it could not write and would answer with success.
+Error ClipWriter::Private::commit()
+{
+    std::vector<Uncommitted> durable;
+    std::int64_t flipped = 0;
+    {
+        const std::lock_guard lock(mutex);
+        if (syncError) {
+            return syncError;
+        }
+        durable.swap(uncommitted);
+        flipped = flippedFrames;
+    }
+    Error error = file.sync();
+    if (!error) {
+        committed.store(flipped);
+    }
+    BoxWriter type;
+    type.code("moof");
+    for (const Uncommitted &one : durable) {
+        if (!error) {
+            error = file.writeAt(one.offset + MovFragment::commitOffset, type.bytes());
+        }
+    }
+    const std::lock_guard lock(mutex);
+    syncError = error;
+    if (!error && !durable.empty()) {
+        flippedFrames = durable.back().framesWithIt;
+    }
+    return error;
+}
+
+Error ClipWriter::Private::currentError()
+{
+    const std::lock_guard lock(mutex);
+    return syncError ? syncError : writeError;
+}
+
+Error ClipWriter::flush()
+{
+    if (!isOpen()) {
+        return systemError(EBADF, "flush clip");
+    }
+    if (const Error error = _d->currentError()) {
+        return error;
+    }
+    if (const Error error = _d->writeFragment()) {
+        return error;
+    }
+    // The first makes the fragments durable, the second their commits.
+    if (const Error error = _d->commit()) {
+        return error;
+    }
+    return _d->commit();
+}
+
+Error ClipWriter::sync()
+{
+    return isOpen() ? _d->commit() : systemError(EBADF, "sync clip");
+}
+
+Error ClipWriter::close()
+{
+    if (!isOpen()) {
+        return { };
+    }
+    Error error = _d->currentError();
+    if (!error) {
+        error = _d->writeFragment();
+    }
+    const Error outcome = _d->closeAfter(error);
+    _d->file.close();
+    return outcome;
+}
+
+/// The steps that are left after \a error, each tried once; the answer is the first error.
+Error ClipWriter::Private::closeAfter(const Error &error)
+{
+    const Error commitError = commit();
+    if (commitError) {
+        return error ? error : commitError;
+    }
+    if (error && !isForWantOfSpace(error)) {
+        return error;
+    }
+    const Error completeError = complete();
+    return error ? error : completeError;
+}
+
+/// Turns the fragmented clip into an ordinary one.
+Error ClipWriter::Private::complete()
+{
+    const auto movie = completeMovie(info, tables);
+    if (const Error error = file.writeAt(end, movie)) {
+        (void)file.truncate(end);
+        (void)file.sync();
+        return error;
+    }
+    if (const Error error = file.sync()) {
+        return error;
+    }
+    BoxWriter header;
+    header.u32(1).code("mdat").u64(end - placeholderOffset);
+    if (const Error error = file.writeAt(placeholderOffset, header.bytes())) {
+        return error;
+    }
+    if (const Error error = file.sync()) {
+        return error;
+    }
+    committed.store(std::int64_t(tables.pictureSizes.size()));
+    return syncDirectoryOf(path);
+}
+
+void ClipWriter::Private::reset()
+{
+    tables = { };
+    sequence = 1;
+    end = 0;
+    writeError = { };
+    uncommitted.clear();
+    flippedFrames = 0;
+    syncError = { };
+    committed.store(0);
+}
+
+} // namespace clip

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "libclip/movtrack.h"
+#include "libclip/rawfile.h"
+
+#include <optional>
+
+namespace clip {
+
+/// What a movie file holds, read without belief: every offset in it is within the file.
+struct MovIndex
+{
+    std::vector<MovTrack> tracks;
+    std::uint32_t timeScale = 0;  ///< of the movie
+    bool isFragmented = false;
+    bool isSegmented = false;
+    std::string reel;             ///< of a clip without a timecode track
+
+    const MovTrack *first(MovTrack::Kind kind) const;
+};
+
+/// Reads the index of \a file as it stands. EINVAL when there is none; otherwise the system's error.
+Error readIndex(const RawFile &file, MovIndex &index);
+
+/// Reads a whole fragment head that stands at \a offset and adds its samples to the tracks.
+void addFragment(BoxCursor moof, std::uint64_t offset, std::uint64_t fileSize, MovIndex &index);
+
+} // namespace clip

@@ -1,0 +1,162 @@
+#include "libclip/rawfile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace clip {
+
+namespace {
+
+/// One system call moves at most this much: some systems cut or refuse more than 2 GiB.
+constexpr std::size_t maxTransfer = std::size_t(1) << 30;
+
+bool fitsOffset(std::uint64_t offset, std::size_t length)
+{
+    constexpr auto limit = std::uint64_t(std::numeric_limits<off_t>::max());
+    return offset <= limit && length <= limit - offset;
+}
+
+} // namespace
+
+Error systemError(int code, const char *what)
+{
+    return { code, std::string(what) + ": " + std::generic_category().message(code) };
+}
+
+void removeFile(const std::string &path)
+{
+    (void)::unlink(path.c_str());
+}
+
+Error syncDirectoryOf(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    std::string folder = slash == std::string::npos ? "." : path.substr(0, slash);
+    if (folder.empty()) {
+        folder = "/";
+    }
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return systemError(errno, "open directory");
+    }
+    int outcome = 0;
+    do {
+        outcome = ::fsync(descriptor);
+    } while (outcome < 0 && errno == EINTR);
+    const int code = outcome < 0 ? errno : 0;
+    ::close(descriptor);
+    // Some file systems have no such call for directories and need none.
+    if (code == 0 || code == EINVAL || code == ENOTSUP) {
+        return { };
+    }
+    return systemError(code, "sync directory");
+}
+
+Error RawFile::create(const std::string &path)
+{
+    close();
+    // Read access is for preallocation and for the writer's own checks.
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    _descriptor = ::open(path.c_str(), flags, 0666);
+    return _descriptor < 0 ? systemError(errno, "create") : Error { };
+}
+
+Error RawFile::openToRead(const std::string &path)
+{
+    close();
+    // Without O_NONBLOCK a named pipe would hold the thread for good.
+    _descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (_descriptor < 0) {
+        return systemError(errno, "open");
+    }
+    struct stat status { };
+    if (::fstat(_descriptor, &status) < 0 || !S_ISREG(status.st_mode)) {
+        close();
+        return systemError(EINVAL, "open");
+    }
+    return { };
+}
+
+void RawFile::close()
+{
+    if (_descriptor >= 0) {
+        ::close(_descriptor);
+        _descriptor = -1;
+    }
+}
+
+Error RawFile::size(std::uint64_t &bytes) const
+{
+    struct stat status { };
+    if (::fstat(_descriptor, &status) < 0) {
+        return systemError(errno, "stat");
+    }
+    bytes = std::uint64_t(std::max<off_t>(status.st_size, 0));
+    return { };
+}
+
+Error RawFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes)
+{
+    if (!fitsOffset(offset, bytes.size())) {
+        return systemError(EFBIG, "write");
+    }
+    while (!bytes.empty()) {
+        const std::size_t length = std::min(bytes.size(), maxTransfer);
+        const ssize_t done = ::pwrite(_descriptor, bytes.data(), length, off_t(offset));
+        if (done < 0 && errno == EINTR) {
+            continue;
+        }
+        if (done <= 0) {
+            return systemError(done < 0 ? errno : EIO, "write");
+        }
+        bytes = bytes.subspan(std::size_t(done));
+        offset += std::uint64_t(done);
+    }
+    return { };
+}
+
+Error RawFile::readAt(std::uint64_t offset, std::span<std::byte> bytes) const
+{
+    if (!fitsOffset(offset, bytes.size())) {
+        return systemError(EIO, "read");
+    }
+    while (!bytes.empty()) {
+        const std::size_t length = std::min(bytes.size(), maxTransfer);
+        const ssize_t done = ::pread(_descriptor, bytes.data(), length, off_t(offset));
+        if (done < 0 && errno == EINTR) {
+            continue;
+        }
+        if (done <= 0) {
+            return systemError(done < 0 ? errno : EIO, "read");
+        }
+        bytes = bytes.subspan(std::size_t(done));
+        offset += std::uint64_t(done);
+    }
+    return { };
+}
+
+Error RawFile::truncate(std::uint64_t bytes)
+{
+    int outcome = 0;
+    do {
+        outcome = ::ftruncate(_descriptor, off_t(bytes));
+    } while (outcome < 0 && errno == EINTR);
+    return outcome < 0 ? systemError(errno, "truncate") : Error { };
+}
+
+Error RawFile::sync()
+{
+    int outcome = 0;
+    do {
+        outcome = ::fdatasync(_descriptor);
+    } while (outcome < 0 && errno == EINTR);
+    return outcome < 0 ? systemError(errno, "sync") : Error { };
+}
+
+} // namespace clip

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "libclip/clip.h"
+
+#include <cstddef>
+#include <span>
+
+namespace clip {
+
+/// A file descriptor with whole reads and writes at a position. Interrupted and short calls are
+/// continued. Every call may wait for the medium; calls on different positions may run on different
+/// threads.
+class RawFile
+{
+public:
+    RawFile() = default;
+    ~RawFile() { close(); }
+    RawFile(const RawFile &) = delete;
+    RawFile &operator=(const RawFile &) = delete;
+
+    /// Creates \a path for reading and writing; EEXIST when anything has this name.
+    Error create(const std::string &path);
+    /// Opens a regular file for reading; EINVAL for anything else.
+    Error openToRead(const std::string &path);
+    bool isOpen() const { return _descriptor >= 0; }
+    void close();
+
+    /// Bytes of the file now.
+    Error size(std::uint64_t &bytes) const;
+    Error writeAt(std::uint64_t offset, std::span<const std::byte> bytes);
+    /// EIO when the file ends before \a bytes is full.
+    Error readAt(std::uint64_t offset, std::span<std::byte> bytes) const;
+    Error truncate(std::uint64_t bytes);
+    /// fdatasync: what is written by now survives a loss of power.
+    Error sync();
+
+private:
+    int _descriptor = -1;
+};
+
+/// An error of the operation \a what with the system's words.
+Error systemError(int code, const char *what);
+/// Unlinks \a path, ignoring the outcome.
+void removeFile(const std::string &path);
+/// Makes a new name in the directory of \a path durable.
+Error syncDirectoryOf(const std::string &path);
+
+} // namespace clip
