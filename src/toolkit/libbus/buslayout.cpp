@@ -18,7 +18,7 @@ void describe(Header &header)
     header.headerBytes = sizeof(Header);
     header.objectBytes = objectBytes;
     header.slotBytes = slotBytes;
-    header.slots = slotCount;
+    header.ringSlots = slotCount;
     header.pictureOffset = pictureOffset;
     header.audioOffset = audioOffset;
 }
@@ -27,7 +27,7 @@ bool isOurs(const Header &header)
 {
     return header.magic == busMagic && header.version == busVersion
            && header.headerBytes == sizeof(Header) && header.objectBytes == objectBytes
-           && header.slotBytes == slotBytes && header.slots == slotCount
+           && header.slotBytes == slotBytes && header.ringSlots == slotCount
            && header.pictureOffset == pictureOffset && header.audioOffset == audioOffset;
 }
 

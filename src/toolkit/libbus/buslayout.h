@@ -26,7 +26,7 @@ struct Header {
     std::uint32_t headerBytes;
     std::uint64_t objectBytes;
     std::uint64_t slotBytes;
-    std::uint32_t slots;
+    std::uint32_t ringSlots;
     std::uint32_t pictureOffset;           ///< within a slot
     std::uint64_t audioOffset;             ///< within a slot
     std::uint64_t sequence;                ///< the writer's own count, for the writer that comes after it

@@ -1,0 +1,4 @@
+rv_test(tst_bus fast ${CMAKE_CURRENT_LIST_DIR}/tst_bus.cpp)
+target_link_libraries(tst_bus PRIVATE bus)
+rv_test(tst_bus_hostile fast ${CMAKE_CURRENT_LIST_DIR}/tst_bus_hostile.cpp)
+target_link_libraries(tst_bus_hostile PRIVATE bus)
