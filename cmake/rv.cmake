@@ -41,4 +41,18 @@ function(rv_test name label)
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 120)
+    if(label STREQUAL "fast")
+        add_dependencies(fast_tests ${name})
+    endif()
 endfunction()
+
+# rv_system_test(NAME script): a script that runs real processes in namespaces of its own.
+function(rv_system_test name script)
+    add_test(NAME ${name}
+        COMMAND ${PROJECT_SOURCE_DIR}/scripts/isolated.sh
+            python3 ${script} ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+    set_tests_properties(${name} PROPERTIES LABELS system TIMEOUT 300 SKIP_RETURN_CODE 77)
+endfunction()
+
+# Everything that the sanitizers run.
+add_custom_target(fast_tests)

@@ -1,0 +1,42 @@
+# The project's commands. Each sets up what it needs: packages, a build tree, the build.
+#
+#   make run      build and start the recorder on media and an input of its own (INPUT=url for yours)
+#   make test     build and run every test
+#   make demo     record and play a live stream end to end and check what is seen
+#   make bench    measure against what a user would pick instead
+#   make packages install what is missing
+
+PRESET ?= release
+JOBS ?= $(shell nproc)
+BUILD = build/$(PRESET)
+export PATH := $(PATH):/usr/sbin:/sbin
+
+.PHONY: all run test demo bench soak packages build clean install
+
+all: build
+
+packages:
+	@scripts/packages.sh
+
+build: packages
+	@cmake --preset $(PRESET) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	@scripts/run.sh $(BUILD)/bin
+
+test: packages
+	@scripts/test.sh
+
+demo: build
+	@scripts/isolated.sh python3 scripts/demo.py $(BUILD)/bin
+
+bench: build
+	@scripts/isolated.sh python3 bench/bench.py $(BUILD)/bin
+
+# Ten minutes of recording: no dropped frame, memory flat.
+soak: build
+	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
+
+clean:
+	rm -rf build out
