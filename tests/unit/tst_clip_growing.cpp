@@ -167,8 +167,11 @@ void TestClipGrowing::anUncommittedTailOfAnyLengthHidesNothing()
 
     for (int cut = committed; cut < committed + 600; ++cut) {
         QVERIFY(setContent(path("cut.mov"), whole.left(cut)));
-        QCOMPARE(framesIn("cut.mov"), 24);
+        ClipReader reader;
+        QCOMPARE(reader.open(stdPath("cut.mov")).code, 0);
+        QCOMPARE(reader.info().frames, std::int64_t(24));
         if (cut % 20 == 0) {
+            QCOMPARE(firstWrongFrame(reader), -1);
             QCOMPARE(probedFrames("cut.mov"), 24);
         }
     }
@@ -221,7 +224,7 @@ void TestClipGrowing::aClipCutAnywhereKeepsWhatItHolds()
         ends.append(contentOf(path("whole.mov")).size());
     }
     const QByteArray whole = contentOf(path("whole.mov"));
-    for (qsizetype cut = 0; cut < whole.size(); cut += 101) {
+    for (qsizetype cut = 0; cut < whole.size(); cut += 409) {
         QVERIFY(setContent(path("cut.mov"), whole.left(cut)));
         const auto held = std::ranges::count_if(ends, [&](qsizetype end) { return end <= cut; }) * 14;
         ClipReader reader;
