@@ -1,6 +1,7 @@
 #include "libconfig/config.h"
 
 #include "libconfig/storeuri.h"
+#include "libconfig/udpconfig.h"
 
 std::string GetConfigURI(const std::string &transport)
 {
@@ -24,7 +25,7 @@ Config *ConfigFactoryImpl::create(const std::string &uri)
     if (_creator) {
         return _creator(uri);
     }
-    return nullptr;
+    return UdpConfig::connect(uri);
 }
 
 void ConfigFactoryImpl::setCreator(Creator creator)

@@ -1,0 +1,223 @@
+#include "libconfig/storeclient.h"
+
+#include "libconfig/packet.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <map>
+#include <random>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr std::chrono::milliseconds farewellTime{300};
+// Datagrams taken in before what is due is sent.
+constexpr int maxReceived = 64;
+
+std::uint64_t randomClient()
+{
+    std::random_device source;
+    const std::uint64_t number = std::uint64_t(source()) << 32 | source();
+    return number ? number : 1;
+}
+
+std::int64_t monotonicMs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+int connectedSocket(StoreAddress address)
+{
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(address.port);
+    to.sin_addr.s_addr = htonl(address.host);
+    if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof to) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+} // namespace
+
+std::shared_ptr<StoreClient> StoreClient::open(StoreAddress address)
+{
+    using Key = std::pair<std::uint32_t, std::uint16_t>;
+    // Never deleted, so that it outlives every static object that holds a connection.
+    static auto *mutex = new std::mutex;
+    static auto *clients = new std::map<Key, std::weak_ptr<StoreClient>>;
+    const std::lock_guard lock(*mutex);
+    auto &known = (*clients)[{address.host, address.port}];
+    std::shared_ptr<StoreClient> client = known.lock();
+    if (!client) {
+        client = openPrivate(address);
+        known = client;
+    }
+    return client;
+}
+
+std::shared_ptr<StoreClient> StoreClient::openPrivate(StoreAddress address)
+{
+    const int socket = connectedSocket(address);
+    const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (socket < 0 || wake < 0) {
+        close(socket);
+        close(wake);
+        return nullptr;
+    }
+    return std::shared_ptr<StoreClient>(new StoreClient(socket, wake));
+}
+
+StoreClient::StoreClient(int socket, int wake)
+    : _socket(socket), _wake(wake),
+      // A datagram that cannot be sent now is sent again, like any that is lost.
+      _link(randomClient(), [socket](const std::string &datagram) {
+          ::send(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+      })
+{
+    _thread = std::thread([this] { run(); });
+}
+
+StoreClient::~StoreClient()
+{
+    if (isReachable()) {
+        flush(farewellTime);
+    }
+    {
+        const std::lock_guard lock(_mutex);
+        _link.goodbye();
+        _stop = true;
+    }
+    this->wake();
+    _thread.join();
+    close(_socket);
+    close(_wake);
+}
+
+bool StoreClient::waitUntilReady(Milliseconds timeout)
+{
+    std::unique_lock lock(_mutex);
+    return _progress.wait_for(lock, timeout, [this] { return _link.isReady(); });
+}
+
+bool StoreClient::isReachable() const
+{
+    const std::lock_guard lock(_mutex);
+    return _link.isReachable();
+}
+
+std::optional<ParamValue> StoreClient::value(eParam_t id) const
+{
+    const std::lock_guard lock(_mutex);
+    return _link.value(id);
+}
+
+bool StoreClient::set(eParam_t id, const ParamValue &value)
+{
+    bool isSet = false;
+    {
+        const std::lock_guard lock(_mutex);
+        isSet = _link.set(id, value);
+    }
+    wake();
+    return isSet;
+}
+
+StoreClient::Outcome StoreClient::flush(Milliseconds timeout)
+{
+    std::unique_lock lock(_mutex);
+    const bool isComplete = _progress.wait_for(lock, timeout, [this] { return _link.isIdle(); });
+    return {isComplete, _link.takeRefusals()};
+}
+
+void StoreClient::addListener(ConfigEventListener *listener)
+{
+    const std::lock_guard lock(_dispatch);
+    _listeners.push_back(listener);
+}
+
+void StoreClient::removeListener(ConfigEventListener *listener)
+{
+    const std::lock_guard lock(_dispatch);
+    const auto found = std::ranges::find(_listeners, listener);
+    if (found != _listeners.end()) {
+        _listeners.erase(found);
+    }
+}
+
+void StoreClient::run()
+{
+    std::array<pollfd, 2> fds{{{_socket, POLLIN, 0}, {_wake, POLLIN, 0}}};
+    for (;;) {
+        std::int64_t wait = 0;
+        {
+            const std::lock_guard lock(_mutex);
+            if (_stop) {
+                return;
+            }
+            const std::int64_t now = monotonicMs();
+            wait = std::max<std::int64_t>(_link.step(now) - now, 0);
+        }
+        _progress.notify_all();
+        poll(fds.data(), fds.size(), static_cast<int>(wait));
+        if (fds[1].revents) {
+            std::uint64_t count = 0;
+            [[maybe_unused]] const ssize_t got = read(_wake, &count, sizeof count);
+        }
+        if (fds[0].revents) {
+            receive();
+        }
+    }
+}
+
+void StoreClient::receive()
+{
+    // One byte more than a packet may have, so that a longer datagram is seen as such.
+    std::array<std::uint8_t, maxPacketBytes + 1> buffer;
+    std::vector<ConfigEvent> events;
+    for (int i = 0; i < maxReceived; i++) {
+        const ssize_t size = recv(_socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
+        const std::lock_guard lock(_mutex);
+        if (size >= 0) {
+            _link.receive({buffer.data(), static_cast<std::size_t>(size)}, monotonicMs(), events);
+        } else if (errno == ECONNREFUSED) {
+            _link.refused(monotonicMs());
+        } else {
+            break;
+        }
+    }
+    deliver(events);
+}
+
+void StoreClient::deliver(const std::vector<ConfigEvent> &events)
+{
+    const std::lock_guard lock(_dispatch);
+    for (const ConfigEvent &event : events) {
+        // A listener may add or remove listeners in its call.
+        const auto listeners = _listeners;
+        for (ConfigEventListener *listener : listeners) {
+            if (std::ranges::find(_listeners, listener) != _listeners.end()) {
+                listener->ParamChanged(event);
+            }
+        }
+    }
+}
+
+void StoreClient::wake()
+{
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(_wake, &one, sizeof one);
+}

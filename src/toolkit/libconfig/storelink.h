@@ -1,0 +1,134 @@
+#pragma once
+
+#include "libconfig/config.h"
+#include "libmessages/wire.pb.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+/// A set that did not come to pass.
+struct StoreRefusal {
+    eParam_t id;
+    lumo::store::Status status;
+};
+
+/// A client's side of the store's protocol, without socket, thread and clock: times and datagrams in,
+/// datagrams and events out. Holds the mirror of all values.
+///
+/// The life of a link: lost, until the store answers a subscription; listing, while it fetches all values;
+/// live. A store that restarts is known by its epoch: then everything is listed again, and a value that
+/// only the store lost, because this client was the last to set it, is set again.
+class StoreLink
+{
+public:
+    using Send = std::function<void(const std::string &datagram)>;
+
+    static constexpr std::size_t maxQueued = 1024;
+    static constexpr std::size_t maxRefusals = 64;
+    static constexpr std::int64_t renewMs = 1500;
+    static constexpr std::int64_t silenceMs = 3500;
+
+    /// `client` is random and not 0.
+    StoreLink(std::uint64_t client, Send send);
+
+    std::optional<ParamValue> value(eParam_t id) const;
+    /// Queue a value; see StoreClient::set().
+    bool set(eParam_t id, const ParamValue &value);
+
+    /// The store has answered and not fallen silent.
+    bool isReachable() const { return _phase != Phase::Lost; }
+    /// All values have been listed at least once.
+    bool isReady() const { return _isReady; }
+    /// Nothing set waits for an answer.
+    bool isIdle() const { return _queue.empty() && _underway.empty(); }
+    /// The sets that failed since the last call.
+    std::vector<StoreRefusal> takeRefusals();
+
+    /// Take one datagram in; changes for the listeners are added to `events`.
+    void receive(std::span<const std::uint8_t> datagram, std::int64_t nowMs,
+                 std::vector<ConfigEvent> &events);
+    /// Nobody listens at the store's address.
+    void refused(std::int64_t nowMs);
+    /// Send what is due. The answer is when to call again at the latest.
+    std::int64_t step(std::int64_t nowMs);
+    /// End the subscription.
+    void goodbye();
+
+private:
+    enum class Phase {
+        Lost,
+        Listing,
+        Live,
+    };
+
+    struct Entry {
+        const ParamDescriptor *descriptor;
+        ParamValue value;           ///< as the store has it, as far as is known
+        std::int64_t revision = -1; ///< of the value in this epoch; -1 not known
+        bool isOwn = false;         ///< this client was the last to set it
+        std::optional<ParamValue> wanted; ///< set here, and not yet seen from the store
+        std::uint64_t ticket = 0;         ///< of the set that `wanted` comes from
+        std::int64_t wantedRevision = -1; ///< once the store has carried it out
+    };
+
+    struct Queued {
+        Entry *entry;
+        ParamValue value;
+        std::uint64_t ticket;
+    };
+
+    /// A request that is repeated until it is answered.
+    struct Request {
+        std::uint64_t number = 0; ///< 0: none under way
+        std::string datagram;
+        int attempts = 0;
+        std::int64_t dueMs = 0;
+    };
+
+    Entry *find(eParam_t id);
+    const Entry *find(eParam_t id) const;
+    bool enqueue(Entry &entry, const ParamValue &value);
+    void requeue();
+    void refuse(const Queued &queued, lumo::store::Status status);
+    void lose(std::int64_t nowMs);
+
+    void handleSubscribed(const lumo::store::Packet &packet, std::int64_t nowMs);
+    void handleList(const lumo::store::Packet &packet, std::vector<ConfigEvent> &events);
+    void handleEvents(const lumo::store::Packet &packet, std::vector<ConfigEvent> &events);
+    void handleSetReply(const lumo::store::Packet &packet);
+    void apply(const lumo::store::Item &item, bool isListed, std::vector<ConfigEvent> &events);
+    bool takeBack(Entry &entry, const ParamValue &stored);
+    void settle(Entry &entry);
+    void beginListing();
+    void startEpoch(std::uint64_t epoch);
+
+    void stepSubscription(std::int64_t nowMs);
+    void stepSets(std::int64_t nowMs);
+    bool sendRequest(Request &request, std::int64_t nowMs);
+    void start(Request &request, lumo::store::Packet &packet, std::int64_t nowMs);
+
+    std::uint64_t _client;
+    Send _send;
+    std::vector<Entry> _entries;
+    Phase _phase = Phase::Lost;
+    bool _isReady = false;
+    std::uint64_t _epoch = 0;
+    std::uint64_t _subscription = 0;
+    std::uint64_t _sequence = 0;
+    std::uint64_t _lastRequest = 0;
+    std::uint64_t _lastTicket = 0;
+    std::int64_t _heardAtMs = 0;
+    std::int64_t _subscribeAtMs = 0;
+    int _subscribeAttempts = 0;
+    std::uint32_t _listFrom = 0;
+    Request _list;
+    Request _sets;
+    std::vector<Queued> _underway;
+    std::deque<Queued> _queue;
+    std::vector<StoreRefusal> _refusals;
+};
