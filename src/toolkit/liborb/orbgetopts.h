@@ -16,7 +16,8 @@ public:
     void set(const QStringList &arguments);
     /// Takes the next option; \a optstring lists the letters, each followed by ":" when it takes an
     /// argument. False when none is left. A letter not in the list is delivered all the same (so that the
-    /// caller can print its usage) and is remembered as an error; so is a missing argument.
+    /// caller can print its usage) and is remembered as an error. So is a missing argument, delivered as
+    /// '?', and a word such as "--help", delivered as '-'.
     bool getopt(const char *optstring);
     char opt() const { return _opt; }
     QString optarg() const { return _optarg; }

@@ -13,7 +13,8 @@
 class OrbLog
 {
 public:
-    /// A sink gets every record that passes the threshold, on the thread that wrote it.
+    /// A sink gets every record that passes the threshold, on the thread that wrote it: the text without its
+    /// line end, control characters escaped, cut after 4096 characters. What it logs itself is dropped.
     using Sink = std::function<void(int level, const QString &file, int line, const QString &text)>;
 
     static OrbLog *defaultLog();
@@ -27,7 +28,9 @@ public:
     void output(int level, const QString &file, int line, const QString &text);
     void setLevel(int level);
     int level() const;
-    /// Appends to the file \a path, created when need be. False when it cannot be opened.
+    /// Appends to the file \a path, created when need be, in place of the file open before. False when it
+    /// cannot be opened (the file open before stays). A line reads
+    /// "2024-05-01T12:00:00.123+02:00 3 vtrobject.cpp:120: text".
     bool openFile(const QString &path);
     /// Also writes to standard error.
     void openDisplay();
@@ -40,7 +43,8 @@ private:
     std::unique_ptr<Private> _d;
 };
 
-/// A text stream that becomes one log record when it is destroyed. It adds the line end itself.
+/// A text stream that becomes one log record when it is destroyed. It adds the line end itself. One that was
+/// ended before and has had nothing since leaves no second, empty record.
 class OrbLogStream : public QTextStream
 {
 public:
@@ -58,6 +62,7 @@ private:
     int _line;
     int _level;
     OrbLog *_log;
+    bool _ended = false;
 };
 
 /// Writes one printf-style record to the default log. Formats end in "\n".

@@ -17,8 +17,8 @@ public:
     /// Always valid; \a flags may add DropFrame.
     OrbTimecode(int hour, int min, int sec, int frame, int fps, int flags);
     /// The label of frame \a frameCount counted from midnight, modulo 24 hours, at \a fps frames a second;
-    /// with \a dropFrame (30 and 60 only) two (four) labels a minute are left out except every tenth.
-    /// Not valid when \a fps is below 1.
+    /// with \a dropFrame two (four) labels a minute are left out at 30 (60) except every tenth minute; at
+    /// other rates only the flag is set. Not valid when \a fps is below 1 or above 127.
     OrbTimecode(qint64 frameCount, int fps, bool dropFrame);
     /// The label of the local time of day now (Orb::setTimeOfDaySource() drives it in tests).
     static OrbTimecode fromTimeOfDay(int fps, bool dropFrame);
