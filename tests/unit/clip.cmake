@@ -1,5 +1,5 @@
 # Clips: writing, reading, damage, and clips other programs make.
-foreach(topic write growing hostile foreign)
+foreach(topic write growing faults hostile foreign)
     rv_test(tst_clip_${topic} fast
         ${CMAKE_CURRENT_LIST_DIR}/tst_clip_${topic}.cpp
         ${CMAKE_CURRENT_LIST_DIR}/tst_clip_tools.h)

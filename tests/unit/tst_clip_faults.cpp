@@ -1,0 +1,283 @@
+#include "tst_clip_tools.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace cliptest;
+using clip::ClipInfo;
+using clip::ClipReader;
+using clip::ClipWriter;
+
+namespace {
+
+/// One call of the writer that changes the medium.
+struct Operation
+{
+    bool isSync = false;
+    off_t offset = 0;
+    QByteArray bytes;
+    std::int64_t committed = 0; ///< what the writer calls committed at that time
+};
+
+/// Stands between the writer and the system: keeps what passes, and fails on request.
+struct Medium
+{
+    bool isWatching = false;
+    QList<Operation> operations;
+    std::function<std::int64_t()> committed;
+    int failFrom = -1;          ///< number of the first operation that fails
+    int failures = 0;           ///< how many fail
+    int errorCode = 0;
+    bool isSlow = false;        ///< every write is interrupted, then short
+
+    /// True when the operation is to fail.
+    bool take(Operation operation)
+    {
+        const auto number = int(operations.size());
+        operation.committed = committed ? committed() : 0;
+        operations.append(std::move(operation));
+        return failFrom >= 0 && number >= failFrom && number < failFrom + failures;
+    }
+};
+
+Medium &medium()
+{
+    static Medium instance;
+    return instance;
+}
+
+} // namespace
+
+// The library's calls end here instead of in the C library.
+extern "C" {
+
+int fdatasync(int descriptor)
+{
+    if (medium().isWatching && medium().take({ true, 0, { } })) {
+        errno = medium().errorCode;
+        return -1;
+    }
+    return int(syscall(SYS_fdatasync, descriptor));
+}
+
+ssize_t pwrite64(int descriptor, const void *bytes, size_t length, off64_t offset)
+{
+    if (medium().isWatching) {
+        const QByteArray content(static_cast<const char *>(bytes), qsizetype(length));
+        if (medium().take({ false, offset, content })) {
+            errno = medium().errorCode;
+            return -1;
+        }
+        if (medium().isSlow) {
+            if (medium().operations.size() % 2 == 0) {
+                errno = EINTR;
+                return -1;
+            }
+            length = (length + 1) / 2;
+        }
+    }
+    return syscall(SYS_pwrite64, descriptor, bytes, length, offset);
+}
+
+} // extern "C"
+
+/// Media that fail, and power that goes.
+class TestClipFaults : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void interruptedAndShortWritesAreContinued();
+    void anyFailureLeavesTheCommittedFrames_data();
+    void anyFailureLeavesTheCommittedFrames();
+    void aFailedSyncIsNeverRepeated();
+    void aPowerCutAtAnyInstantLeavesTheCommittedFrames_data();
+    void aPowerCutAtAnyInstantLeavesTheCommittedFrames();
+    void nothingIsCommittedBeforeItIsDurable();
+
+private:
+    QString path(const QString &name) const { return _dir.filePath(name); }
+    std::string stdPath(const QString &name) const { return path(name).toStdString(); }
+    int record(const QString &name, int frames, std::int64_t *committed = nullptr) const;
+
+    QTemporaryDir _dir;
+};
+
+void TestClipFaults::init()
+{
+    medium() = { };
+}
+
+/// Records a whole clip with a flush in the middle; the first error there was.
+int TestClipFaults::record(const QString &name, int frames, std::int64_t *committed) const
+{
+    const ClipInfo info = sampleInfo();
+    QFile::remove(path(name));
+    ClipWriter writer;
+    medium().committed = [&] { return writer.committedFrames(); };
+    medium().isWatching = true;
+    int code = writer.open(stdPath(name), info).code;
+    if (code == 0) {
+        code = writeFrames(writer, info, frames / 2).code;
+        const int flushCode = writer.flush().code;
+        const int restCode = writeFrames(writer, info, frames - frames / 2, frames / 2).code;
+        const int closeCode = writer.close().code;
+        for (const int later : { flushCode, restCode, closeCode }) {
+            code = code != 0 ? code : later;
+        }
+    }
+    medium().isWatching = false;
+    medium().committed = { };
+    if (committed) {
+        *committed = writer.committedFrames();
+    }
+    return code;
+}
+
+void TestClipFaults::interruptedAndShortWritesAreContinued()
+{
+    medium().isSlow = true;
+    QCOMPARE(record("slow.mov", 40), 0);
+    ClipReader reader;
+    QCOMPARE(reader.open(stdPath("slow.mov")).code, 0);
+    QCOMPARE(reader.info().frames, std::int64_t(40));
+    QVERIFY(reader.info().isComplete);
+    QCOMPARE(firstWrongFrame(reader), -1);
+}
+
+void TestClipFaults::anyFailureLeavesTheCommittedFrames_data()
+{
+    QTest::addColumn<int>("errorCode");
+    QTest::addColumn<int>("failures");
+    QTest::newRow("the medium is gone") << EIO << 1'000'000;
+    QTest::newRow("one failure") << EIO << 1;
+    QTest::newRow("no space for good") << ENOSPC << 1'000'000;
+    QTest::newRow("no space for once") << ENOSPC << 1;
+    QTest::newRow("read only") << EROFS << 1'000'000;
+}
+
+void TestClipFaults::anyFailureLeavesTheCommittedFrames()
+{
+    QFETCH(int, errorCode);
+    QFETCH(int, failures);
+    QCOMPARE(record("sound.mov", 60), 0);
+    const auto operations = int(medium().operations.size());
+    QVERIFY(operations > 20);
+    for (int i = 0; i < operations; ++i) {
+        medium() = { };
+        medium().failFrom = i;
+        medium().failures = failures;
+        medium().errorCode = errorCode;
+        std::int64_t committed = 0;
+        QCOMPARE(record("failed.mov", 60, &committed), errorCode);
+        QVERIFY(medium().operations.size() < 2 * operations);
+        ClipReader reader;
+        const bool isOpen = reader.open(stdPath("failed.mov")).code == 0;
+        QVERIFY(isOpen || committed == 0);
+        QVERIFY(!isOpen || reader.info().frames >= committed);
+        QVERIFY(!isOpen || firstWrongFrame(reader) == -1);
+    }
+}
+
+void TestClipFaults::aFailedSyncIsNeverRepeated()
+{
+    // Head, sync, first fragment, sync, commit, second fragment, and the sync that fails.
+    medium().failFrom = 6;
+    medium().failures = 1;
+    medium().errorCode = EIO;
+    QCOMPARE(record("sync.mov", 60), EIO);
+    QVERIFY(medium().operations.last().isSync);
+    // The system may answer the second call with success and have lost the data.
+    QCOMPARE(medium().operations.size(), qsizetype(7));
+}
+
+void TestClipFaults::aPowerCutAtAnyInstantLeavesTheCommittedFrames_data()
+{
+    QTest::addColumn<quint32>("seed");
+    for (quint32 seed = 1; seed <= 8; ++seed) {
+        QTest::addRow("seed %u", seed) << seed;
+    }
+}
+
+void TestClipFaults::aPowerCutAtAnyInstantLeavesTheCommittedFrames()
+{
+    QFETCH(quint32, seed);
+    QRandomGenerator generator(seed);
+    constexpr int sector = 512;
+    QCOMPARE(record("cut.mov", 60), 0);
+    const auto operations = medium().operations;
+    const auto apply = [](QByteArray &image, off_t offset, const QByteArray &bytes) {
+        if (image.size() < offset + bytes.size()) {
+            image.resize(offset + bytes.size(), 0);
+        }
+        image.replace(offset, bytes.size(), bytes);
+    };
+
+    QByteArray durable;
+    QList<Operation> loose;
+    for (qsizetype i = 2; i <= operations.size(); ++i) {
+        // All before the last sync is on the medium, and any sectors of what came after it.
+        durable.clear();
+        loose.clear();
+        for (const Operation &operation : operations.first(i)) {
+            if (!operation.isSync) {
+                loose.append(operation);
+                continue;
+            }
+            for (const Operation &write : std::as_const(loose)) {
+                apply(durable, write.offset, write.bytes);
+            }
+            loose.clear();
+        }
+        const quint32 chance = generator.bounded(1u, 100u);
+        for (const Operation &write : std::as_const(loose)) {
+            for (off_t at = write.offset; at < write.offset + write.bytes.size();) {
+                const off_t next = std::min<off_t>((at / sector + 1) * sector,
+                                                   write.offset + write.bytes.size());
+                if (generator.bounded(100u) < chance) {
+                    apply(durable, at, write.bytes.mid(at - write.offset, next - at));
+                }
+                at = next;
+            }
+        }
+        const std::int64_t committed = i < operations.size() ? operations[i].committed : 60;
+        QVERIFY(setContent(path("image.mov"), durable));
+        ClipReader reader;
+        const bool isOpen = reader.open(stdPath("image.mov")).code == 0;
+        QVERIFY(isOpen || committed == 0);
+        QVERIFY(!isOpen || reader.info().frames >= committed);
+        QVERIFY(!isOpen || firstWrongFrame(reader) == -1);
+    }
+}
+
+void TestClipFaults::nothingIsCommittedBeforeItIsDurable()
+{
+    QCOMPARE(record("order.mov", 60), 0);
+    // Each commit and the last step of closing come right behind a sync or another commit.
+    int commits = 0;
+    bool isAfterSync = false;
+    for (const Operation &operation : std::as_const(medium().operations)) {
+        if (operation.isSync) {
+            isAfterSync = true;
+        } else if (operation.bytes == "moof" || operation.offset == 20) {
+            QVERIFY(isAfterSync);
+            ++commits;
+        } else {
+            isAfterSync = false;
+        }
+    }
+    // 30 frames flushed and 30 more make six fragments.
+    QCOMPARE(commits, 6 + 1);
+    QVERIFY(medium().operations.last().isSync);
+}
+
+QTEST_GUILESS_MAIN(TestClipFaults)
+#include "tst_clip_faults.moc"
