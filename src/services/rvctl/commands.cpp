@@ -1,0 +1,280 @@
+#include "services/rvctl/commands.h"
+
+#include "services/rvctl/names.h"
+#include "services/rvctl/report.h"
+
+#include <charconv>
+#include <functional>
+#include <span>
+
+namespace
+{
+
+using Words = std::span<const std::string>;
+constexpr std::uint32_t maxSteps = 1000;
+constexpr std::uint32_t stepsAtOnce = 32;
+
+int tellWaited(Session &session, Waiter::Result result, const std::string &wanted)
+{
+    switch (result) {
+    case Waiter::Result::Met:
+        return session.succeed(", \"state\": " + jsonString(session.shown(eParamTransportState)));
+    case Waiter::Result::StoreLost:
+        return session.fail(NotRunning, "the parameter store is lost");
+    case Waiter::Result::TimedOut:
+        break;
+    }
+    return session.fail(Failed, "not " + wanted + " in time; the transport is in "
+                                    + session.shown(eParamTransportState));
+}
+
+/// Send a value and, if asked to, wait for what it brings about.
+int sendAndWait(Session &session, eParam_t id, const ParamValue &value, const std::string &wanted,
+                const std::function<bool()> &isMet)
+{
+    Waiter waiter(session.store());
+    const int code = session.send(id, value);
+    if (code != Done) {
+        return code;
+    }
+    if (!session.options().wait) {
+        return session.succeed();
+    }
+    return tellWaited(session, waiter.waitFor(isMet, session.options().timeout), wanted);
+}
+
+/// A transport key: its command, and the transport states that it leads to.
+struct Key {
+    const char *word;
+    std::uint32_t command;
+    std::span<const std::uint32_t> states;
+};
+
+constexpr std::uint32_t playStates[] = {3};
+constexpr std::uint32_t recordStates[] = {2};
+constexpr std::uint32_t stopStates[] = {1, 15};
+constexpr std::uint32_t forwardStates[] = {4, 5, 6, 7};
+constexpr std::uint32_t reverseStates[] = {10, 11, 12, 13};
+
+constexpr Key keys[] = {
+    {"play", 1, playStates},
+    {"record", 3, recordStates},
+    {"stop", 4, stopStates},
+    {"ff", 5, forwardStates},
+    {"rew", 6, reverseStates},
+};
+
+bool isIn(Session &session, std::span<const std::uint32_t> states)
+{
+    const std::uint32_t state = session.number(eParamTransportState);
+    return std::ranges::find(states, state) != states.end();
+}
+
+int pressKey(Session &session, const Key &key)
+{
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    const std::string wanted =
+        GetDescriptor(eParamTransportState)->valueName(static_cast<int>(key.states.front()));
+    return sendAndWait(session, eParamTransportCommand, key.command, "in " + wanted,
+                       [&] { return isIn(session, key.states); });
+}
+
+int step(Session &session, Words words)
+{
+    const std::string text = words[0].starts_with('+') ? words[0].substr(1) : words[0];
+    int count = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), count);
+    const auto frames = static_cast<std::uint32_t>(count < 0 ? -std::int64_t(count) : count);
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || frames == 0
+        || frames > maxSteps) {
+        return session.fail(Usage, "step takes a number of frames from -1000 to +1000, not 0");
+    }
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    for (std::uint32_t i = 0; i + 1 < frames; i++) {
+        const bool isSet = session.store().set(eParamTransportCommand, count > 0 ? 7u : 8u);
+        if (!isSet || (i % stepsAtOnce == 0 && !session.store().flush(session.options().timeout).isComplete)) {
+            return session.fail(NotRunning, "the parameter store is lost");
+        }
+    }
+    constexpr static std::uint32_t still[] = {15};
+    return sendAndWait(session, eParamTransportCommand, count > 0 ? 7u : 8u, "in Still",
+                       [&] { return isIn(session, still); });
+}
+
+int goRelative(Session &session, std::uint32_t command)
+{
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    const std::string before = session.text(eParamCurrentClip);
+    return sendAndWait(session, eParamTransportCommand, command, "at another clip",
+                       [&] { return session.text(eParamCurrentClip) != before; });
+}
+
+int goTo(Session &session, Words words)
+{
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    const auto index = parseNumber(words[0]);
+    if (index && !session.options().byName) {
+        if (GetDescriptor(eParamGotoClipIndex)->check(*index) != ValueError::None) {
+            return session.fail(Usage, "no clip has the index " + words[0]);
+        }
+        return sendAndWait(session, eParamGotoClipIndex, *index, "at clip " + words[0],
+                           [&] { return session.number(eParamCurrentPlayListIndex) == *index; });
+    }
+    return sendAndWait(session, eParamGotoClipName, words[0], "at clip " + words[0],
+                       [&] { return session.text(eParamCurrentClip) == words[0]; });
+}
+
+int standbyOff(Session &session)
+{
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    constexpr static std::uint32_t off[] = {1};
+    return sendAndWait(session, eParamGotoClipName, std::string("N/A"), "in Standby Off",
+                       [&] { return isIn(session, off); });
+}
+
+int shutDown(Session &session)
+{
+    if (!session.connectToRecorder()) {
+        return NotRunning;
+    }
+    return sendAndWait(session, eParamTransportCommand, 15u, "shut down",
+                       [&] { return session.number(eParamTransportRunning) != 1; });
+}
+
+int get(Session &session, Words words)
+{
+    std::string problem;
+    const ParamDescriptor *descriptor = findParameter(words[0], problem);
+    if (!descriptor) {
+        return session.fail(Failed, problem);
+    }
+    return session.connect() ? reportValue(session, *descriptor) : NotRunning;
+}
+
+int set(Session &session, Words words)
+{
+    std::string problem;
+    const ParamDescriptor *descriptor = findParameter(words[0], problem);
+    if (!descriptor) {
+        return session.fail(Failed, problem);
+    }
+    const auto value = parseValue(*descriptor, words[1], problem);
+    if (!value) {
+        return session.fail(Failed, problem);
+    }
+    if (!session.connect()) {
+        return NotRunning;
+    }
+    const int code = session.send(descriptor->id(), *value);
+    return code == Done ? session.succeed() : code;
+}
+
+int list(Session &session, Words words)
+{
+    return session.connect() ? reportList(session, words.empty() ? "" : words[0]) : NotRunning;
+}
+
+int watch(Session &session, Words words)
+{
+    std::set<eParam_t> wanted;
+    for (const std::string &word : words) {
+        std::string problem;
+        const ParamDescriptor *descriptor = findParameter(word, problem);
+        if (!descriptor) {
+            return session.fail(Failed, problem);
+        }
+        wanted.insert(descriptor->id());
+    }
+    return session.connect() ? reportChanges(session, wanted) : NotRunning;
+}
+
+/// A word of the command line, how many follow it, and what it does.
+struct Command {
+    const char *word;
+    std::size_t least;
+    std::size_t most;
+    int (*run)(Session &session, Words words);
+};
+
+// clang-format off
+constexpr Command commands[] = {
+    //  word         least most
+    {"status",      0, 0,   [](Session &s, Words) { return s.connect() ? reportStatus(s) : int(NotRunning); }},
+    {"watch",       0, 100, watch},
+    {"list",        0, 1,   list},
+    {"get",         1, 1,   get},
+    {"set",         2, 2,   set},
+    {"play",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[0]); }},
+    {"record",      0, 0,   [](Session &s, Words) { return pressKey(s, keys[1]); }},
+    {"stop",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[2]); }},
+    {"ff",          0, 0,   [](Session &s, Words) { return pressKey(s, keys[3]); }},
+    {"rew",         0, 0,   [](Session &s, Words) { return pressKey(s, keys[4]); }},
+    {"step",        1, 1,   step},
+    {"next",        0, 0,   [](Session &s, Words) { return goRelative(s, 9); }},
+    {"prev",        0, 0,   [](Session &s, Words) { return goRelative(s, 10); }},
+    {"goto",        1, 1,   goTo},
+    {"standby-off", 0, 0,   [](Session &s, Words) { return standbyOff(s); }},
+    {"shutdown",    0, 0,   [](Session &s, Words) { return shutDown(s); }},
+};
+// clang-format on
+
+} // namespace
+
+int runCommand(Session &session)
+{
+    const auto &words = session.options().words;
+    if (words.empty()) {
+        std::fputs(usageText(), stderr);
+        return Usage;
+    }
+    std::vector<std::string> names;
+    for (const Command &command : commands) {
+        names.push_back(command.word);
+        if (words[0] != command.word) {
+            continue;
+        }
+        const Words rest = Words(words).subspan(1);
+        if (rest.size() < command.least || rest.size() > command.most) {
+            return session.fail(Usage, words[0] + ": wrong number of words; see rvctl --help");
+        }
+        return command.run(session, rest);
+    }
+    return session.fail(Usage, "no command is called \"" + words[0] + "\"; did you mean \""
+                                   + nearestMatch(words[0], names) + "\"?");
+}
+
+const char *usageText()
+{
+    return "usage: rvctl [--json] [--wait] [--timeout SECONDS] COMMAND\n"
+           "\n"
+           "  status                 what the recorder does\n"
+           "  watch [NAME...]        changes as they come, of all or of some parameters\n"
+           "  list [PATTERN]         parameters whose name contains PATTERN\n"
+           "  get NAME|NUMBER        one value\n"
+           "  set NAME|NUMBER VALUE  set it; enumerated values by name or number\n"
+           "  play stop record ff rew\n"
+           "                         the transport's keys\n"
+           "  step +N|-N             N frames forward or back\n"
+           "  next prev              the clip after or before\n"
+           "  goto NAME|INDEX        a clip; --name: NAME even if it is a number\n"
+           "  standby-off            out of play or still, back to the input\n"
+           "  shutdown               end the transport daemon\n"
+           "\n"
+           "  --json                 answers for machines\n"
+           "  --wait                 wait until the recorder is where the command leads\n"
+           "  --timeout SECONDS      wait this long, default 5; end a watch after this time\n"
+           "\n"
+           "Parameters may be named without eParam and in any case. The store is looked for at the port in\n"
+           "RVD_STORE_PORT, default 7461.\n"
+           "Ends with 0 done, 1 refused or failed, 2 wrong usage, 3 recorder not running.\n";
+}
