@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace lumo::utils::file {
+
+class File
+{
+public:
+    /// Something that is not a directory exists at \a path.
+    static bool file_exists(const std::string &path);
+};
+
+} // namespace lumo::utils::file
