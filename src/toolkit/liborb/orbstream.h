@@ -31,21 +31,26 @@ public:
     void flush(); ///< pushes written frames towards storage; nothing unless writable
     int pending() const; ///< requests not yet completed
     void setBenchmarkEnable(bool on);
-    bool isReadable() const; ///< access is 1, whether open yet or not
-    bool isWritable() const; ///< access is 2
+    bool isReadable() const; ///< access is 1, whether open yet or not; never on a closed stream
+    bool isWritable() const; ///< access is 2, likewise
     bool isClosed() const { return _state == Closed; }
     bool isOpen() const { return _state == Open; }
     bool isOpening() const { return _state == Opening; }
     bool isClosing() const { return _state == Closing; }
+    /// Counts the opens that succeeded: tells a stream opened anew from the one before.
+    quint64 openSerial() const { return _openSerial; }
     void write(const OrbFrame &frame); ///< completes by frameWritten(); dropped unless open for writing
 
     // Starts and completes by a signal
     /// 1 reads, 2 writes; completes by openIsDone(access, error). False when there is no driver for the
-    /// descriptor or the stream is already open, opening or closing; a stream that is closing opens when
-    /// the close is done.
+    /// descriptor or the stream is already open or opening; a stream that is closing opens when the close
+    /// is done (false when it already waits to do so). Every open() that answered true is answered by
+    /// exactly one openIsDone() or, when it was closed meanwhile, by closeIsDone() alone. After an error
+    /// the stream is closed, already when the signal comes.
     bool open(int access);
     /// Completes by closeIsDone(), after every frame written before. Nothing on a closed stream. A stream
-    /// still opening is closed when the open is done, which is then not reported.
+    /// still opening is closed when the open is done, which is then not reported. On a stream that is
+    /// closing it takes back the open() that waits for the close.
     void close();
     /// Completes by readIsDone(); an error when the stream is not open for reading.
     void read(int frameNumber, void *context);
@@ -66,6 +71,13 @@ private:
                          void *context) override;
     void driverFrameWritten(int frame, const OrbError &error) override;
 
+    void beginOpen(const QVariant &desc);
+    void beginWaitingOpen();
+    void finishClose();
+    void retireDriver();
+    void reportBenchmark(int frame);
+    OrbAccess currentAccess() const;
+
     std::unique_ptr<OrbMediaDriver> _driver;
     QVariant _desc;
     OrbId _type;
@@ -74,5 +86,12 @@ private:
     OrbAccess _access = OrbAccess::None;
     int _pending = 0;
     bool _benchmark = false;
-    bool _reopen = false; ///< open() was called while the stream was closing
+    bool _isAnnouncingClose = false;
+    quint64 _openSerial = 0;
+
+    // An open() called while the stream was closing
+    std::unique_ptr<OrbMediaDriver> _nextDriver;
+    OrbAccess _nextAccess = OrbAccess::None;
+    QVariant _nextDesc;
+    bool _isStartDue = false; ///< the driver is in place, its open() not yet called
 };

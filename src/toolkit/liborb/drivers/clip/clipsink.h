@@ -1,0 +1,57 @@
+#pragma once
+
+#include "libclip/clipwriter.h"
+#include "liborb/orberror.h"
+#include "liborb/orbframe.h"
+#include "liborb/orbstreaminfo.h"
+
+#include <QString>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+/// One clip file being written, on an I/O thread: every call may wait for the medium. What is written is
+/// made durable by a second thread, so that a slow sync does not hold up the writing.
+class ClipSink
+{
+public:
+    ClipSink() = default;
+    ~ClipSink();
+    ClipSink(const ClipSink &) = delete;
+    ClipSink &operator=(const ClipSink &) = delete;
+
+    /// Takes the name and makes sure that the medium can be written: EEXIST, EROFS, ENOSPC … show here.
+    /// EINVAL for what no clip can hold. The clip itself begins with its first frame, whose timecode is
+    /// the clip's; a clip that is closed without one leaves no file.
+    OrbError open(const QString &path, const OrbStreamInfo &info);
+    /// Waits for the frame's promised buffers. After an error the clip is closed as far as it went and
+    /// every further frame has the same error.
+    OrbError write(const OrbFrame &frame);
+    OrbError flush();
+    OrbError close();
+
+private:
+    OrbError reserve();
+    OrbError begin(const OrbFrame &first);
+    OrbError append(const OrbFrame &frame);
+    void releaseName();
+    void startSyncing();
+    void stopSyncing();
+    void syncUntilStopped();
+
+    std::string _path;
+    clip::ClipInfo _info;
+    clip::ClipWriter _writer;
+    OrbError _error;
+    bool _isReserved = false; ///< the name is taken, the clip not begun
+    int _framesSinceFlush = 0;
+
+    std::thread _syncThread;
+    std::mutex _writerMutex; ///< keeps syncs apart from flush and close
+    std::mutex _wakeMutex;
+    std::condition_variable _wake;
+    bool _isDirty = false;
+    bool _isStopping = false;
+};
