@@ -4,5 +4,6 @@
 
 #include <memory>
 
-/// The software video device "ferin": live inputs, generators, coding and a program bus on ordinary hardware.
+/// The software video device "ferin": live inputs, generators, coding and a program bus on ordinary
+/// hardware.
 std::unique_ptr<OrbVideoDriver> createSoftwareVideoDriver();

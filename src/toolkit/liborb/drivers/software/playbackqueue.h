@@ -1,0 +1,69 @@
+#pragma once
+
+#include "liborb/drivers/software/decoder.h"
+#include "liborb/drivers/software/speedstepper.h"
+#include "liborb/orbframe.h"
+
+#include <deque>
+#include <functional>
+#include <memory>
+
+namespace ferin {
+
+/// One frame waiting for the output.
+struct PlaybackEntry {
+    OrbFrame frame;
+    std::shared_ptr<DecodeJob> job; ///< null until its picture is wanted, or without a picture
+};
+
+/// The frames queued for output and the order they come out in. Coded pictures wait as they are;
+/// only those that will be shown at the speed of the moment are decoded, a few ahead. Not
+/// thread-safe.
+class PlaybackQueue
+{
+public:
+    using Decode = std::function<std::shared_ptr<DecodeJob>(const OrbImage &)>;
+
+    /// What the coming beat shows.
+    enum class Step {
+        Empty, ///< nothing is queued
+        Hold,  ///< the speed shows the frame on output again
+        Show   ///< the frame that pick() answers
+    };
+
+    void setDecode(const Decode &decode) { _decode = decode; }
+    void setAhead(int pictures) { _ahead = pictures; }
+    void setSpeed(double speed) { _stepper.setSpeed(speed); }
+    double speed() const { return _stepper.speed(); }
+
+    int capacity() const { return SpeedStepper::slotsFor(_stepper.speed()); }
+    int size() const { return static_cast<int>(_entries.size()); }
+    int room() const;
+    void push(const OrbFrame &frame);
+    /// Drops everything and starts over: the next frame queued is the next one shown.
+    void clear();
+    /// The frame queued longest; a null frame when none is.
+    OrbFrame head() const;
+
+    /// Starts the decoding that is due.
+    void decodeAhead();
+    /// What comes at the coming beat; \a entry is filled for Step::Show. Changes nothing but that
+    /// it starts the entry's decoding if need be. A beat that cannot be carried out is simply asked
+    /// for again.
+    Step pick(PlaybackEntry &entry);
+    /// The beat picked last has been carried out: a frame shown leaves, with those that were passed
+    /// over.
+    void done(Step step);
+
+private:
+    void startDecoding(PlaybackEntry &entry);
+
+    Decode _decode;
+    SpeedStepper _stepper;
+    std::deque<PlaybackEntry> _entries;
+    PlaybackEntry _last; // shown last; a repeat of the same frame uses its picture again
+    int _ahead = 4;
+    int _picked = 0; // entries that leave with the beat picked last
+};
+
+} // namespace ferin
