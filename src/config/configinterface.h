@@ -10,12 +10,15 @@
 
 #include <memory>
 
+Q_DECLARE_INTERFACE(ConfigEventListener, "ConfigEventListener")
+
 /// The daemon's one door to the parameter store: typed get and set, and one signal for every change.
 /// Changes made in the store are emitted on a thread of the store's library: connect with the automatic
 /// type. Everything else is for the event-loop thread and never blocks.
 class ConfigInterface : public QObject, public ConfigEventListener
 {
     Q_OBJECT
+    Q_INTERFACES(ConfigEventListener)
 public:
     explicit ConfigInterface(QObject *parent = nullptr);
     ~ConfigInterface() override;

@@ -1,0 +1,15 @@
+# The controller and what stands around it.
+function(rv_app_test name)
+    rv_test(${name} fast ${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp)
+    target_link_libraries(${name} PRIVATE ${ARGN})
+endfunction()
+
+rv_app_test(tst_freespace media)
+rv_app_test(tst_configinterface configinterface)
+rv_app_test(tst_configupdater configinterface)
+rv_app_test(tst_lututils vanta)
+rv_app_test(tst_clipfinder vanta)
+if(TARGET transport)
+    rv_app_test(tst_alarmhandler alarms transport)
+    rv_app_test(tst_formatmap app)
+endif()
