@@ -134,7 +134,7 @@ void TestConfigInterface::slotsStandInTheirOrder()
         names << QString::fromLatin1(meta.method(i).methodSignature());
     QCOMPARE(names, QStringList({QStringLiteral("paramChanged(uint,QVariant,OrbTimeStamp)"),
                                  QStringLiteral("loadParam(uint)"),
-                                 QStringLiteral("loadParams(const uint*,int)"),
+                                 QStringLiteral("loadParams(const quint32*,int)"),
                                  QStringLiteral("set(uint,QVariant)"),
                                  QStringLiteral("setString(uint,QString)"),
                                  QStringLiteral("setUInt32(uint,uint)"),
