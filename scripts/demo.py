@@ -1,0 +1,224 @@
+#!/usr/bin/env python3
+"""Records a live stream of another program and plays it at many speeds; every line must hold.
+
+Prints a table of what was expected and what was seen on the program bus or in the clip, by an independent
+reader where there is one. Ends with 0 only if every line holds.
+"""
+
+import os
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "system"))
+import rig  # noqa: E402
+
+URL = "udp://127.0.0.1:5004?pkt_size=1316"
+SIZE, RATE, INPUT_FORMAT = "1920x1080", 25, 20
+RECORD_SECONDS = 10
+
+failures = 0
+
+
+def line(name, ok, seen):
+    global failures
+    failures += not ok
+    print(f"{'ok  ' if ok else 'FAIL'}  {name:<44} {seen}", flush=True)
+
+
+def guarded(name, step):
+    """Runs one step that answers (ok, what was seen)."""
+    try:
+        ok, seen = step()
+    except (rig.Failed, subprocess.SubprocessError, OSError, ValueError, KeyError, IndexError) as error:
+        ok, seen = False, str(error)
+    line(name, ok, seen)
+    return ok
+
+
+class Sender:
+    """Another program sends: ffmpeg codes the camera's pictures as MPEG-2 into a transport stream."""
+
+    def __init__(self, bin_dir):
+        self.camera = subprocess.Popen(
+            [os.path.join(bin_dir, "rvcam"), "--pipe", "--size", SIZE, "--rate", str(RATE), "--first", "1000"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.ffmpeg = subprocess.Popen(
+            ["ffmpeg", "-v", "error", "-f", "yuv4mpegpipe", "-i", "-", "-f", "lavfi", "-i",
+             "sine=frequency=1000:sample_rate=48000", "-map", "0:v", "-map", "1:a", "-c:v", "mpeg2video",
+             "-qscale:v", "3", "-maxrate", "40M", "-bufsize", "8M", "-g", "12", "-c:a", "mp2", "-ac", "2",
+             "-f", "mpegts", URL],
+            stdin=self.camera.stdout, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.camera.stdout.close()
+
+    def stop(self):
+        for process in (self.ffmpeg, self.camera):
+            process.kill()
+            process.wait()
+
+
+def consecutive(numbers):
+    return None not in numbers and all(b == a + 1 for a, b in zip(numbers, numbers[1:]))
+
+
+def steps_of(frames):
+    """The differences between one frame on the output and the next."""
+    numbers = rig.shown(frames)
+    if None in numbers:
+        return None
+    return [b - a for a, b in zip(numbers, numbers[1:])]
+
+
+def clip_lines(clip):
+    info = rig.probe(clip)
+    video, audio = rig.stream_of(info, "video"), rig.stream_of(info, "audio")
+    data = rig.stream_of(info, "data")
+    frames = int(video["nb_read_packets"])
+    line("clip: codec", video["codec_name"] == "prores" and video["codec_tag_string"] == "apcn",
+         f"{video['codec_name']} {video['codec_tag_string']}")
+    line("clip: raster and rate", (video["width"], video["height"], video["r_frame_rate"]) == (1920, 1080, "25/1"),
+         f"{video['width']}x{video['height']} {video['r_frame_rate']}")
+    line("clip: about ten seconds", 245 <= frames <= 275, f"{frames} frames")
+    line("clip: sound", audio["codec_name"].startswith("pcm_s24") and int(audio["channels"]) == 2
+         and int(audio["sample_rate"]) == 48000, f"{audio['codec_name']} {audio['channels']} ch {audio['sample_rate']} Hz")
+    line("clip: sound as long as picture", abs(float(audio["duration"]) - frames / RATE) < 0.001,
+         f"{audio['duration']} s")
+    timecode = data.get("tags", {}).get("timecode")
+    line("clip: start timecode", timecode == "10:00:00:00", timecode)
+    reel = data.get("tags", {}).get("reel_name")
+    line("clip: reel name", reel == "007", reel)
+    numbers = rig.clip_numbers(clip)
+    line("clip: pictures run without gap or repeat", len(numbers) == frames and consecutive(numbers),
+         f"{numbers[0]} to {numbers[-1]}")
+    return numbers
+
+
+def play_normal(recorder, first):
+    def step():
+        watch = recorder.watch_output()
+        recorder.do("play")
+        time.sleep(5)
+        recorder.do("stop")
+        frames = rig.playback_only(watch.finish())
+        start = next(i for i, f in enumerate(frames) if f["number"] == first)
+        run = frames[start:start + 100]
+        numbers = rig.shown(run)
+        late = max(abs(f["timeMs"] - run[0]["timeMs"] - i * 1000 / RATE) for i, f in enumerate(run))
+        return (len(run) == 100 and consecutive(numbers) and late < 1.0,
+                f"{numbers[0]} to {numbers[-1]}, at most {late:.3f} ms off the clock")
+    guarded("play 1x: every frame once, in order, in step", step)
+
+
+def play_speed(recorder, name, command, by, skip=10, count=40):
+    def step():
+        command()
+        frames = rig.playback_only(recorder.frames(skip + count))[skip:]
+        steps = steps_of(frames)
+        ok = steps is not None and len(steps) == count - 1 and set(steps) == {by}
+        return ok, f"steps {sorted(set(steps)) if steps else 'unreadable'} over {count} frames"
+    guarded(f"play {name}: steps of {by:+d}", step)
+
+
+def still_and_steps(recorder):
+    def still():
+        recorder.do("stop")
+        time.sleep(0.3)
+        steps = steps_of(recorder.frames(10))
+        return steps == [0] * 9, f"steps {steps}"
+    guarded("still: the picture stands", still)
+
+    def step_by(command, by):
+        def step():
+            before = recorder.frames(1)[0]["number"]
+            recorder.do("step", command)
+            time.sleep(0.4)
+            after = recorder.frames(1)[0]["number"]
+            return after - before == by, f"{before} to {after}"
+        return step
+    guarded("step +1", step_by("+1", 1))
+    guarded("step -1", step_by("-1", -1))
+
+
+def cue(recorder, entry, first):
+    def step():
+        watch = recorder.watch_output()
+        began = time.monotonic()
+        recorder.do("goto", entry)
+        rig.wait_until("the frame is seen", lambda: watch.frames[-1]["number"] == first, 3, 0.001)
+        took = (time.monotonic() - began) * 1000
+        watch.finish()
+        time.sleep(0.2)
+        now = recorder.frames(3)
+        return set(rig.shown(now)) == {first}, f"frame {first} after {took:.0f} ms, command line included"
+    guarded(f"cue to clip {entry}: its first frame", step)
+
+
+def main():
+    bin_dir = os.path.abspath(sys.argv[1])
+    began = time.monotonic()
+    sender = Sender(bin_dir)
+    with rig.Recorder(bin_dir, source=URL, console=True) as recorder:
+        try:
+            run(recorder)
+        finally:
+            sender.stop()
+            if failures and not os.environ.get("RV_KEEP"):
+                print("\nThe end of the daemon's log:\n" + recorder.log_text()[-3000:])
+    print(f"{'All lines hold' if not failures else f'{failures} lines fail'}, {time.monotonic() - began:.0f} s")
+    sys.exit(1 if failures else 0)
+
+
+def run(recorder):
+    recorder.start()
+    recorder.set("ReelName", "7")
+    recorder.set("TimecodeValue", "10")
+    guarded("the live input is recognised", lambda: (
+        bool(recorder.wait_for("InputFormat", INPUT_FORMAT, 20)), recorder.status()["inputFormat"]))
+    time.sleep(1.5)  # the device takes the input's format
+    guarded("E-E: the input on the output, no gap", lambda: (
+        consecutive(rig.shown(frames := recorder.frames(50))), f"{frames[0]['number']} to {frames[-1]['number']}"))
+
+    first_clip = recorder.record(RECORD_SECONDS)
+    numbers = clip_lines(first_clip)
+    second_clip = recorder.record(2)
+    second = rig.clip_numbers(second_clip)
+    line("a second clip, whole", consecutive(second), f"{second[0]} to {second[-1]}")
+
+    name = os.path.basename(first_clip)
+    rig.wait_until("both clips are listed", lambda: f"Updated all clips list.  2 entries" in recorder.log_text())
+    recorder.do("standby-off")
+    recorder.ctl("goto", name)
+    time.sleep(0.7)
+    recorder.do("standby-off")
+    play_normal(recorder, numbers[0])
+    still_and_steps(recorder)
+    play_speed(recorder, "-1x", lambda: recorder.key("-" * 10), -1)
+    recorder.do("play")
+    recorder.set("PlayMedia", "1")
+    time.sleep(1)
+    cue(recorder, 0, numbers[0])
+    cue(recorder, 1, second[0])
+    cue(recorder, 0, numbers[0])
+    play_speed(recorder, "2x", lambda: recorder.do("ff"), 2)
+    recorder.do("rew")
+    play_speed(recorder, "-4x", lambda: recorder.do("rew"), -4, skip=6, count=12)
+
+    def loop():
+        recorder.set("LoopPlayback", "1")
+        cue_end = numbers[0] + len(numbers) + len(second)
+        recorder.ctl("goto", 1)
+        time.sleep(0.5)
+        watch = recorder.watch_output()
+        recorder.do("play")
+        time.sleep(len(second) / RATE + 2)
+        shown = rig.changes(rig.shown(rig.playback_only(watch.finish())))
+        at = shown.index(second[-1])
+        around = shown[at - 2:at + 4]
+        return (around == [*second[-3:], *numbers[:3]], f"{around}")
+    guarded("loop: the last frame is followed by the first", loop)
+    recorder.do("stop")
+    recorder.do("standby-off")
+
+
+if __name__ == "__main__":
+    main()
