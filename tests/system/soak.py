@@ -1,0 +1,44 @@
+"""Ten minutes of recording 1080p25 as ProRes 422: no dropped frame, memory flat."""
+
+import sys
+import time
+
+import rig
+from rig import Recorder, check, clip_numbers, main
+
+MINUTES = 10
+
+
+def resident_mb(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith("RssAnon"):
+                return int(line.split()[1]) / 1024
+    return 0
+
+
+def ten_minutes_without_a_dropped_frame(bin_dir):
+    with Recorder(bin_dir, size="16g") as recorder:
+        recorder.start()
+        recorder.wait_for("InputFormat", 20)
+        time.sleep(1)
+        recorder.do("record")
+        memory = []
+        for _ in range(MINUTES * 6):
+            time.sleep(10)
+            check(recorder.status()["stateNumber"] == 2, "it records on")
+            memory.append(resident_mb(recorder.processes["rvd"].pid))
+        recorder.do("stop")
+        rig.wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text(), 30)
+        numbers = clip_numbers(recorder.clips()[0])
+        gaps = sum(b != a + 1 for a, b in zip(numbers, numbers[1:]))
+        early, late = max(memory[1:7]), max(memory[-6:])
+        print(f"{len(numbers)} frames, {gaps} gaps, private memory {early:.0f} MB early, {late:.0f} MB late")
+        check(gaps == 0 and None not in numbers, f"{gaps} gaps")
+        check(len(numbers) >= MINUTES * 60 * 25, f"{len(numbers)} frames")
+        check("dropped frame" not in recorder.log_text(), "a dropped frame was logged")
+        check(late < early * 1.1 + 10, f"memory grows from {early:.0f} to {late:.0f} MB")
+
+
+if __name__ == "__main__":
+    main([ten_minutes_without_a_dropped_frame])
