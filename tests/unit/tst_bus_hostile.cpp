@@ -291,8 +291,8 @@ void TestBusHostile::aCountThatRunsBackwardsIsFollowed()
 
 void TestBusHostile::garbageNeverCrashesAReader()
 {
-    // One thread scribbles over the header's counters and the slot headers while a writer writes and a
-    // reader reads; whatever the reader delivers keeps within the limits.
+    // One thread scribbles over the header's counters and the slot headers while a writer writes
+    // and a reader reads; whatever the reader delivers keeps within the limits.
     const Object object;
     Writer writer;
     Reader reader;

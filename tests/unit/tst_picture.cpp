@@ -27,7 +27,8 @@ struct Picture {
 std::int32_t sampleAt(const std::vector<std::uint8_t> &pcm, std::size_t index)
 {
     const std::uint8_t *b = pcm.data() + index * 3;
-    const std::uint32_t bits = static_cast<std::uint32_t>(b[0]) | static_cast<std::uint32_t>(b[1]) << 8
+    const std::uint32_t bits = static_cast<std::uint32_t>(b[0])
+                               | static_cast<std::uint32_t>(b[1]) << 8
                                | static_cast<std::uint32_t>(b[2]) << 16;
     return static_cast<std::int32_t>(bits << 8) / 256;
 }
@@ -149,7 +150,8 @@ void TestPicture::aHalfSizePictureStillCarriesTheNumber()
             for (int x = 0; x < half.view.width; ++x) {
                 const std::uint16_t *a = full.view.line(0, 2 * y) + 2 * x;
                 const std::uint16_t *b = full.view.line(0, 2 * y + 1) + 2 * x;
-                half.view.line(0, y)[x] = static_cast<std::uint16_t>((a[0] + a[1] + b[0] + b[1]) / 4);
+                const int sum = a[0] + a[1] + b[0] + b[1];
+                half.view.line(0, y)[x] = static_cast<std::uint16_t>(sum / 4);
             }
         }
         QCOMPARE(readFrameNumber(half.view), 31415926U);
@@ -230,7 +232,8 @@ void TestPicture::theMovingPatternDiffersFromFrameToFrame()
     pattern.draw(first.view, 100);
     pattern.draw(second.view, 101);
     // Below the bar and above the figures: the stripe has moved.
-    QVERIFY(!std::equal(first.view.line(0, 200), first.view.line(0, 201), second.view.line(0, 200)));
+    QVERIFY(!std::equal(first.view.line(0, 200), first.view.line(0, 201),
+                        second.view.line(0, 200)));
     pattern.draw(second.view, 100);
     QVERIFY(first.samples == second.samples);
 }
@@ -291,7 +294,8 @@ void TestPicture::theToneJoinsWithoutAClick()
     std::vector<std::uint8_t> joined(whole.size());
     std::size_t done = 0;
     for (const int block : {1, 1601, 1602, 47, 48, 4000, 2301}) {
-        writeTone(joined.data() + done * 6, -4800 + static_cast<std::int64_t>(done), block, 2, -20.0);
+        const std::int64_t position = -4800 + static_cast<std::int64_t>(done);
+        writeTone(joined.data() + done * 6, position, block, 2, -20.0);
         done += static_cast<std::size_t>(block);
     }
     QCOMPARE(done, std::size_t {9600});

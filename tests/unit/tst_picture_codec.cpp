@@ -61,8 +61,8 @@ View viewOfFrame(const AVFrame &frame)
 Frame converted(const AVFrame &from, int width, int height, AVPixelFormat format)
 {
     const std::unique_ptr<SwsContext, FreeScaler> scaler(
-        sws_getContext(from.width, from.height, static_cast<AVPixelFormat>(from.format), width, height,
-                       format, SWS_BILINEAR, nullptr, nullptr, nullptr));
+        sws_getContext(from.width, from.height, static_cast<AVPixelFormat>(from.format), width,
+                       height, format, SWS_BILINEAR, nullptr, nullptr, nullptr));
     Frame to = newFrame(width, height, format);
     if (!scaler || !to)
         return nullptr;
@@ -70,7 +70,8 @@ Frame converted(const AVFrame &from, int width, int height, AVPixelFormat format
     return to;
 }
 
-/// Encodes and decodes; the numbers of the decoded frames, -1 where there is none, at \a shrink of the size.
+/// Encodes and decodes; the numbers of the decoded frames, -1 where there is none, at \a shrink of
+/// the size.
 class RoundTrip
 {
 public:
@@ -117,7 +118,10 @@ public:
         return true;
     }
 
-    static std::uint32_t numberOf(int i) { return 0x01a5c3f0U + static_cast<std::uint32_t>(i) * 7919; }
+    static std::uint32_t numberOf(int i)
+    {
+        return 0x01a5c3f0U + static_cast<std::uint32_t>(i) * 7919;
+    }
 
 private:
     bool passOn(AVCodecContext *encoder)
@@ -137,8 +141,8 @@ private:
     {
         const Frame frame(av_frame_alloc());
         while (avcodec_receive_frame(_decoder.get(), frame.get()) >= 0) {
-            const Frame small = converted(*frame, frame->width / _shrink & ~1, frame->height / _shrink,
-                                          AV_PIX_FMT_YUV422P10);
+            const Frame small = converted(*frame, frame->width / _shrink & ~1,
+                                          frame->height / _shrink, AV_PIX_FMT_YUV422P10);
             const auto number = readFrameNumber(viewOfFrame(*small));
             numbers.push_back(number ? std::int64_t {*number} : -1);
             av_frame_unref(frame.get());
@@ -194,7 +198,8 @@ void TestPictureCodec::theNumberSurvives_data()
     // clang-format on
     for (const Row &row : rows) {
         QTest::newRow(row.name) << QString::fromLatin1(row.codec) << static_cast<int>(row.format)
-                                << row.width << row.height << row.kilobits << row.shrink << row.frames;
+                                << row.width << row.height << row.kilobits << row.shrink
+                                << row.frames;
     }
 }
 

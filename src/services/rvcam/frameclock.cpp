@@ -59,7 +59,8 @@ bool FrameClock::waitFor(std::int64_t frame)
         _startNs += late;
 
     const std::int64_t due = dueNs(frame);
-    const timespec until = {static_cast<std::time_t>(due / second), static_cast<long>(due % second)};
+    const timespec until = {static_cast<std::time_t>(due / second),
+                            static_cast<long>(due % second)};
     while (!ending && clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
     }
     return !ending;

@@ -13,8 +13,8 @@ public:
     /// Frame 0 is due now.
     void start();
     std::int64_t dueNs(std::int64_t frame) const;
-    /// Sleeps until frame \a frame is due. False when a signal has asked the program to end. A machine
-    /// that was asleep for longer than a second goes on from now instead of catching up.
+    /// Sleeps until frame \a frame is due. False when a signal has asked the program to end. A
+    /// machine that was asleep for longer than a second goes on from now instead of catching up.
     bool waitFor(std::int64_t frame);
 
 private:
@@ -23,7 +23,8 @@ private:
     std::int64_t _startNs = 0;
 };
 
-/// SIGINT and SIGTERM ask the program to end, SIGUSR1 toggles the record flag; SIGPIPE is an error code.
+/// SIGINT and SIGTERM ask the program to end, SIGUSR1 toggles the record flag; SIGPIPE is an error
+/// code.
 void installSignals();
 bool isEnding();
 /// True when SIGUSR1 has come an odd number of times.

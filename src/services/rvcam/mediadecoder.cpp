@@ -153,7 +153,8 @@ bool MediaDecoder::convertPicture(Picture &picture)
                                        SWS_BICUBIC, nullptr, nullptr, nullptr));
     if (!_scaler)
         return false;
-    // The bus carries video range; the matrix goes with the number of lines where the medium is silent.
+    // The bus carries video range; the matrix goes with the number of lines where the medium is
+    // silent.
     const int fromSpace = _frame->colorspace != AVCOL_SPC_UNSPECIFIED ? _frame->colorspace
                           : _frame->height > 576                      ? SWS_CS_ITU709
                                                                       : SWS_CS_ITU601;

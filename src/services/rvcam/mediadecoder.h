@@ -16,8 +16,8 @@ extern "C" {
 
 namespace cam {
 
-/// One opened file or URL: demultiplexed a little ahead, decoded on demand, converted to the bus's own
-/// picture and sound. Not thread-safe; every call may take as long as the medium takes.
+/// One opened file or URL: demultiplexed a little ahead, decoded on demand, converted to the bus's
+/// own picture and sound. Not thread-safe; every call may take as long as the medium takes.
 class MediaDecoder
 {
 public:
@@ -46,8 +46,8 @@ public:
     /// Size and rate of the video stream, each 0 when unknown.
     void describe(int &width, int &height, int &rateNum, int &rateDen) const;
 
-    /// The next picture or block of sound. False at the end of the stream, or when the medium fails;
-    /// times count from the beginning of the medium.
+    /// The next picture or block of sound. False at the end of the stream, or when the medium
+    /// fails; times count from the beginning of the medium.
     bool nextPicture(Picture &picture);
     bool nextSound(Sound &sound);
     /// Back to the beginning; false when the medium cannot.

@@ -15,7 +15,8 @@ constexpr std::size_t mostPictures = 5;
 constexpr std::int64_t soundRate = 48000;
 constexpr std::int64_t soundAhead = soundRate;          ///< samples decoded ahead
 constexpr std::int64_t longestGap = soundRate * 10;     ///< of sound that is filled with silence
-constexpr std::int64_t jitter = soundRate / 20;         ///< a time stamp off by less is taken as next
+constexpr std::int64_t jitter = soundRate / 20;         ///< a time stamp off by less is the next
+constexpr std::int64_t soundTailUs = 500'000;           ///< of sound after the last picture
 constexpr std::int64_t signalLostAfterSeconds = 2;
 
 std::int64_t samplesIn(std::int64_t us)
@@ -55,7 +56,8 @@ void MediaSource::takeFormat(Settings &settings)
         settings.format.width = width;
         settings.format.height = height;
     }
-    if (!settings.rateGiven && num > 0 && den > 0 && den <= 1001 && num / den >= 1 && num / den <= 120) {
+    const bool rateFits = num > 0 && den > 0 && den <= 1001 && num / den >= 1 && num / den <= 120;
+    if (!settings.rateGiven && rateFits) {
         settings.format.rateNum = num;
         settings.format.rateDen = den;
         const int fps = (num + den - 1) / den;
@@ -82,7 +84,7 @@ void MediaSource::run()
         }
         std::unique_lock lock(_mutex);
         _room.wait_for(lock, std::chrono::seconds(1), [this] { return _stop.load(); });
-        _loopStartUs = std::max(_lineEndUs, _nowUs);
+        _loopStartUs = nextStart();
     }
 }
 
@@ -129,8 +131,16 @@ void MediaSource::play(MediaDecoder &decoder)
         soundLeft = decoder.hasSound();
         gotAny = false;
         const std::lock_guard lock(_mutex);
-        _loopStartUs = std::max(_lineEndUs, _nowUs);
+        _loopStartUs = nextStart();
     }
+}
+
+/// Where the medium begins again: after its last picture, so that the loop shows each exactly once.
+/// Sound that is a little longer is cut, sound that goes on without picture is heard.
+std::int64_t MediaSource::nextStart() const
+{
+    const bool soundGoesOn = _soundEndUs > _pictureEndUs + soundTailUs;
+    return std::max(soundGoesOn ? _soundEndUs : _pictureEndUs, _nowUs);
 }
 
 bool MediaSource::wantsPicture() const
@@ -150,7 +160,7 @@ void MediaSource::addPicture(MediaDecoder::Picture &&picture)
     const bus::Format &format = _settings.format;
     picture.timeUs += _loopStartUs;
     const std::int64_t lengthUs = std::int64_t {1'000'000} * format.rateDen / format.rateNum;
-    _lineEndUs = std::max(_lineEndUs, picture.timeUs + lengthUs);
+    _pictureEndUs = std::max(_pictureEndUs, picture.timeUs + lengthUs);
     _pictures.push_back(std::move(picture));
 }
 
@@ -163,13 +173,14 @@ void MediaSource::addSound(const MediaDecoder::Sound &sound)
     if (_pcm.empty() && at > end) {
         _pcmStart = at;
     } else if (at > end + jitter) {
-        _pcm.resize(_pcm.size() + static_cast<std::size_t>(std::min(at - end, longestGap) * sampleBytes));
+        const std::int64_t gap = std::min(at - end, longestGap);
+        _pcm.resize(_pcm.size() + static_cast<std::size_t>(gap * sampleBytes));
     } else if (at < end - jitter) {
         return; // this time has been filled
     }
     _pcm.insert(_pcm.end(), sound.pcm.begin(), sound.pcm.end());
     const std::int64_t samples = static_cast<std::int64_t>(sound.pcm.size()) / sampleBytes;
-    _lineEndUs = std::max(_lineEndUs, (at + samples) * 125 / 6);
+    _soundEndUs = std::max(_soundEndUs, (at + samples) * 125 / 6);
 }
 
 bool MediaSource::draw(const picture::View &view, std::int64_t frame)
@@ -182,7 +193,8 @@ bool MediaSource::draw(const picture::View &view, std::int64_t frame)
     }
     // The picture whose time is nearest to the frame's from below; half a frame absorbs rounding.
     const std::int64_t n = frame - _offsetFrames;
-    const std::int64_t nowUs = (2 * n + 1) * std::int64_t {500'000} * format.rateDen / format.rateNum;
+    constexpr std::int64_t halfSecond = 500'000;
+    const std::int64_t nowUs = (2 * n + 1) * halfSecond * format.rateDen / format.rateNum;
     if (_offsetFrames >= 0)
         _nowUs = nowUs;
     bool fresh = false;

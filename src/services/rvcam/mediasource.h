@@ -12,8 +12,9 @@
 
 namespace cam {
 
-/// A media file or URL as a live input: played at its own speed, from the beginning again when it ends,
-/// opened again when it fails. A thread of its own decodes a little ahead; draw() and sound() never wait.
+/// A media file or URL as a live input: played at its own speed, from the beginning again when it
+/// ends, opened again when it fails. A thread of its own decodes a little ahead; draw() and sound()
+/// never wait.
 class MediaSource : public Source
 {
 public:
@@ -30,6 +31,7 @@ public:
 private:
     void run();
     void play(MediaDecoder &decoder);
+    std::int64_t nextStart() const;
     bool wantsPicture() const;
     bool wantsSound() const;
     void addPicture(MediaDecoder::Picture &&picture);
@@ -38,7 +40,8 @@ private:
     const Settings _settings;
     std::atomic<bool> _stop = false;
 
-    // The time line runs on through loops and reconnections; both ends of the queues are times on it.
+    // The time line runs on through loops and reconnections; both ends of the queues are times on
+    // it.
     std::mutex _mutex;
     std::condition_variable _room;
     std::deque<MediaDecoder::Picture> _pictures;
@@ -46,7 +49,8 @@ private:
     std::vector<std::uint16_t> _shown;
     std::deque<std::uint8_t> _pcm;
     std::int64_t _pcmStart = 0;       ///< sample position of the first byte in _pcm
-    std::int64_t _lineEndUs = 0;      ///< end of what has been decoded
+    std::int64_t _pictureEndUs = 0;   ///< ends of what has been decoded
+    std::int64_t _soundEndUs = 0;
     std::int64_t _nowUs = 0;          ///< what draw() has come to
     std::int64_t _loopStartUs = 0;    ///< where the medium's beginning lies on the time line
     std::int64_t _offsetFrames = -1;  ///< frame at which the time line began, -1 before

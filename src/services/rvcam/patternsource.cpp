@@ -15,7 +15,7 @@ PatternSource::PatternSource(const Settings &settings)
 
 bool PatternSource::draw(const picture::View &view, std::int64_t frame)
 {
-    const auto number = static_cast<std::uint32_t>(_settings.first + static_cast<std::uint64_t>(frame));
+    const std::uint32_t number = _settings.first + static_cast<std::uint32_t>(frame);
     switch (_settings.pattern) {
     case Pattern::Moving:
         _moving->draw(view, number);

@@ -52,8 +52,9 @@ std::uint8_t *appendPlane(std::uint8_t *out, const picture::View &view, int p, b
             continue;
         }
         const int upper = interlaced ? y / 2 * 4 + y % 2 : y * 2;
+        const int lower = upper + (interlaced ? 2 : 1);
         const std::uint16_t *a = view.line(p, std::min(upper, view.height - 1));
-        const std::uint16_t *b = view.line(p, std::min(upper + (interlaced ? 2 : 1), view.height - 1));
+        const std::uint16_t *b = view.line(p, std::min(lower, view.height - 1));
         for (int x = 0; x < samples; ++x)
             *out++ = eightBit(a[x] + b[x], 2);
     }
@@ -66,9 +67,9 @@ std::string streamHeader(const Settings &settings)
     // 525-line pictures begin with the lower field, all others with the upper one.
     const char *scan = format.scanMode != 1 ? "p" : format.height == 486 ? "b" : "t";
     const char *chroma = settings.pipeFormat == PipeFormat::Yuv420 ? "420mpeg2" : "422";
-    return "YUV4MPEG2 W" + std::to_string(format.width) + " H" + std::to_string(format.height) + " F"
-           + std::to_string(format.rateNum) + ":" + std::to_string(format.rateDen) + " I" + scan
-           + " A0:0 C" + chroma + "\n";
+    return "YUV4MPEG2 W" + std::to_string(format.width) + " H" + std::to_string(format.height)
+           + " F" + std::to_string(format.rateNum) + ":" + std::to_string(format.rateDen)
+           + " I" + scan + " A0:0 C" + chroma + "\n";
 }
 
 } // namespace

@@ -5,8 +5,8 @@
 
 namespace cam {
 
-/// Writes frames as YUV4MPEG2 to standard output until they are done, the reader goes away or a signal
-/// comes. The program's exit code.
+/// Writes frames as YUV4MPEG2 to standard output until they are done, the reader goes away or a
+/// signal comes. The program's exit code.
 int runPipe(const Settings &settings, Source &source);
 
 } // namespace cam

@@ -33,8 +33,8 @@ struct Settings {
     bool fast = false;
 };
 
-/// Reads the command line. False with \a error filled in when it makes no sense; --help and --version
-/// end the program as usual.
+/// Reads the command line. False with \a error filled in when it makes no sense; --help and
+/// --version end the program as usual.
 bool parse(const QStringList &arguments, Settings &settings, QString &error);
 
 } // namespace cam

@@ -17,7 +17,8 @@ public:
 
     /// Draws frame \a frame; false when there is no signal, the view is then left as it is.
     virtual bool draw(const picture::View &view, std::int64_t frame) = 0;
-    /// Writes the frame's sound as interleaved 24-bit little-endian PCM, \a samples of each channel.
+    /// Writes the frame's sound as interleaved 24-bit little-endian PCM, \a samples of each
+    /// channel.
     virtual void sound(std::uint8_t *out, std::int64_t firstSample, int samples) = 0;
 };
 

@@ -13,8 +13,9 @@ void addOptions(QCommandLineParser &parser)
     parser.setApplicationDescription(QStringLiteral(
         "Follows a bus: lists its frames, writes a still, or measures it.\n"
         "Exit code 0 is done, 1 means that too little came, 2 is a wrong command line.\n\n"
-        "A line of --frames is the number read from the picture's bar, or - without one. --long adds\n"
-        "sequence, content, frame number in the clip, timecode, milliseconds since the first frame."));
+        "A line of --frames is the number read from the picture's bar, or - without one. --long\n"
+        "adds sequence, content, frame number in the clip, timecode, milliseconds since the first\n"
+        "frame."));
     parser.addHelpOption();
     parser.addOptions({
         {"bus", "Bus to follow.", "name", "/rvd_program"},
@@ -22,7 +23,7 @@ void addOptions(QCommandLineParser &parser)
         {"long", "Print everything about a frame."},
         {"json", "Print one JSON object a line."},
         {"still", "Write the newest picture to a .png or .ppm file.", "file"},
-        {"measure", "Count frames, gaps and repeats and take the audio peak for so long.", "seconds"},
+        {"measure", "Count frames, gaps and repeats, take the audio peak, for so long.", "seconds"},
         {"timeout", "Give up when no frame comes for so many milliseconds.", "ms", "5000"},
     });
 }

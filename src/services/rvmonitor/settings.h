@@ -8,8 +8,8 @@
 
 namespace monitor {
 
-/// What the command line asks for. Without --frames, --still and --measure it follows the bus until a
-/// signal or a time-out.
+/// What the command line asks for. Without --frames, --still and --measure it follows the bus until
+/// a signal or a time-out.
 struct Settings {
     std::string bus = "/rvd_program";
     bool listFrames = false;
@@ -21,7 +21,8 @@ struct Settings {
     int timeoutMs = 5000;       ///< without a frame for so long the program ends
 };
 
-/// Reads the command line. False with \a error filled in when it makes no sense; --help ends the program.
+/// Reads the command line. False with \a error filled in when it makes no sense; --help ends the
+/// program.
 bool parse(const QStringList &arguments, Settings &settings, QString &error);
 
 } // namespace monitor

@@ -35,8 +35,8 @@ std::unique_ptr<AVFrame, FreeFrame> rgbOf(const picture::View &view)
     std::unique_ptr<AVFrame, FreeFrame> rgb(av_frame_alloc());
     const std::unique_ptr<SwsContext, FreeScaler> scaler(
         sws_getContext(view.width, view.height, AV_PIX_FMT_YUV422P10, view.width, view.height,
-                       AV_PIX_FMT_RGB24, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
-                       nullptr, nullptr));
+                       AV_PIX_FMT_RGB24, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
+                       nullptr, nullptr, nullptr));
     if (!rgb || !scaler)
         return nullptr;
     rgb->width = view.width;
@@ -105,7 +105,8 @@ bool writeStill(bus::Frame &frame, const std::string &path, std::string &error)
     }
     const bool ppm = path.size() > 4 && (path.ends_with(".ppm") || path.ends_with(".PPM"));
     const auto rgb = rgbOf(view);
-    const PacketPointer packet = rgb ? encode(*rgb, ppm ? AV_CODEC_ID_PPM : AV_CODEC_ID_PNG) : nullptr;
+    const AVCodecID codec = ppm ? AV_CODEC_ID_PPM : AV_CODEC_ID_PNG;
+    const PacketPointer packet = rgb ? encode(*rgb, codec) : nullptr;
     if (!packet) {
         error = "the picture cannot be converted";
         return false;

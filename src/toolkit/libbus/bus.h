@@ -62,8 +62,8 @@ struct Frame {
 };
 
 /// Puts frames on a bus: a ring of slots in POSIX shared memory that any number of readers follow.
-/// One writer a bus; a writer that comes after a dead one takes the bus over. Never waits for a reader.
-/// Not thread-safe: one thread uses a Writer.
+/// One writer a bus; a writer that comes after a dead one takes the bus over. Never waits for a
+/// reader. Not thread-safe: one thread uses a Writer.
 class Writer
 {
 public:
@@ -80,10 +80,11 @@ public:
     static void remove(const std::string &name);
 
     /// The slot that the next frame goes to, laid out for \a format; draw the picture there.
-    /// Invalid when the format is larger than a slot, the bus is not open or there is no memory left.
-    /// An object that somebody has removed in the meantime is made anew.
+    /// Invalid when the format is larger than a slot, the bus is not open or there is no memory
+    /// left. An object that somebody has removed in the meantime is made anew.
     picture::View beginFrame(const Format &format);
-    /// Room for the next frame's audio: maxSamples * maxChannels * 3 bytes. Null when the bus is not open.
+    /// Room for the next frame's audio: maxSamples * maxChannels * 3 bytes. Null when the bus is
+    /// not open.
     std::uint8_t *audioSlot();
     /// Publishes the frame begun last and wakes the readers. info.sequence is filled in here.
     void publish(FrameInfo info);
@@ -93,8 +94,8 @@ private:
     std::unique_ptr<Shared> _d;
 };
 
-/// Follows a bus. Trusts nothing that stands in the shared memory: every size is checked before use and
-/// a frame overwritten while it was read is dropped. Not thread-safe.
+/// Follows a bus. Trusts nothing that stands in the shared memory: every size is checked before use
+/// and a frame overwritten while it was read is dropped. Not thread-safe.
 class Reader
 {
 public:
@@ -111,8 +112,9 @@ public:
     /// Waits for a frame newer than the one read last and copies it into \a frame (whose memory is
     /// reused). With \a inOrder the next frame still in the ring, otherwise the newest.
     /// False when none came within \a timeoutMs (0 only looks, negative waits for ever), wake() was
-    /// called or the reader is not open; \a frame then holds nothing of use. A reader begins with the
-    /// newest frame that stands on the bus when it is opened, and follows it to a new object by itself.
+    /// called or the reader is not open; \a frame is then as it was, or empty when its successor was
+    /// overwritten half way through the copy. A reader begins with the newest frame that stands on
+    /// the bus when it is opened, and follows the bus to a new object by itself.
     [[nodiscard]] bool next(Frame &frame, int timeoutMs, bool inOrder = true);
     /// Frames that were overwritten before this reader came to them.
     std::uint64_t missed() const;

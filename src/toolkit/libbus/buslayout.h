@@ -8,13 +8,14 @@
 
 namespace bus {
 
-// What stands in the shared memory of a bus: a header, then the slots. Words are in the machine's own
-// order and the magic number tells a foreign one; every size is stated, so that another layout is refused.
+// What stands in the shared memory of a bus: a header, then the slots. Words are in the machine's
+// own order and the magic number tells a foreign one; every size is stated, so that another layout
+// is refused.
 //
 // Frame s is written to slot s modulo slotCount. A slot's stamps tell whether it is whole:
-//   writer: begin = s; picture, audio, record; end = s; then published = s, and the readers are woken
+//   writer: begin = s; picture, audio, record; end = s; then published = s, and readers are woken
 //   reader: begin and end must be s before the copy, and still be s after it
-// Stamps and `published` are the low 32 bits of the sequence number, which any machine stores in one go;
+// Stamps and `published` are the low 32 bits of the sequence number, stored in one go everywhere;
 // the record inside the slot carries all 64. No frame has number 0: fresh memory is no frame.
 
 constexpr std::uint64_t busMagic = 0x3130'7375'4276'5211ULL;
@@ -29,7 +30,7 @@ struct Header {
     std::uint32_t ringSlots;
     std::uint32_t pictureOffset;           ///< within a slot
     std::uint64_t audioOffset;             ///< within a slot
-    std::uint64_t sequence;                ///< the writer's own count, for the writer that comes after it
+    std::uint64_t sequence;                ///< the writer's own count, for the next writer
     std::atomic<std::uint32_t> generation; ///< counts writers
     std::atomic<std::uint32_t> published;  ///< the newest frame; readers wait on this word
 };
@@ -90,7 +91,8 @@ constexpr std::uint32_t stampOf(std::uint64_t sequence)
     return static_cast<std::uint32_t>(sequence & 0xffff'ffffU);
 }
 
-/// True when the header, taken from memory that anyone may have written, describes this very layout.
+/// True when the header, taken from memory that anyone may have written, describes this very
+/// layout.
 bool isOurs(const Header &header);
 /// Fills everything that isOurs() looks at, except the magic number.
 void describe(Header &header);
@@ -111,8 +113,8 @@ std::int64_t monotonicNs();
 void orderWrites();
 void orderReads();
 
-/// Sleeps until \a word is no longer \a seen, someone wakes it, or \a timeoutMs have passed. Reads the
-/// word only inside the kernel: memory that is no longer there answers at once with false.
+/// Sleeps until \a word is no longer \a seen, someone wakes it, or \a timeoutMs have passed. Reads
+/// the word only inside the kernel: memory that is no longer there answers at once with false.
 bool waitOnWord(const std::atomic<std::uint32_t> *word, std::uint32_t seen, int timeoutMs);
 /// Wakes everyone who waits on \a word, in every process.
 void wakeWord(const std::atomic<std::uint32_t> *word);

@@ -12,12 +12,13 @@
 
 namespace bus {
 
-// A reader takes everything by pread(): an object that is cut while it is read is a short read and never a
-// signal. The header is mapped only to have an address to wait on, and only the kernel looks there.
+// A reader takes everything by pread(): an object that is cut while it is read is a short read and
+// never a signal. The header is mapped only to have an address to wait on, and only the kernel
+// looks there.
 
 namespace {
 
-constexpr int sliceMs = 100; ///< how often a reader that waits looks whether the object was replaced
+constexpr int sliceMs = 100; ///< how often a waiting reader looks for a new object
 
 bool readExactly(int fd, void *to, std::size_t bytes, std::size_t offset)
 {
@@ -177,13 +178,19 @@ bool Reader::Shared::copyFrame(std::uint64_t sequence, Frame &frame) const
     frame.audio.resize(audioBytes);
 
     const std::size_t at = slotOffset(sequence);
-    if (!readExactly(fd, frame.picture.data(), pictureBytes, at + pictureOffset)
-        || !readExactly(fd, frame.audio.data(), audioBytes, at + audioOffset))
-        return false;
-    orderReads();
-    Stamps after {};
     const std::uint32_t stamp = stampOf(sequence);
-    return readExactly(fd, &after, sizeof after, at) && after.begin == stamp && after.end == stamp;
+    Stamps after {};
+    bool whole = readExactly(fd, frame.picture.data(), pictureBytes, at + pictureOffset)
+                 && readExactly(fd, frame.audio.data(), audioBytes, at + audioOffset);
+    orderReads();
+    whole = whole && readExactly(fd, &after, sizeof after, at) && after.begin == stamp
+            && after.end == stamp;
+    if (!whole) { // what has been copied so far belongs to two frames: nobody gets to see it
+        frame.info = {};
+        frame.picture.clear();
+        frame.audio.clear();
+    }
+    return whole;
 }
 
 /// Copies the next frame, when there is one; \a published is what the bus has announced.
@@ -292,8 +299,8 @@ bool Reader::isAlive(int ms) const
 
 void Reader::wake()
 {
-    // The waiter may be anywhere between its last look at the flag and its sleep: it is woken again until
-    // it has seen the flag. Should that take longer than a slice, it looks of its own accord.
+    // The waiter may be anywhere between its last look at the flag and its sleep: it is woken again
+    // until it has seen the flag. Should that take longer than a slice, it looks of its own accord.
     _d->wakeRequested.store(true);
     for (int tries = 0; tries < 1000 && _d->waiting.load() && _d->wakeRequested.load(); ++tries) {
         if (const auto *word = _d->word.load())

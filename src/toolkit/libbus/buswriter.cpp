@@ -13,9 +13,9 @@
 
 namespace bus {
 
-// The lock on the object is what makes a writer the writer: the kernel drops it when the process ends in
-// whatever way, so the next one needs no guess about who is alive. The writer reserves the memory of a slot
-// before it first draws there: a full /dev/shm is an invalid view, not a signal.
+// The lock on the object is what makes a writer the writer: the kernel drops it when the process
+// ends in whatever way, so the next one needs no guess about who is alive. The writer reserves the
+// memory of a slot before it first draws there: a full /dev/shm is an invalid view, not a signal.
 
 struct Writer::Shared {
     std::string name;
@@ -24,7 +24,7 @@ struct Writer::Shared {
     std::uint64_t sequence = 0; ///< the frame published last
     bool begun = false;
     Format format;
-    std::array<std::size_t, slotCount> reserved {}; ///< bytes of picture that have memory behind them
+    std::array<std::size_t, slotCount> reserved {}; ///< bytes with memory behind them
 
     Header &header() const { return *reinterpret_cast<Header *>(memory); }
     SlotHeader &slot(std::uint64_t s) const
@@ -74,7 +74,8 @@ Claim claim(int fd)
 
 bool Writer::Shared::attach()
 {
-    // A few rounds: what is found may be removed, or be somebody else's leftover that is removed here.
+    // A few rounds: what is found may be removed, or be somebody else's leftover that is removed
+    // here.
     for (int round = 0; round < 5; ++round) {
         fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_NONBLOCK, 0660);
         if (fd < 0)
@@ -225,7 +226,8 @@ picture::View Writer::beginFrame(const Format &format)
     if (!isOpen() || !fits(format))
         return {};
     if (!_d->isStillThere()) {
-        // Somebody has removed or cut the object: readers can no longer find it, so it is made anew.
+        // Somebody has removed or cut the object: readers can no longer find it, so it is made
+        // anew.
         _d->detach();
         if (!_d->attach())
             return {};

@@ -6,10 +6,10 @@
 
 namespace picture {
 
-// The strip, from the left: one white cell, the number's 32 bits from the highest, the checksum's 16 bits
-// from the highest, one black cell. White is a one. Cells divide the width evenly, so that the bar scales
-// with the picture; the two outer cells always show both levels, so that the reader can set its threshold
-// from the picture itself, whatever a look-up table did to it.
+// The strip, from the left: one white cell, the number's 32 bits from the highest, the checksum's
+// 16 bits from the highest, one black cell. White is a one. Cells divide the width evenly, so that
+// the bar scales with the picture; the two outer cells always show both levels, so that the reader
+// can set its threshold from the picture itself, whatever a look-up table did to it.
 
 namespace {
 
@@ -112,8 +112,8 @@ void writeFrameNumber(const View &view, std::uint32_t number)
 
 std::optional<std::uint32_t> readFrameNumber(const View &view)
 {
-    // The bar as drawn, in a picture scaled to a half, in one scaled to a quarter. The first rung takes
-    // the most samples; the others lie inside a bar that has shrunk with its picture.
+    // The bar as drawn, in a picture scaled to a half, in one scaled to a quarter. The first rung
+    // takes the most samples; the others lie inside a bar that has shrunk with its picture.
     static constexpr int rungs[][2] = {{8, 24}, {4, 12}, {2, 6}};
 
     if (!view.isValid() || view.width < cells)

@@ -8,15 +8,16 @@
 
 namespace picture {
 
-// The background is made once: a sky that brightens towards a horizon, hills in front of it and a ground
-// with some texture. Smooth parts and parts with detail, as in camera pictures, so that a codec's bit
-// rate on it says something, and no part of it so busy that the codec runs out of bits.
+// The background is made once: a sky that brightens towards a horizon, hills in front of it and a
+// ground with some texture. Smooth parts and parts with detail, as in camera pictures, so that a
+// codec's bit rate on it says something, and no part of it so busy that the codec runs out of bits.
 
 namespace {
 
 constexpr int tileSize = 256;
 
-/// A square of smooth random values 0..255 that joins itself at the edges; the same on every machine.
+/// A square of smooth random values 0..255 that joins itself at the edges; the same on every
+/// machine.
 class Noise
 {
 public:
@@ -93,7 +94,8 @@ void drawStripe(const View &view, std::uint32_t number)
                                       * static_cast<std::uint64_t>(step)
                                       % static_cast<std::uint64_t>(view.width)) & ~1;
 
-    // The first line is drawn sample by sample, wrapping at the right edge; the others copy its pieces.
+    // The first line is drawn sample by sample, wrapping at the right edge; the others copy its
+    // pieces.
     const int head = std::min(stripe, view.width - left);
     const int tail = stripe - head;
     std::array<std::uint16_t, 512> luma {};
@@ -129,7 +131,8 @@ MovingPattern::MovingPattern(int width, int height)
     std::vector<int> hills(static_cast<std::size_t>(_width));
     for (int x = 0; x < _width; ++x) {
         const auto unit = static_cast<std::uint32_t>((static_cast<std::int64_t>(x) * scaleX) >> 8);
-        hills[static_cast<std::size_t>(x)] = 1500 + noise.at(unit, 4096) * 4 + noise.at(unit * 4, 9000);
+        hills[static_cast<std::size_t>(x)] =
+            1500 + noise.at(unit, 4096) * 4 + noise.at(unit * 4, 9000);
     }
     for (int y = 0; y < _height; ++y) {
         const int unitY = static_cast<int>((static_cast<std::int64_t>(y) * scaleY) >> 8);
@@ -138,7 +141,8 @@ MovingPattern::MovingPattern(int width, int height)
         std::uint16_t *cr = view.line(2, y);
         for (int x = 0; x < _width; ++x) {
             const int unitX = static_cast<int>((static_cast<std::int64_t>(x) * scaleX) >> 8);
-            const Sample sample = landscape(noise, unitX, unitY, hills[static_cast<std::size_t>(x)]);
+            const int hill = hills[static_cast<std::size_t>(x)];
+            const Sample sample = landscape(noise, unitX, unitY, hill);
             luma[x] = static_cast<std::uint16_t>(std::clamp(sample.y, 64, 940));
             if ((x & 1) == 0 && x / 2 < _width / 2) {
                 cb[x / 2] = static_cast<std::uint16_t>(std::clamp(sample.cb, 64, 960));

@@ -13,9 +13,9 @@ void drawBars(const View &view);
 /// A horizontal luma ramp over the code values 4..1019, chroma neutral.
 void drawRamp(const View &view);
 
-/// The moving test pattern: a still natural-looking background with a stripe that moves a fixed step
-/// each frame, the frame-number bar at the top and the frame number in figures.
-/// Built once for a raster; draw() costs one copy of the background and little more.
+/// The moving test pattern: a still natural-looking background with a stripe that moves a fixed
+/// step each frame, the frame-number bar at the top and the frame number in figures. Built once for
+/// a raster; draw() costs one copy of the background and little more.
 class MovingPattern
 {
 public:

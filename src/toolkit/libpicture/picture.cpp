@@ -32,7 +32,8 @@ void copy(const View &from, const View &to)
         const std::size_t samples = static_cast<std::size_t>(p == 0 ? from.width : from.width / 2);
         const std::size_t lineBytes = samples * sizeof(std::uint16_t);
         if (from.stride[p] == to.stride[p] && static_cast<std::size_t>(from.stride[p]) == samples) {
-            std::memcpy(to.plane[p], from.plane[p], lineBytes * static_cast<std::size_t>(from.height));
+            const auto lines = static_cast<std::size_t>(from.height);
+            std::memcpy(to.plane[p], from.plane[p], lineBytes * lines);
             continue;
         }
         for (int y = 0; y < from.height; ++y)

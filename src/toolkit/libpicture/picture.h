@@ -6,8 +6,8 @@
 
 namespace picture {
 
-/// A borrowed view of one raw picture: planar 4:2:2, one 10-bit sample (0..1023, video range) in each
-/// host-order 16-bit word. Both fields of an interlaced picture are interleaved line by line.
+/// A borrowed view of one raw picture: planar 4:2:2, one 10-bit sample (0..1023, video range) in
+/// each host-order 16-bit word. Both fields of an interlaced picture are interleaved line by line.
 /// Chroma planes are width/2 wide; width is even. The view owns nothing.
 struct View {
     int width = 0;              ///< luma samples
