@@ -18,7 +18,7 @@ namespace bus {
 
 namespace {
 
-constexpr int sliceMs = 30; ///< how often a waiting reader looks for a new object: within the ring's time
+constexpr int sliceMs = 30; ///< how often a waiting reader looks for a new object
 
 bool readExactly(int fd, void *to, std::size_t bytes, std::size_t offset)
 {
