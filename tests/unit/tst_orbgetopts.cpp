@@ -53,7 +53,8 @@ void TestOrbGetOpts::options_data()
         << QStringList{"-x", "-l"} << "xl" << "unknown option '-x'" << none;
     QTest::newRow("unknown among known")
         << QStringList{"-dxl"} << "dxl" << "unknown option '-x'" << none;
-    QTest::newRow("colon is no letter") << QStringList{"-:"} << ":" << "unknown option '-:'" << none;
+    QTest::newRow("colon is no letter")
+        << QStringList{"-:"} << ":" << "unknown option '-:'" << none;
     QTest::newRow("letter outside Latin")
         << QStringList{QStringLiteral("-\u4e2d")} << "?"
         << QStringLiteral("unknown option '-\u4e2d'") << none;

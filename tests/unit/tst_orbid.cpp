@@ -96,8 +96,10 @@ void TestOrbId::everyEnumeratorHasItsName()
 {
     const auto names = enumerators();
     QVERIFY(names.size() > 90);
-    for (const int number : names.uniqueKeys())
-        QVERIFY2(names.values(number).contains(OrbId(number).name()), qPrintable(OrbId(number).name()));
+    for (const int number : names.uniqueKeys()) {
+        const QString name = OrbId(number).name();
+        QVERIFY2(names.values(number).contains(name), qPrintable(name));
+    }
 }
 
 void TestOrbId::noTwoNumbersShareAName()

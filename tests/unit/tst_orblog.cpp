@@ -1,6 +1,7 @@
 #include "liborb/orbconnect.h"
 #include "liborb/orblog.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -37,6 +38,7 @@ private slots:
     void overlongPrintfRecordsAreCut();
     void aFailedStatementIsLoggedByItsOwnText();
     void theDisplayIsStandardError();
+    void aSignalHandlerMayLogWhileTheLogIsBusy();
     void aSinkThatLogsIsNotHeard();
     void aSinkMayRemoveItself();
     void manyThreadsNeverMixTheirLines();
@@ -56,9 +58,10 @@ class Collector
 public:
     explicit Collector(OrbLog *log) : _log(log)
     {
-        _number = log->addSink([this](int level, const QString &file, int line, const QString &text) {
-            records.append({level, file, line, text});
-        });
+        _number = log->addSink(
+            [this](int level, const QString &file, int line, const QString &text) {
+                records.append({level, file, line, text});
+            });
     }
     ~Collector() { _log->removeSink(_number); }
 
@@ -297,8 +300,8 @@ void TestOrbLog::aFailedStatementIsLoggedByItsOwnText()
     QVERIFY(!seen.records.isEmpty());
     const Collected &record = seen.records.last();
     QCOMPARE(record.level, 2);
-    QCOMPARE(record.text,
-             QStringLiteral("FAILED: connect(nullptr, SIGNAL(timeout()), nullptr, SLOT(logStats()))"));
+    QCOMPARE(record.text, QStringLiteral("FAILED: connect(nullptr, SIGNAL(timeout()), nullptr, "
+                                         "SLOT(logStats()))"));
 }
 
 void TestOrbLog::theDisplayIsStandardError()
@@ -321,6 +324,30 @@ void TestOrbLog::theDisplayIsStandardError()
     const QByteArray shown = contents(dir.filePath("err"));
     QVERIFY2(shown.endsWith("tst_orblog.cpp:2: after\n"), shown.constData());
     QCOMPARE(shown.count('\n'), 1);
+}
+
+void TestOrbLog::aSignalHandlerMayLogWhileTheLogIsBusy()
+{
+    const QTemporaryDir dir;
+    OrbLog log;
+    QVERIFY(log.openFile(dir.filePath("a")));
+    // As if the signal came to another thread's record, which holds the log.
+    log.addSink([&](int, const QString &, int, const QString &) {
+        std::thread([&log] { log.outputFromSignal(1, "main.cpp", 5, "Aborting.\x1b\n"); }).join();
+    });
+    log.outputFromSignal(4, "main.cpp", 5, "above the threshold\n");
+    log.output(1, logFile, 1, "busy\n");
+    static const QRegularExpression shape(QStringLiteral(
+        "^[^\n]*: busy\n\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z 1 "
+        "main\\.cpp:5: Aborting\\.\\?\n$"));
+    const QString lines = QString::fromUtf8(contents(dir.filePath("a")));
+    QVERIFY2(shape.match(lines).hasMatch(), qPrintable(lines));
+    const QByteArray endless(100000, 'z');
+    log.outputFromSignal(1, "main.cpp", 6, endless.constData());
+    QVERIFY(contents(dir.filePath("a")).endsWith("zzz\n"));
+    const QDateTime written = QDateTime::fromString(
+        QString::fromUtf8(contents(dir.filePath("a")).split('\n').at(1).left(24)), Qt::ISODateWithMs);
+    QVERIFY(qAbs(written.secsTo(QDateTime::currentDateTimeUtc())) < 3600);
 }
 
 void TestOrbLog::aSinkThatLogsIsNotHeard()

@@ -162,7 +162,7 @@ void TestOrbTimecode::everyLabelOfTheDayConvertsBothWays_data()
     QTest::newRow("60 drop frame") << 60 << true << 5178816;
 }
 
-/// Walks the labels as people count them, leaving out what drop frame leaves out, beside the frame count.
+/// Walks the labels as people count them, without those left out, beside the frame count.
 void TestOrbTimecode::everyLabelOfTheDayConvertsBothWays()
 {
     QFETCH(int, fps);

@@ -68,7 +68,7 @@ void Orb::init(int)
     qRegisterMetaType<OrbPlayList>("OrbPlayList");
     qRegisterMetaType<OrbPlayListIndex>("OrbPlayListIndex");
 
-    av_log_set_level(AV_LOG_QUIET); // it would write to standard error; failures come back as results
+    av_log_set_level(AV_LOG_QUIET); // its failures come back as results
 }
 
 qint64 Orb::timeOfDayMs()

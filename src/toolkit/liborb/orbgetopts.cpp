@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Delivered in place of an option that lacks its argument, so that no caller acts on half an option.
+/// Delivered in place of an option that lacks its argument: no caller acts on half an option.
 constexpr char missingArgument = '?';
 
 /// The value of the letter position once "--" or an ordinary word has ended the options.

@@ -10,7 +10,7 @@ struct Name {
     const char *name;
 };
 
-// Every identifier in use, by number. A number with two enumerators has the name that says what it is.
+// Every identifier in use, by number. One with two enumerators has the name that says what it is.
 // clang-format off
 constexpr Name names[] = {
     {0,    "None"},

@@ -25,13 +25,13 @@ struct flock wholeFile(short type)
     return range;
 }
 
-/// Opens the file, creating it when there is none. A symbolic link or anything that is no ordinary file is
-/// refused: the folder may be one that everybody can write.
+/// Opens the file, creating it when there is none. A symbolic link or anything that is no ordinary file
+/// is refused: the folder may be one that everybody can write.
 int openLockFile(const QByteArray &path)
 {
     constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        // Opened before it is created, because kernels refuse O_CREAT on another user's file in such folders.
+        // Opened first and created second: kernels refuse O_CREAT on another user's file there.
         int fd = ::open(path.constData(), flags);
         if (fd < 0 && errno == ENOENT)
             fd = ::open(path.constData(), flags | O_CREAT | O_EXCL, 0644);

@@ -4,10 +4,13 @@
 #include <QDateTime>
 #include <QFile>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -20,8 +23,8 @@ namespace {
 constexpr int defaultThreshold = 3;
 constexpr qsizetype longestText = 4096; ///< characters of one record
 
-/// A record written while a sink handles another one (by the sink itself, or by a signal handler that
-/// interrupts it) is dropped: anything else would wait for itself.
+/// A record written while a sink handles another one (by the sink itself, or by code that interrupts
+/// it) is dropped: anything else would wait for itself.
 thread_local bool insideSink = false;
 
 bool isControl(QChar c)
@@ -63,12 +66,11 @@ QByteArray record(int level, const QString &file, int line, const QString &text)
            + QByteArray::number(line) + ": " + text.toUtf8() + '\n';
 }
 
-void writeAll(int fd, const QByteArray &bytes)
+void writeAll(int fd, const char *bytes, qsizetype size)
 {
     qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t count = ::write(fd, bytes.constData() + done,
-                                      static_cast<size_t>(bytes.size() - done));
+    while (done < size) {
+        const ssize_t count = ::write(fd, bytes + done, static_cast<size_t>(size - done));
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
@@ -93,8 +95,8 @@ struct OrbLog::Private {
 
     std::recursive_mutex mutex;
     std::atomic<int> threshold = defaultThreshold;
-    int fileFd = -1;
-    bool display = false;
+    std::atomic<int> fileFd = -1; ///< atomic for signal handlers, which take no lock
+    std::atomic<bool> display = false;
     int nextNumber = 1;
     std::vector<NumberedSink> sinks;
 };
@@ -119,14 +121,43 @@ void OrbLog::output(int level, const QString &file, int line, const QString &tex
     if (_d->fileFd >= 0 || _d->display) {
         const QByteArray bytes = record(level, cleaned(file), line, clean);
         if (_d->fileFd >= 0)
-            writeAll(_d->fileFd, bytes);
+            writeAll(_d->fileFd, bytes.constData(), bytes.size());
         if (_d->display)
-            writeAll(STDERR_FILENO, bytes);
+            writeAll(STDERR_FILENO, bytes.constData(), bytes.size());
     }
     const std::vector<Private::NumberedSink> sinks = _d->sinks; // a sink may remove itself
     for (const Private::NumberedSink &entry : sinks)
         (*entry.sink)(level, file, line, clean);
     insideSink = false;
+}
+
+void OrbLog::outputFromSignal(int level, const char *file, int line, const char *text)
+{
+    if (level > _d->threshold)
+        return;
+    // The calendar by arithmetic: the library's own functions take a lock.
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const std::chrono::sys_seconds seconds{std::chrono::seconds(now.tv_sec)};
+    const auto day = std::chrono::floor<std::chrono::days>(seconds);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss time(seconds - day);
+    char bytes[longestText];
+    const int length = std::snprintf(
+        bytes, sizeof bytes, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ %d %s:%d: %s",
+        static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+        static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
+        static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+        static_cast<int>(now.tv_nsec / 1000000), level, file, line, text);
+    qsizetype size = std::clamp<qsizetype>(length, 0, longestText - 2);
+    if (size > 0 && bytes[size - 1] == '\n')
+        --size;
+    std::replace_if(bytes, bytes + size, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    bytes[size++] = '\n';
+    if (_d->fileFd >= 0)
+        writeAll(_d->fileFd, bytes, size);
+    if (_d->display)
+        writeAll(STDERR_FILENO, bytes, size);
 }
 
 void OrbLog::setLevel(int level) { _d->threshold = level; }
@@ -139,7 +170,7 @@ bool OrbLog::openFile(const QString &path)
     if (fd < 0)
         return false;
     const std::lock_guard lock(_d->mutex);
-    const int former = std::exchange(_d->fileFd, fd);
+    const int former = _d->fileFd.exchange(fd);
     if (former >= 0)
         ::close(former);
     return true;

@@ -26,6 +26,9 @@ public:
 
     /// Writes one record; \a text as composed, with or without its line end.
     void output(int level, const QString &file, int line, const QString &text);
+    /// The same from a signal handler: neither waits nor allocates, and reaches the file and the display
+    /// only. The time is universal time.
+    void outputFromSignal(int level, const char *file, int line, const char *text);
     void setLevel(int level);
     int level() const;
     /// Appends to the file \a path, created when need be, in place of the file open before. False when it

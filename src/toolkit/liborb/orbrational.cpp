@@ -10,7 +10,7 @@ double OrbRational::toDouble() const
 
 qint32 OrbRational::gcf(qint32 a, qint32 b)
 {
-    // 64 bits wide, because the remainder of the smallest 32-bit number by -1 traps on some processors.
+    // 64 bits wide: the remainder of the smallest 32-bit number by -1 traps on some processors.
     qint64 dividend = a;
     qint64 divisor = b;
     if (dividend < divisor)

@@ -115,7 +115,7 @@ OrbTimecode OrbTimecode::fromTimeOfDay(int fps, bool dropFrame)
     label.setSec(static_cast<int>(now / 1000 % 60));
     label.setMin(static_cast<int>(now / 60000 % 60));
     label.setHour(static_cast<int>(now / 3600000));
-    // The clock's seconds are the label's; a label that drop-frame counting leaves out is not shown.
+    // The clock's seconds are the label's; one that drop-frame counting leaves out is not shown.
     const int dropped = static_cast<int>(countingOf(fps, dropFrame).dropped);
     if (label.sec() == 0 && label.min() % 10 != 0 && label.frame() < dropped)
         label.setFrame(dropped);

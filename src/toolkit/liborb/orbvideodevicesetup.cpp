@@ -62,7 +62,10 @@ OrbId OrbVideoDeviceSetup::videoInputSource() const { return _d->f.videoInputSou
 OrbId OrbVideoDeviceSetup::audioInputSource() const { return _d->f.audioInputSource; }
 OrbId OrbVideoDeviceSetup::audioInputLevel() const { return _d->f.audioInputLevel; }
 OrbId OrbVideoDeviceSetup::videoSignalGenMode() const { return _d->f.videoSignalGenMode; }
-OrbId OrbVideoDeviceSetup::videoSignalGenColorSpace() const { return _d->f.videoSignalGenColorSpace; }
+OrbId OrbVideoDeviceSetup::videoSignalGenColorSpace() const
+{
+    return _d->f.videoSignalGenColorSpace;
+}
 OrbId OrbVideoDeviceSetup::audioSignalGenMode() const { return _d->f.audioSignalGenMode; }
 OrbId OrbVideoDeviceSetup::cameraInput() const { return _d->f.cameraInput; }
 OrbId OrbVideoDeviceSetup::videoInConvert() const { return _d->f.videoInConvert; }
