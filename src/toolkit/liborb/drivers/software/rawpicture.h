@@ -23,6 +23,8 @@ public:
     RawPicturePool(int width, int height, int count);
     ~RawPicturePool();
     RawPictureRef take();
+    /// Waits up to \a waitMs for a picture to come back when all are out.
+    RawPictureRef take(int waitMs);
     int inUse() const;
     int count() const;
 

@@ -1,0 +1,173 @@
+#include "liborb/drivers/software/rawpicture.h"
+
+#include "liborb/drivers/software/rawlayout.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+
+namespace ferin {
+
+namespace {
+
+constexpr int macroblockPair = 32; ///< lines: one macroblock of either field
+constexpr int lumaBlock = 64;      ///< samples: 128 bytes of luma, 64 of chroma
+constexpr int largestSide = 16384;
+constexpr std::size_t tailBytes = 256; ///< decoders' vector code may touch this much behind the last line
+
+constexpr int roundUp(int value, int step)
+{
+    return (value + step - 1) / step * step;
+}
+
+struct FreeMemory {
+    void operator()(std::uint8_t *memory) const { std::free(memory); }
+};
+using Memory = std::unique_ptr<std::uint8_t, FreeMemory>;
+
+Memory allocate(const RawLayout &layout)
+{
+    const std::size_t bytes = (layout.bytes + RawLayout::alignment - 1) / RawLayout::alignment
+                              * RawLayout::alignment;
+    Memory memory(static_cast<std::uint8_t *>(std::aligned_alloc(RawLayout::alignment, bytes)));
+    if (memory) // the pages are there from now on
+        std::memset(memory.get(), 0, bytes);
+    return memory;
+}
+
+} // namespace
+
+RawLayout RawLayout::of(int width, int height)
+{
+    RawLayout layout;
+    if (width < 2 || height < 1 || width % 2 != 0 || width > largestSide || height > largestSide)
+        return layout;
+    layout.width = width;
+    layout.height = height;
+    layout.stride[0] = roundUp(width, lumaBlock);
+    if (layout.stride[0] % 2048 == 0) // lines a page apart would share the same few lines of the cache
+        layout.stride[0] += lumaBlock;
+    layout.stride[1] = layout.stride[2] = layout.stride[0] / 2;
+    layout.lines = roundUp(height, macroblockPair);
+    for (int p = 0; p < 3; ++p) {
+        layout.offset[p] = layout.bytes;
+        layout.bytes += sizeof(std::uint16_t) * static_cast<std::size_t>(layout.stride[p])
+                        * static_cast<std::size_t>(layout.lines);
+    }
+    layout.bytes += tailBytes;
+    return layout;
+}
+
+picture::View RawLayout::viewOf(std::uint8_t *memory) const
+{
+    picture::View view;
+    view.width = width;
+    view.height = height;
+    for (int p = 0; p < 3; ++p) {
+        view.plane[p] = reinterpret_cast<std::uint16_t *>(memory + offset[p]);
+        view.stride[p] = stride[p];
+    }
+    return view;
+}
+
+/// Outlives the pool as long as pictures are out.
+struct RawPicturePool::Shared {
+    struct Slot {
+        RawPicture picture;
+        Memory memory;
+    };
+
+    RawLayout layout;
+    int count = 0;
+    mutable std::mutex mutex;
+    std::condition_variable back;
+    std::vector<std::unique_ptr<Slot>> idle; // guarded
+    int out = 0;                             // guarded
+    bool poolGone = false;                   // guarded
+
+    /// An idle picture, or a new one while there may be more; the lock is held.
+    std::unique_ptr<Slot> next()
+    {
+        if (layout.bytes == 0 || out >= count)
+            return nullptr;
+        std::unique_ptr<Slot> slot;
+        if (!idle.empty()) {
+            slot = std::move(idle.back()); // the one used last is the one the caches know
+            idle.pop_back();
+        } else {
+            slot = std::make_unique<Slot>();
+            slot->memory = allocate(layout);
+            if (!slot->memory)
+                return nullptr;
+        }
+        slot->picture.view = layout.viewOf(slot->memory.get());
+        ++out;
+        return slot;
+    }
+
+    void giveBack(std::unique_ptr<Slot> slot)
+    {
+        {
+            const std::lock_guard lock(mutex);
+            --out;
+            if (!poolGone)
+                idle.push_back(std::move(slot));
+        }
+        back.notify_one();
+    }
+};
+
+RawPicturePool::RawPicturePool(int width, int height, int count) : _d(std::make_shared<Shared>())
+{
+    _d->layout = RawLayout::of(width, height);
+    _d->count = std::max(count, 0);
+    _d->idle.reserve(static_cast<std::size_t>(_d->count));
+}
+
+RawPicturePool::~RawPicturePool()
+{
+    std::vector<std::unique_ptr<Shared::Slot>> idle;
+    const std::lock_guard lock(_d->mutex);
+    _d->poolGone = true;
+    idle.swap(_d->idle);
+}
+
+RawPictureRef RawPicturePool::take()
+{
+    return take(0);
+}
+
+RawPictureRef RawPicturePool::take(int waitMs)
+{
+    std::unique_ptr<Shared::Slot> slot;
+    {
+        std::unique_lock lock(_d->mutex);
+        slot = _d->next();
+        if (!slot && waitMs > 0) {
+            _d->back.wait_for(lock, std::chrono::milliseconds(waitMs),
+                              [this] { return _d->out < _d->count; });
+            slot = _d->next();
+        }
+    }
+    if (!slot)
+        return nullptr;
+    RawPicture *picture = &slot->picture;
+    return RawPictureRef(picture, [shared = _d, kept = slot.release()](RawPicture *) {
+        shared->giveBack(std::unique_ptr<Shared::Slot>(kept));
+    });
+}
+
+int RawPicturePool::inUse() const
+{
+    const std::lock_guard lock(_d->mutex);
+    return _d->out;
+}
+
+int RawPicturePool::count() const
+{
+    return _d->count;
+}
+
+} // namespace ferin
