@@ -1,4 +1,5 @@
-// How long a set takes to reach another client's listener: median and 99th percentile over loopback.
+// How long a set takes to reach another client's listener: median and 99th percentile over
+// loopback.
 
 #include "libconfig/storeclient.h"
 #include "services/rvstore/storeserver.h"
@@ -31,7 +32,8 @@ public:
     bool wait(Clock::time_point &heard)
     {
         std::unique_lock lock(_mutex);
-        const bool isHeard = _wake.wait_for(lock, std::chrono::seconds(2), [this] { return _isHeard; });
+        const bool isHeard =
+            _wake.wait_for(lock, std::chrono::seconds(2), [this] { return _isHeard; });
         heard = _heard;
         _isHeard = false;
         return isHeard;
@@ -71,7 +73,8 @@ int main()
                 std::fprintf(stderr, "store_latency: event %u did not come\n", i);
                 continue;
             }
-            microseconds.push_back(std::chrono::duration<double, std::micro>(heard - begun).count());
+            microseconds.push_back(
+                std::chrono::duration<double, std::micro>(heard - begun).count());
             std::this_thread::sleep_for(std::chrono::microseconds(500));
         }
     }

@@ -104,9 +104,8 @@ void checkDefault(const Parameter &p, const Sets &sets, std::ostream &wrong)
     if (p.has_minimum() != p.has_maximum()) {
         wrong << p.name() << ": half a range\n";
     }
-    if (p.has_minimum()
-        && (p.kind() != Parameter::Unsigned || p.default_number() < p.minimum()
-            || p.default_number() > p.maximum())) {
+    if (p.has_minimum() && (p.kind() != Parameter::Unsigned || p.default_number() < p.minimum() ||
+                            p.default_number() > p.maximum())) {
         wrong << p.name() << ": a range that does not fit the kind or the default\n";
     }
 }
@@ -114,13 +113,14 @@ void checkDefault(const Parameter &p, const Sets &sets, std::ostream &wrong)
 void checkParameter(const Parameter &p, const Sets &sets, std::ostream &wrong)
 {
     const std::string prefix = "eParam";
-    if (p.name().size() <= prefix.size() || p.name().compare(0, prefix.size(), prefix) != 0
-        || p.name().find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789")
-               != std::string::npos) {
+    if (p.name().size() <= prefix.size() || p.name().compare(0, prefix.size(), prefix) != 0 ||
+        p.name().find_first_not_of(
+            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789") !=
+            std::string::npos) {
         wrong << quoted(p.name()) << ": not a name\n";
     }
-    if (p.number() == 0 || p.description().empty() || p.kind() == Parameter::Unset
-        || p.writer() == Parameter::Nobody) {
+    if (p.number() == 0 || p.description().empty() || p.kind() == Parameter::Unset ||
+        p.writer() == Parameter::Nobody) {
         wrong << p.name() << ": number, description, kind or writer is missing\n";
     }
     if (p.momentary() && p.persistent()) {
@@ -167,7 +167,8 @@ std::string header(const Catalogue &catalogue)
 {
     std::ostringstream out;
     out << "#pragma once\n\n// " << note << "\n\n"
-        << "/// The numbers of all parameters. Any other number is a legal value that has no name.\n"
+        << "/// The numbers of all parameters. Any other number is a legal value that has no "
+           "name.\n"
         << "enum eParam_t : unsigned int {\n";
     for (const Parameter &parameter : catalogue.parameter()) {
         out << "    " << parameter.name() << " = " << hex(parameter.number()) << ", ///< "
@@ -243,7 +244,8 @@ std::string table(const Catalogue &catalogue)
     for (const Parameter &parameter : catalogue.parameter()) {
         tableRow(parameter, out);
     }
-    out << "};\n\n} // namespace\n\nstd::span<const ParamRow> parameterRows()\n{\n    return rows;\n}\n";
+    out << "};\n\n} // namespace\n\nstd::span<const ParamRow> parameterRows()\n{\n    return "
+           "rows;\n}\n";
     return out.str();
 }
 
@@ -285,15 +287,20 @@ std::string manual(const Catalogue &catalogue)
         sets[valueSet.name()] = &valueSet;
     }
     std::ostringstream out;
-    out << "# Parameters\n\n" << note << "\n\n"
-        << "Kept: the store keeps the value over a restart. Momentary: a command or notice; every set is "
+    out << "# Parameters\n\n"
+        << note << "\n\n"
+        << "Kept: the store keeps the value over a restart. Momentary: a command or notice; every "
+           "set is "
            "an event\nof its own. The command line takes names without `eParam`, in any case.\n\n"
-        << "| Number | Name | Kind | Default | Set by | | Meaning |\n|---|---|---|---|---|---|---|\n";
+        << "| Number | Name | Kind | Default | Set by | | Meaning "
+           "|\n|---|---|---|---|---|---|---|\n";
     for (const Parameter &p : catalogue.parameter()) {
         out << "| " << hex(p.number()) << " | `" << p.name() << "` | " << manualKind(p) << " | "
             << manualDefault(p, sets) << " | " << writerName(p) << " | "
-            << (p.persistent() ? "kept" : p.momentary() ? "momentary" : "") << " | "
-            << p.description();
+            << (p.persistent()  ? "kept"
+                : p.momentary() ? "momentary"
+                                : "")
+            << " | " << p.description();
         for (int i = 0; i < p.attribute_size(); i++) {
             out << (i ? ", `" : " `") << p.attribute(i) << "`";
         }

@@ -29,9 +29,9 @@ public:
     {
         const QMutexLocker lock(&_mutex);
         const auto *number = std::get_if<std::uint32_t>(&event.value);
-        _lines << QString::fromStdString(GetDescriptor(event.id)->name()).mid(6) + "="
-                      + (number ? QString::number(*number)
-                                : QString::fromStdString(std::get<std::string>(event.value)));
+        _lines << QString::fromStdString(GetDescriptor(event.id)->name()).mid(6) + "=" +
+                      (number ? QString::number(*number)
+                              : QString::fromStdString(std::get<std::string>(event.value)));
         _isOwnThread = _isOwnThread && QThread::currentThreadId() != _maker;
     }
 
@@ -112,9 +112,8 @@ private slots:
         unsigned int number = 0;
         QVERIFY(config->getUInt32(eParamEncodeType, number));
         QCOMPARE(number, 2u);
-        QTRY_COMPARE(diary.lines(),
-                     QStringList({"EncodeType=2", "ReelName=7", "TransportCommand=7",
-                                  "TransportCommand=7", "TransportCommand=7"}));
+        QTRY_COMPARE(diary.lines(), QStringList({"EncodeType=2", "ReelName=7", "TransportCommand=7",
+                                                 "TransportCommand=7", "TransportCommand=7"}));
         QVERIFY(diary.isOwnThread());
         QCOMPARE(rvctl({"get", "reelname"}), 0);
         QCOMPARE(_out, QString("7\n"));
@@ -171,7 +170,7 @@ private slots:
         startStore();
         QTRY_COMPARE(diary.lines(), before + QStringList("LoopPlayback=0"));
         QTRY_COMPARE(get("TransportRunning"), QString("Yes"));
-        QCOMPARE(get("EncodeType"), QString("ProRes 422 HQ").replace("HQ", "LT"));
+        QCOMPARE(get("EncodeType"), QString("ProRes 422 LT"));
         QCOMPARE(get("TransportCommand"), QString("None"));
         unsigned int number = 99;
         QVERIFY(config->getUInt32(eParamLoopPlayback, number));
@@ -214,7 +213,8 @@ private slots:
         QTest::newRow("status, daemon gone") << "status" << false << 3 << "not running";
         QTest::newRow("play") << "play" << true << 0 << "";
         QTest::newRow("play, daemon gone") << "play" << false << 3 << "not running";
-        QTest::newRow("play and wait in vain") << "--wait --timeout 0.1 play" << true << 1 << "Still";
+        QTest::newRow("play and wait in vain")
+            << "--wait --timeout 0.1 play" << true << 1 << "Still";
         QTest::newRow("stop and wait") << "--wait --timeout 0.1 stop" << true << 0 << "";
         QTest::newRow("step") << "step -3" << true << 0 << "";
         QTest::newRow("step nowhere") << "step 0" << true << 2 << "-1000 to +1000";
@@ -233,7 +233,8 @@ private slots:
         QTest::newRow("get") << "get eParamEncodeType" << false << 0 << "";
         QTest::newRow("unknown name") << "get EncodTyp" << false << 1 << "\"EncodeType\"";
         QTest::newRow("unknown number") << "get 0x1" << false << 1 << "EncodeScanMode";
-        QTest::newRow("unknown value") << "set EncodeType ProRes444" << false << 1 << "\"ProRes 4444\"";
+        QTest::newRow("unknown value")
+            << "set EncodeType ProRes444" << false << 1 << "\"ProRes 4444\"";
         QTest::newRow("unknown pattern") << "list xyzzy" << false << 1 << "xyzzy";
         QTest::newRow("unknown command") << "pla" << false << 2 << "\"play\"";
         QTest::newRow("word missing") << "get" << false << 2 << "--help";
@@ -281,7 +282,8 @@ private slots:
         QCOMPARE(json()["clip"].toString(), QString("a \"b\""));
         QVERIFY(json()["alarms"].isArray());
         QCOMPARE(rvctl({"--json", "list"}), 0);
-        QCOMPARE(QJsonDocument::fromJson(_out.toUtf8()).array().size(), int(allDescriptors().size()));
+        QCOMPARE(QJsonDocument::fromJson(_out.toUtf8()).array().size(),
+                 int(allDescriptors().size()));
     }
 
     void waitEndsWhenTheTransportGetsThere()
@@ -374,7 +376,8 @@ private:
 
     bool isKept(eParam_t id)
     {
-        return sql(QString("SELECT count(*) FROM parameter WHERE number = %1").arg(unsigned(id))) == "1";
+        return sql(QString("SELECT count(*) FROM parameter WHERE number = %1").arg(unsigned(id))) ==
+               "1";
     }
 
     void forget(eParam_t id)

@@ -17,8 +17,10 @@ QByteArray contents(const QString &path)
 
 const char *goodCatalogue = R"(
 value_set { name: "OffOn" value { number: 0 name: "Off" } value { number: 1 name: "On" } }
-parameter { number: 5 name: "eParamSwitch" description: "d" kind: Enumerated values: "OffOn" writer: Clients }
-parameter { number: 6 name: "eParamLevel" description: "d" kind: Unsigned minimum: 0 maximum: 9 writer: Clients }
+parameter { number: 5 name: "eParamSwitch" description: "d" 
+            kind: Enumerated values: "OffOn" writer: Clients }
+parameter { number: 6 name: "eParamLevel" description: "d" 
+            kind: Unsigned minimum: 0 maximum: 9 writer: Clients }
 )";
 
 } // namespace
@@ -70,12 +72,14 @@ private slots:
         QTest::addColumn<unsigned int>("value");
         QTest::addColumn<QString>("name");
         QTest::newRow("encode") << unsigned(eParamEncodeType) << 0u << "ProRes 422";
-        QTest::newRow("loss of video stops record") << unsigned(eParamStopOnLossOfVideo) << 0u << "On";
+        QTest::newRow("loss of video stops record")
+            << unsigned(eParamStopOnLossOfVideo) << 0u << "On";
         QTest::newRow("running timecode") << unsigned(eParamRecordOnRunningTimecode) << 1u << "Off";
         QTest::newRow("segmented output") << unsigned(eParamPsfOutput) << 1u << "Off";
         QTest::newRow("state") << unsigned(eParamTransportState) << 0u << "Unknown";
         QTest::newRow("generator") << unsigned(eParamVideoSignalGenFormat) << 12u << "1080p25";
-        QTest::newRow("no play-list entry") << unsigned(eParamCurrentPlayListIndex) << 0xffffffffu << "";
+        QTest::newRow("no play-list entry")
+            << unsigned(eParamCurrentPlayListIndex) << 0xffffffffu << "";
     }
 
     void defaultsAreThoseOfARecorderOutOfTheBox()
@@ -144,6 +148,7 @@ private slots:
 
     void generatorRefusesABrokenCatalogue_data()
     {
+        // clang-format off
         QTest::addColumn<QString>("before");
         QTest::addColumn<QString>("after");
         QTest::newRow("as it is") << "" << "";
@@ -160,6 +165,7 @@ private slots:
         QTest::newRow("kept command") << "writer: Clients" << "writer: Clients momentary: true persistent: true";
         QTest::newRow("attribute of no alarm") << "writer: Clients" << "writer: Clients attribute: \"raise_on_play\"";
         QTest::newRow("not a catalogue") << "parameter" << "parmeter";
+        // clang-format on
     }
 
     void generatorRefusesABrokenCatalogue()

@@ -42,7 +42,8 @@ private slots:
     {
         std::string problem;
         QVERIFY(!findParameter("encodtype", problem));
-        QCOMPARE(problem, std::string("no parameter is called \"encodtype\"; did you mean \"EncodeType\"?"));
+        QCOMPARE(problem,
+                 std::string("no parameter is called \"encodtype\"; did you mean \"EncodeType\"?"));
         QVERIFY(!findParameter("eParamLutFil", problem));
         QVERIFY(problem.find("\"LutFile\"") != std::string::npos);
         QVERIFY(!findParameter("0x0e010009", problem));
@@ -85,7 +86,8 @@ private slots:
         alarm.set_active(true);
         alarm.set_severity(lumo::alarms::Alarm_ERROR);
         alarm.set_message("frame 12\n");
-        QCOMPARE(valueText(descriptor, alarm.SerializeAsString()), std::string("error: frame 12\\x0a"));
+        QCOMPARE(valueText(descriptor, alarm.SerializeAsString()),
+                 std::string("error: frame 12\\x0a"));
         QVERIFY(valueText(descriptor, std::string("\xff\xff")).find("not an alarm") == 0);
     }
 

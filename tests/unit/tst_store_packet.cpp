@@ -136,7 +136,8 @@ private slots:
     {
         QFETCH(unsigned int, seed);
         std::mt19937 random(seed);
-        StoreCore core(1, [](const Peer &, const std::string &) {}, [](eParam_t, const ParamValue &) {});
+        StoreCore core(
+            1, [](const Peer &, const std::string &) {}, [](eParam_t, const ParamValue &) {});
         StoreLink link(7, [](const std::string &) {});
         std::vector<ConfigEvent> events;
         const auto packets = everyPacket();

@@ -19,7 +19,8 @@ std::span<const std::uint8_t> bytesOf(const std::string &datagram)
     return {reinterpret_cast<const std::uint8_t *>(datagram.data()), datagram.size()};
 }
 
-/// A store and its clients in simulated time, with a network that loses, repeats and delays as asked.
+/// A store and its clients in simulated time, with a network that loses, repeats and delays as
+/// asked.
 class World
 {
 public:
@@ -45,9 +46,10 @@ public:
     int addClient()
     {
         const auto index = static_cast<std::uint16_t>(clients.size());
-        clients.push_back({std::make_unique<StoreLink>(
-                               100 + index,
-                               [this, index](const std::string &datagram) { post(storePort, datagram, index); }),
+        clients.push_back({std::make_unique<StoreLink>(100 + index,
+                                                       [this, index](const std::string &datagram) {
+                                                           post(storePort, datagram, index);
+                                                       }),
                            {}});
         return index;
     }
@@ -92,7 +94,8 @@ private:
         const int copies = 1 + (_random() % 100 < repeatPercent);
         for (int i = 0; i < copies; i++) {
             if (_random() % 100 >= lossPercent) {
-                _letters.push_back({_now + 1 + std::int64_t(_random() % longestDelayMs), to, from, datagram});
+                _letters.push_back(
+                    {_now + 1 + std::int64_t(_random() % longestDelayMs), to, from, datagram});
             }
         }
     }
@@ -110,7 +113,8 @@ private:
         for (const Letter &letter : due) {
             if (letter.to == storePort) {
                 if (core) {
-                    core->receive({0x7f000001, letter.from}, bytesOf(letter.datagram), {_now, {_now, 0}});
+                    core->receive({0x7f000001, letter.from}, bytesOf(letter.datagram),
+                                  {_now, {_now, 0}});
                 }
                 continue;
             }
@@ -119,9 +123,9 @@ private:
             for (const ConfigEvent &change : changes) {
                 const auto *number = std::get_if<std::uint32_t>(&change.value);
                 clients[letter.to].events
-                    << QString::fromStdString(GetDescriptor(change.id)->name()).mid(6) + "="
-                           + (number ? QString::number(*number)
-                                     : QString::fromStdString(std::get<std::string>(change.value)));
+                    << QString::fromStdString(GetDescriptor(change.id)->name()).mid(6) + "=" +
+                           (number ? QString::number(*number)
+                                   : QString::fromStdString(std::get<std::string>(change.value)));
             }
         }
     }
@@ -203,7 +207,8 @@ private slots:
         world.link(a).set(eParamPlayMedia, 2u);
         world.link(a).set(eParamPlayMedia, 0u);
         world.run(20);
-        QCOMPARE(world.events(b), QStringList({"PlayMedia=1", "TransportCommand=1", "PlayMedia=0"}));
+        QCOMPARE(world.events(b),
+                 QStringList({"PlayMedia=1", "TransportCommand=1", "PlayMedia=0"}));
     }
 
     void commandsAreNotReplayedToALateClient()
@@ -278,7 +283,8 @@ private slots:
         world.run(5000);
         world.kept[eParamEncodeType] = 3u;
         world.kept[eParamLoopPlayback] = 1u;
-        world.clients[std::size_t(a)].link = std::make_unique<StoreLink>(999, [](const std::string &) {});
+        world.clients[std::size_t(a)].link =
+            std::make_unique<StoreLink>(999, [](const std::string &) {});
         world.startStore();
         world.run(1000);
         QCOMPARE(world.events(b), QStringList({"EncodeType=3", "LoopPlayback=1"}));
@@ -315,7 +321,8 @@ private slots:
         QTest::newRow("unknown") << 1u << false << int(Status::UnknownParameter);
         QTest::newRow("kind") << unsigned(eParamEncodeType) << true << int(Status::WrongKind);
         QTest::newRow("range") << unsigned(eParamLoopPlayback) << false << int(Status::OutOfRange);
-        QTest::newRow("other epoch") << unsigned(eParamTransportCommand) << false << int(Status::OtherEpoch);
+        QTest::newRow("other epoch")
+            << unsigned(eParamTransportCommand) << false << int(Status::OtherEpoch);
     }
 
     void requestsAreAnswered()
@@ -372,7 +379,8 @@ private slots:
         world.run(50);
         world.link(daemon).set(eParamTransportRunning, 1u);
         world.run(50);
-        world.clients[std::size_t(daemon)].link = std::make_unique<StoreLink>(999, [](const std::string &) {});
+        world.clients[std::size_t(daemon)].link =
+            std::make_unique<StoreLink>(999, [](const std::string &) {});
         world.run(4000);
         QCOMPARE(numberOf(world.link(panel), eParamTransportRunning), 1u);
         world.run(2000);
@@ -398,7 +406,8 @@ private slots:
         const int stalled = world.addClient();
         world.run(50);
         auto link = std::move(world.clients[std::size_t(stalled)].link);
-        world.clients[std::size_t(stalled)].link = std::make_unique<StoreLink>(999, [](const std::string &) {});
+        world.clients[std::size_t(stalled)].link =
+            std::make_unique<StoreLink>(999, [](const std::string &) {});
         for (int i = 0; i < 400; i++) {
             world.link(a).set(eParamTransportCommand, 7u);
             world.link(a).set(eParamTransportCommand, 8u);
@@ -476,7 +485,8 @@ private slots:
         std::map<eParam_t, std::uint32_t> last;
         for (std::uint32_t i = 0; i < 300; i++) {
             // Every parameter has one writer, as in the recorder; its last word must stand.
-            const eParam_t ids[] = {eParamRecordInterval, eParamCurrentPlayListIndex, eParamTransportState};
+            const eParam_t ids[] = {eParamRecordInterval, eParamCurrentPlayListIndex,
+                                    eParamTransportState};
             const auto who = random() % 3;
             const auto value = std::uint32_t(who == 2 ? 1 + random() % 3 : random() % 3000);
             world.link(int(who)).set(ids[who], value);
@@ -494,7 +504,10 @@ private slots:
             QCOMPARE(std::get<std::uint32_t>(world.core->values().find(id)->value), value);
             for (int client = 0; client < 3; client++) {
                 QCOMPARE(numberOf(world.link(client), id), value);
-                QCOMPARE(world.events(client).filter(QString::fromStdString(GetDescriptor(id)->name()).mid(6)).last().section('=', 1),
+                QCOMPARE(world.events(client)
+                             .filter(QString::fromStdString(GetDescriptor(id)->name()).mid(6))
+                             .last()
+                             .section('=', 1),
                          QString::number(value));
             }
         }

@@ -24,8 +24,8 @@ int tellWaited(Session &session, Waiter::Result result, const std::string &wante
     case Waiter::Result::TimedOut:
         break;
     }
-    return session.fail(Failed, "not " + wanted + " in time; the transport is in "
-                                    + session.shown(eParamTransportState));
+    return session.fail(Failed, "not " + wanted + " in time; the transport is in " +
+                                    session.shown(eParamTransportState));
 }
 
 /// Send a value and, if asked to, wait for what it brings about.
@@ -57,11 +57,8 @@ constexpr std::uint32_t forwardStates[] = {4, 5, 6, 7};
 constexpr std::uint32_t reverseStates[] = {10, 11, 12, 13};
 
 constexpr Key keys[] = {
-    {"play", 1, playStates},
-    {"record", 3, recordStates},
-    {"stop", 4, stopStates},
-    {"ff", 5, forwardStates},
-    {"rew", 6, reverseStates},
+    {"play", 1, playStates},  {"record", 3, recordStates}, {"stop", 4, stopStates},
+    {"ff", 5, forwardStates}, {"rew", 6, reverseStates},
 };
 
 bool isIn(Session &session, std::span<const std::uint32_t> states)
@@ -87,8 +84,8 @@ int step(Session &session, Words words)
     int count = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), count);
     const auto frames = static_cast<std::uint32_t>(count < 0 ? -std::int64_t(count) : count);
-    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || frames == 0
-        || frames > maxSteps) {
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || frames == 0 ||
+        frames > maxSteps) {
         return session.fail(Usage, "step takes a number of frames from -1000 to +1000, not 0");
     }
     if (!session.connectToRecorder()) {
@@ -96,7 +93,8 @@ int step(Session &session, Words words)
     }
     for (std::uint32_t i = 0; i + 1 < frames; i++) {
         const bool isSet = session.store().set(eParamTransportCommand, count > 0 ? 7u : 8u);
-        if (!isSet || (i % stepsAtOnce == 0 && !session.store().flush(session.options().timeout).isComplete)) {
+        if (!isSet || (i % stepsAtOnce == 0 &&
+                       !session.store().flush(session.options().timeout).isComplete)) {
             return session.fail(NotRunning, "the parameter store is lost");
         }
     }
@@ -249,8 +247,8 @@ int runCommand(Session &session)
         }
         return command.run(session, rest);
     }
-    return session.fail(Usage, "no command is called \"" + words[0] + "\"; did you mean \""
-                                   + nearestMatch(words[0], names) + "\"?");
+    return session.fail(Usage, "no command is called \"" + words[0] + "\"; did you mean \"" +
+                                   nearestMatch(words[0], names) + "\"?");
 }
 
 const char *usageText()
@@ -274,7 +272,8 @@ const char *usageText()
            "  --wait                 wait until the recorder is where the command leads\n"
            "  --timeout SECONDS      wait this long, default 5; end a watch after this time\n"
            "\n"
-           "Parameters may be named without eParam and in any case. The store is looked for at the port in\n"
+           "Parameters may be named without eParam and in any case. The store is looked for at the "
+           "port in\n"
            "RVD_STORE_PORT, default 7461.\n"
            "Ends with 0 done, 1 refused or failed, 2 wrong usage, 3 recorder not running.\n";
 }

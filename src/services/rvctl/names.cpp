@@ -56,8 +56,8 @@ std::string alarmText(const std::string &bytes)
     return (isWarning ? "warning" : "error") + message;
 }
 
-std::optional<ParamValue> parseEnumerated(const ParamDescriptor &descriptor, const std::string &text,
-                                          std::string &problem)
+std::optional<ParamValue> parseEnumerated(const ParamDescriptor &descriptor,
+                                          const std::string &text, std::string &problem)
 {
     std::vector<std::string> names;
     for (const ParamValueName &value : descriptor.values()) {
@@ -70,8 +70,8 @@ std::optional<ParamValue> parseEnumerated(const ParamDescriptor &descriptor, con
     if (number && descriptor.check(*number) == ValueError::None) {
         return ParamValue(*number);
     }
-    problem = "\"" + text + "\" is no value of " + shortName(descriptor) + "; did you mean \""
-              + nearestMatch(text, names) + "\"?";
+    problem = "\"" + text + "\" is no value of " + shortName(descriptor) + "; did you mean \"" +
+              nearestMatch(text, names) + "\"?";
     return std::nullopt;
 }
 
@@ -162,8 +162,8 @@ const ParamDescriptor *findParameter(const std::string &text, std::string &probl
         if (!descriptor) {
             problem = "no parameter has the number " + text;
             const auto distance = [&number](const ParamDescriptor *other) {
-                return std::max<std::uint32_t>(other->id(), *number)
-                       - std::min<std::uint32_t>(other->id(), *number);
+                return std::max<std::uint32_t>(other->id(), *number) -
+                       std::min<std::uint32_t>(other->id(), *number);
             };
             const auto *nearest = *std::ranges::min_element(allDescriptors(), {}, distance);
             char hex[16];
@@ -180,8 +180,8 @@ const ParamDescriptor *findParameter(const std::string &text, std::string &probl
         names.push_back(shortName(*descriptor));
     }
     const bool hasPrefix = isSameText(text.substr(0, 6), "eParam");
-    problem = "no parameter is called \"" + text + "\"; did you mean \""
-              + nearestMatch(hasPrefix ? text.substr(6) : text, names) + "\"?";
+    problem = "no parameter is called \"" + text + "\"; did you mean \"" +
+              nearestMatch(hasPrefix ? text.substr(6) : text, names) + "\"?";
     return nullptr;
 }
 
@@ -202,9 +202,9 @@ std::optional<ParamValue> parseValue(const ParamDescriptor &descriptor, const st
         problem = "\"" + text + "\" is no number";
     }
     if (value && descriptor.check(*value) != ValueError::None) {
-        problem = descriptor.isNumber() ? shortName(descriptor) + " goes from "
-                                              + std::to_string(descriptor.minimum()) + " to "
-                                              + std::to_string(descriptor.maximum())
+        problem = descriptor.isNumber() ? shortName(descriptor) + " goes from " +
+                                              std::to_string(descriptor.minimum()) + " to " +
+                                              std::to_string(descriptor.maximum())
                                         : "longer than " + std::to_string(maxValueBytes) + " bytes";
         return std::nullopt;
     }

@@ -23,10 +23,11 @@ std::string shortName(const ParamDescriptor &descriptor);
 /// "Unsigned", "Enumerated" ...
 std::string kindName(const ParamDescriptor &descriptor);
 
-/// The parameter of a name (with or without its prefix, in any case) or number; null when there is none,
-/// and then `problem` names the nearest.
+/// The parameter of a name (with or without its prefix, in any case) or number; null when there is
+/// none, and then `problem` names the nearest.
 const ParamDescriptor *findParameter(const std::string &text, std::string &problem);
-/// The value that a text stands for; none when there is none, and then `problem` says what would fit.
+/// The value that a text stands for; none when there is none, and then `problem` says what would
+/// fit.
 std::optional<ParamValue> parseValue(const ParamDescriptor &descriptor, const std::string &text,
                                      std::string &problem);
 /// The value for people: the name of an enumerated value, what an alarm says, text without control

@@ -26,7 +26,8 @@ std::string sharedText(const char *name)
     char text[64];
     const ssize_t size = read(fd, text, sizeof text);
     close(fd);
-    return size > 0 ? std::string(text, strnlen(text, static_cast<std::size_t>(size))) : std::string();
+    return size > 0 ? std::string(text, strnlen(text, static_cast<std::size_t>(size)))
+                    : std::string();
 }
 
 std::string lowerText(std::string text)
@@ -39,9 +40,10 @@ std::string jsonMembers(const ParamDescriptor &descriptor, const ParamValue &val
 {
     char number[16];
     std::snprintf(number, sizeof number, "0x%08x", unsigned(descriptor.id()));
-    return "\"name\": " + jsonString(descriptor.name()) + ", \"number\": \"" + number
-           + "\", \"kind\": \"" + kindName(descriptor) + "\", \"value\": " + jsonValue(descriptor, value)
-           + ", \"text\": " + jsonString(valueText(descriptor, value));
+    return "\"name\": " + jsonString(descriptor.name()) + ", \"number\": \"" + number +
+           "\", \"kind\": \"" + kindName(descriptor) +
+           "\", \"value\": " + jsonValue(descriptor, value) +
+           ", \"text\": " + jsonString(valueText(descriptor, value));
 }
 
 struct ActiveAlarm {
@@ -55,8 +57,8 @@ std::vector<ActiveAlarm> activeAlarms(Session &session)
     std::vector<ActiveAlarm> active;
     for (const ParamDescriptor *descriptor : allDescriptors()) {
         lumo::alarms::Alarm alarm;
-        if (descriptor->kind() == ParamKind::Alarm && alarm.ParseFromString(session.text(descriptor->id()))
-            && alarm.active()) {
+        if (descriptor->kind() == ParamKind::Alarm &&
+            alarm.ParseFromString(session.text(descriptor->id())) && alarm.active()) {
             active.push_back({shortName(*descriptor), descriptor->description(), alarm});
         }
     }
@@ -124,7 +126,8 @@ void printStatusText(Session &session)
     for (std::size_t i = 0; i < alarms.size(); i++) {
         const std::string bytes = alarms[i].alarm.SerializeAsString();
         std::printf("%*s%s (%s) %s\n", i ? 15 : 0, "", alarms[i].name.c_str(),
-                    alarms[i].text.c_str(), valueText(*GetDescriptor(eParamAlarm1901), bytes).c_str());
+                    alarms[i].text.c_str(),
+                    valueText(*GetDescriptor(eParamAlarm1901), bytes).c_str());
     }
 }
 
@@ -145,12 +148,14 @@ public:
         if (_json) {
             std::printf("{%s, \"seconds\": %lld, \"microseconds\": %ld}\n",
                         jsonMembers(*descriptor, event.value).c_str(),
-                        static_cast<long long>(event.when.tv_sec), static_cast<long>(event.when.tv_usec));
+                        static_cast<long long>(event.when.tv_sec),
+                        static_cast<long>(event.when.tv_usec));
         } else {
             tm local{};
             localtime_r(&event.when.tv_sec, &local);
-            std::printf("%02d:%02d:%02d.%03ld  %s = %s\n", local.tm_hour, local.tm_min, local.tm_sec,
-                        static_cast<long>(event.when.tv_usec / 1000), shortName(*descriptor).c_str(),
+            std::printf("%02d:%02d:%02d.%03ld  %s = %s\n", local.tm_hour, local.tm_min,
+                        local.tm_sec, static_cast<long>(event.when.tv_usec / 1000),
+                        shortName(*descriptor).c_str(),
                         valueText(*descriptor, event.value).c_str());
         }
         std::fflush(stdout);
@@ -195,7 +200,8 @@ int reportList(Session &session, const std::string &pattern)
         std::printf(found ? "\n]\n" : "[]\n");
         return Done;
     }
-    return found ? int(Done) : session.fail(Failed, "no parameter's name contains \"" + pattern + "\"");
+    return found ? int(Done)
+                 : session.fail(Failed, "no parameter's name contains \"" + pattern + "\"");
 }
 
 int reportStatus(Session &session)
@@ -222,7 +228,8 @@ int reportChanges(Session &session, const std::set<eParam_t> &wanted)
     session.store().addListener(&printer);
     if (session.options().isTimed) {
         const auto ms = session.options().timeout.count();
-        const timespec timeout{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
+        const timespec timeout{static_cast<time_t>(ms / 1000),
+                               static_cast<long>(ms % 1000) * 1000000};
         sigtimedwait(&ends, nullptr, &timeout);
     } else {
         sigwaitinfo(&ends, nullptr);

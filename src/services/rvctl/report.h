@@ -13,5 +13,6 @@ int reportValue(Session &session, const ParamDescriptor &descriptor);
 int reportList(Session &session, const std::string &pattern);
 /// What the recorder does.
 int reportStatus(Session &session);
-/// Changes as they come, of some parameters or (empty) of all; until a signal ends it or the time is over.
+/// Changes as they come, of some parameters or (empty) of all; until a signal ends it or the time
+/// is over.
 int reportChanges(Session &session, const std::set<eParam_t> &wanted);

@@ -32,9 +32,7 @@ const char *reasonOf(lumo::store::Status status)
 
 } // namespace
 
-Session::Session(const Options &options) : _options(options)
-{
-}
+Session::Session(const Options &options) : _options(options) {}
 
 bool Session::connect()
 {
@@ -42,8 +40,8 @@ bool Session::connect()
     if (_store && _store->waitUntilReady(connectTime)) {
         return true;
     }
-    fail(NotRunning, "the recorder is not running: no parameter store on port "
-                         + std::to_string(storePort()));
+    fail(NotRunning,
+         "the recorder is not running: no parameter store on port " + std::to_string(storePort()));
     return false;
 }
 
@@ -130,7 +128,8 @@ void Waiter::ParamChanged(ConfigEvent)
     _wake.notify_all();
 }
 
-Waiter::Result Waiter::waitFor(const std::function<bool()> &isMet, std::chrono::milliseconds timeout)
+Waiter::Result Waiter::waitFor(const std::function<bool()> &isMet,
+                               std::chrono::milliseconds timeout)
 {
     const auto end = std::chrono::steady_clock::now() + timeout;
     std::unique_lock lock(_mutex);

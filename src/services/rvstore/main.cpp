@@ -24,13 +24,14 @@ void stopServer(int)
 
 void printUsage(FILE *to)
 {
-    std::fprintf(to, "usage: rvstore [--db FILE] [--no-db] [--port PORT]\n"
-                     "\n"
-                     "Holds every parameter of the recorder and publishes their changes.\n"
-                     "  --db FILE    keep values here; default $STATE_DIRECTORY/rvstore.db,\n"
-                     "               or ./rvstore.db without that variable\n"
-                     "  --no-db      keep nothing\n"
-                     "  --port PORT  UDP port of 127.0.0.1; default $RVD_STORE_PORT or 7461, 0 any\n");
+    std::fprintf(to,
+                 "usage: rvstore [--db FILE] [--no-db] [--port PORT]\n"
+                 "\n"
+                 "Holds every parameter of the recorder and publishes their changes.\n"
+                 "  --db FILE    keep values here; default $STATE_DIRECTORY/rvstore.db,\n"
+                 "               or ./rvstore.db without that variable\n"
+                 "  --no-db      keep nothing\n"
+                 "  --port PORT  UDP port of 127.0.0.1; default $RVD_STORE_PORT or 7461, 0 any\n");
 }
 
 struct Options {
@@ -65,7 +66,8 @@ bool parseOptions(int argc, char **argv, Options &options)
 void handleSignals(StoreServer &server)
 {
     runningServer = &server;
-    struct sigaction action{};
+    struct sigaction action {
+    };
     action.sa_handler = stopServer;
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);

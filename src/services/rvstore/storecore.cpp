@@ -203,8 +203,8 @@ void StoreCore::handleSubscribe(const Peer &peer, const Packet &packet, StoreTim
             body->set_status(Status::Busy);
             return send(peer, reply);
         }
-        subscriber = &_subscribers.emplace_back(packet.client(), ++_lastSubscription, peer,
-                                                now.monotonicMs);
+        subscriber =
+            &_subscribers.emplace_back(packet.client(), ++_lastSubscription, peer, now.monotonicMs);
     }
     body->set_subscription(subscriber->id());
     body->set_sequence(subscriber->sequence());

@@ -17,8 +17,8 @@ struct StoreTime {
     timeval wall;
 };
 
-/// The parameter store without its socket, its clock and its database: datagrams and times in, datagrams
-/// out. One thread.
+/// The parameter store without its socket, its clock and its database: datagrams and times in,
+/// datagrams out. One thread.
 class StoreCore
 {
 public:
@@ -39,7 +39,8 @@ public:
         std::uint64_t expired = 0;
     };
 
-    /// `epoch` tells this run of the store from others; `keep` is called for each change to be kept.
+    /// `epoch` tells this run of the store from others; `keep` is called for each change to be
+    /// kept.
     StoreCore(std::uint64_t epoch, Send send, Keep keep);
 
     StoreValues &values() { return _values; }
@@ -48,8 +49,8 @@ public:
 
     /// Take one datagram in. Anything malformed is counted and dropped.
     void receive(const Peer &peer, std::span<const std::uint8_t> datagram, StoreTime now);
-    /// Send what is due, drop who is gone. The answer is when to call again at the latest, in monotonic
-    /// milliseconds; -1 for no need.
+    /// Send what is due, drop who is gone. The answer is when to call again at the latest, in
+    /// monotonic milliseconds; -1 for no need.
     std::int64_t step(StoreTime now);
 
 private:
@@ -62,7 +63,8 @@ private:
 
     void changed(const StoreValues::Entry &entry);
     void handleSet(const Peer &peer, const lumo::store::Packet &packet, StoreTime now);
-    lumo::store::SetResult carryOut(const lumo::store::Set &set, std::uint64_t origin, timeval when);
+    lumo::store::SetResult carryOut(const lumo::store::Set &set, std::uint64_t origin,
+                                    timeval when);
     void handleGet(const Peer &peer, const lumo::store::Packet &packet);
     void handleList(const Peer &peer, const lumo::store::Packet &packet);
     void handleAttributes(const Peer &peer, const lumo::store::Packet &packet);

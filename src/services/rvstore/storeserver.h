@@ -17,8 +17,8 @@ public:
     StoreServer(const StoreServer &) = delete;
     StoreServer &operator=(const StoreServer &) = delete;
 
-    /// Read the kept values and bind the port of 127.0.0.1 (0: any free one). False when the port is not
-    /// to be had; `problem` says what went wrong, also when the store can do without.
+    /// Read the kept values and bind the port of 127.0.0.1 (0: any free one). False when the port
+    /// is not to be had; `problem` says what went wrong, also when the store can do without.
     bool open(std::uint16_t port, std::string &problem);
     /// The port that is bound.
     std::uint16_t port() const { return _port; }

@@ -39,8 +39,8 @@ StoreValues::StoreValues(Changed changed) : _changed(std::move(changed))
 bool StoreValues::restore(eParam_t id, const ParamValue &value, timeval when)
 {
     auto *entry = const_cast<Entry *>(find(id));
-    if (!entry || !entry->descriptor->isPersistent()
-        || entry->descriptor->check(value) != ValueError::None) {
+    if (!entry || !entry->descriptor->isPersistent() ||
+        entry->descriptor->check(value) != ValueError::None) {
         return false;
     }
     entry->value = value;

@@ -38,7 +38,8 @@ public:
     /// Set a parameter on behalf of a client (0: the store itself).
     Result set(eParam_t id, const ParamValue &value, std::uint64_t origin, timeval when);
 
-    /// Put every parameter that resets with its writer back to its default, if that client wrote it last.
+    /// Put every parameter that resets with its writer back to its default, if that client wrote it
+    /// last.
     void writerLost(std::uint64_t client, timeval when);
 
     /// The entry of a parameter; null when unknown.

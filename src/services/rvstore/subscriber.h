@@ -15,10 +15,10 @@ struct Peer {
     auto operator<=>(const Peer &) const = default;
 };
 
-/// What the store owes one subscribed client: the changes that it has not acknowledged. One datagram is
-/// on its way at a time; what changes meanwhile waits, and a parameter that changes again while it waits
-/// waits once, with its last value. Momentary parameters wait in order and keep every set; nothing that
-/// was set after one of them overtakes it.
+/// What the store owes one subscribed client: the changes that it has not acknowledged. One
+/// datagram is on its way at a time; what changes meanwhile waits, and a parameter that changes
+/// again while it waits waits once, with its last value. Momentary parameters wait in order and
+/// keep every set; nothing that was set after one of them overtakes it.
 class Subscriber
 {
 public:
@@ -38,12 +38,13 @@ public:
     void renew(Peer peer, std::int64_t nowMs);
     bool isExpired(std::int64_t nowMs) const { return nowMs >= _leaseEndMs; }
 
-    /// Owe one more change. False when too many wait: then all are dropped, and the client will be told to
-    /// fetch the list again.
+    /// Owe one more change. False when too many wait: then all are dropped, and the client will be
+    /// told to fetch the list again.
     bool add(const lumo::store::Item &item, bool isMomentary);
     void acknowledge(std::uint64_t sequence);
 
-    /// The datagram to send now: new changes, the last ones once more, or a heartbeat; empty for none.
+    /// The datagram to send now: new changes, the last ones once more, or a heartbeat; empty for
+    /// none.
     std::string takeDatagram(std::uint64_t epoch, std::int64_t nowMs);
     /// When takeDatagram() may have something again if nothing else happens, or the lease ends.
     std::int64_t nextDeadlineMs() const;

@@ -39,8 +39,8 @@ bool execute(sqlite3 *database, const char *text)
 bool isSound(sqlite3 *database)
 {
     Statement check(database, "PRAGMA quick_check(1)");
-    return check && sqlite3_step(check) == SQLITE_ROW
-           && std::string("ok") == reinterpret_cast<const char *>(sqlite3_column_text(check, 0));
+    return check && sqlite3_step(check) == SQLITE_ROW &&
+           std::string("ok") == reinterpret_cast<const char *>(sqlite3_column_text(check, 0));
 }
 
 std::string columnBytes(sqlite3_stmt *statement, int column)
@@ -53,9 +53,7 @@ std::string columnBytes(sqlite3_stmt *statement, int column)
 
 } // namespace
 
-ValueFile::ValueFile(std::string path) : _path(std::move(path))
-{
-}
+ValueFile::ValueFile(std::string path) : _path(std::move(path)) {}
 
 ValueFile::~ValueFile()
 {
@@ -75,8 +73,8 @@ ValueFile::Values ValueFile::load(std::string &problem)
     Values values;
     if (!open() || !isSound(_database) || !read(values)) {
         const int code = sqlite3_errcode(_database);
-        const bool isDamaged = _database && code != SQLITE_CANTOPEN && code != SQLITE_READONLY
-                               && code != SQLITE_BUSY && code != SQLITE_PERM;
+        const bool isDamaged = _database && code != SQLITE_CANTOPEN && code != SQLITE_READONLY &&
+                               code != SQLITE_BUSY && code != SQLITE_PERM;
         problem = "cannot read " + _path;
         close();
         values.clear();
@@ -107,9 +105,10 @@ bool ValueFile::open()
         return false;
     }
     sqlite3_busy_timeout(_database, 1000);
-    return execute(_database, "PRAGMA journal_mode=WAL") && execute(_database, "PRAGMA synchronous=FULL")
-           && execute(_database, "CREATE TABLE IF NOT EXISTS parameter "
-                                 "(number INTEGER PRIMARY KEY, value NOT NULL)");
+    return execute(_database, "PRAGMA journal_mode=WAL") &&
+           execute(_database, "PRAGMA synchronous=FULL") &&
+           execute(_database, "CREATE TABLE IF NOT EXISTS parameter "
+                              "(number INTEGER PRIMARY KEY, value NOT NULL)");
 }
 
 void ValueFile::close()
@@ -153,7 +152,8 @@ bool ValueFile::write(const Batch &batch)
             sqlite3_bind_int64(insert, 2, *number);
         } else {
             const auto &bytes = std::get<std::string>(value);
-            sqlite3_bind_blob(insert, 2, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
+            sqlite3_bind_blob(insert, 2, bytes.data(), static_cast<int>(bytes.size()),
+                              SQLITE_TRANSIENT);
         }
         written = sqlite3_step(insert) == SQLITE_DONE;
         sqlite3_reset(insert);

@@ -12,9 +12,9 @@
 
 struct sqlite3;
 
-/// Keeps values in an SQLite file. Writing happens on a thread of its own, in batches, so keep() never
-/// waits for the medium. A file that cannot be opened or written is tried again every two seconds, and
-/// what waits is bounded by the number of parameters.
+/// Keeps values in an SQLite file. Writing happens on a thread of its own, in batches, so keep()
+/// never waits for the medium. A file that cannot be opened or written is tried again every two
+/// seconds, and what waits is bounded by the number of parameters.
 class ValueFile
 {
 public:
@@ -26,8 +26,9 @@ public:
     ValueFile(const ValueFile &) = delete;
     ValueFile &operator=(const ValueFile &) = delete;
 
-    /// Open the file and read it; once, before keep(). A damaged file is put aside under the same name
-    /// with ".damaged" behind it and a new one begun. `problem` says what went wrong; empty: nothing.
+    /// Open the file and read it; once, before keep(). A damaged file is put aside under the same
+    /// name with ".damaged" behind it and a new one begun. `problem` says what went wrong; empty:
+    /// nothing.
     Values load(std::string &problem);
     /// Have a value written soon. Any thread.
     void keep(eParam_t id, const ParamValue &value);

@@ -27,7 +27,8 @@ public:
     virtual void ParamChanged(eParam_t id, std::string value, timeval when);
     /// A data or alarm parameter changed; the answer is whether it was understood.
     virtual bool DataChanged(eParam_t id, std::string &data, timeval when);
-    /// Any parameter changed. The library calls only this one; it calls the one of the three that fits.
+    /// Any parameter changed. The library calls only this one; it calls the one of the three that
+    /// fits.
     virtual void ParamChanged(ConfigEvent event);
 };
 
@@ -37,21 +38,23 @@ class Config
 public:
     virtual ~Config() = default;
 
-    /// Read a value. False, and `value` untouched, when the parameter is unknown or of another kind.
-    /// A set through this process's connections shows at once.
+    /// Read a value. False, and `value` untouched, when the parameter is unknown or of another
+    /// kind. A set through this process's connections shows at once.
     virtual bool getUInt32(eParam_t id, unsigned int &value) = 0;
     virtual bool getString(eParam_t id, std::string &value) = 0;
     /// Reads data and alarm parameters.
     virtual bool getData(eParam_t id, std::string &value) = 0;
 
-    /// Hand a value to the store. False when it does not fit the parameter or the store cannot be reached.
-    /// In the latter case the last value of a parameter that is not momentary is kept and sent later.
+    /// Hand a value to the store. False when it does not fit the parameter or the store cannot be
+    /// reached. In the latter case the last value of a parameter that is not momentary is kept and
+    /// sent later.
     virtual bool setUInt32(eParam_t id, unsigned int value) = 0;
     virtual bool setString(eParam_t id, const std::string &value) = 0;
     virtual bool setData(eParam_t id, const std::string &value) = 0;
 
-    /// From now on the listener is told of every change, also of those set here. It is not owned and must
-    /// outlive this object; destroying this object ends the events, and waits for a call under way.
+    /// From now on the listener is told of every change, also of those set here. It is not owned
+    /// and must outlive this object; destroying this object ends the events, and waits for a call
+    /// under way.
     virtual void registerListener(ConfigEventListener *listener) = 0;
 
     /// The attributes of a parameter; null when the store has no such parameter.
@@ -71,9 +74,10 @@ public:
 
     static ConfigFactoryImpl *GetInstance();
 
-    /// A new connection, owned by the caller; null when the address is malformed or sockets fail. All
-    /// connections of a process to one store share one view of it. The first waits up to 300 ms for the
-    /// store; without one the connection is made all the same and carries on when the store comes.
+    /// A new connection, owned by the caller; null when the address is malformed or sockets fail.
+    /// All connections of a process to one store share one view of it. The first waits up to 300 ms
+    /// for the store; without one the connection is made all the same and carries on when the store
+    /// comes.
     Config *create(const std::string &uri);
 
     /// For tests: what create() calls from now on; an empty function puts the real thing back.

@@ -1,12 +1,8 @@
 #include "libconfig/config.h"
 
-void ConfigEventListener::ParamChanged(eParam_t, unsigned int, timeval)
-{
-}
+void ConfigEventListener::ParamChanged(eParam_t, unsigned int, timeval) {}
 
-void ConfigEventListener::ParamChanged(eParam_t, std::string, timeval)
-{
-}
+void ConfigEventListener::ParamChanged(eParam_t, std::string, timeval) {}
 
 bool ConfigEventListener::DataChanged(eParam_t, std::string &, timeval)
 {

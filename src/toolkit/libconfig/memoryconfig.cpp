@@ -62,8 +62,7 @@ public:
     }
 
 private:
-    template <typename T>
-    bool get(eParam_t id, T &value)
+    template <typename T> bool get(eParam_t id, T &value)
     {
         value = std::get<T>(_store->value(id));
         return true;

@@ -7,10 +7,10 @@
 #include <mutex>
 #include <vector>
 
-/// A parameter store inside the process, for tests and tools. Holds the catalogue's defaults at first;
-/// tells listeners in the setting thread, before the set returns; keeps a record of every set. Same rules
-/// as the real store: values that do not fit are refused, a set that changes nothing is no event unless
-/// the parameter is momentary. Must outlive its connections.
+/// A parameter store inside the process, for tests and tools. Holds the catalogue's defaults at
+/// first; tells listeners in the setting thread, before the set returns; keeps a record of every
+/// set. Same rules as the real store: values that do not fit are refused, a set that changes
+/// nothing is no event unless the parameter is momentary. Must outlive its connections.
 class MemoryStore
 {
 public:

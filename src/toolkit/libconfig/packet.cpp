@@ -33,8 +33,8 @@ std::uint32_t checksum(std::span<const std::uint8_t> datagram)
 
 std::uint32_t readBig32(const std::uint8_t *bytes)
 {
-    return std::uint32_t(bytes[0]) << 24 | std::uint32_t(bytes[1]) << 16
-           | std::uint32_t(bytes[2]) << 8 | bytes[3];
+    return std::uint32_t(bytes[0]) << 24 | std::uint32_t(bytes[1]) << 16 |
+           std::uint32_t(bytes[2]) << 8 | bytes[3];
 }
 
 } // namespace
@@ -72,8 +72,8 @@ std::optional<Packet> decodePacket(std::span<const std::uint8_t> datagram, Packe
         return fail(PacketError::Checksum);
     }
     Packet packet;
-    if (!packet.ParseFromArray(datagram.data() + packetFrameBytes, static_cast<int>(length))
-        || packet.client() == 0 || packet.body_case() == Packet::BODY_NOT_SET) {
+    if (!packet.ParseFromArray(datagram.data() + packetFrameBytes, static_cast<int>(length)) ||
+        packet.client() == 0 || packet.body_case() == Packet::BODY_NOT_SET) {
         return fail(PacketError::Message);
     }
     return packet;

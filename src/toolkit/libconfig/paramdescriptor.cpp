@@ -70,7 +70,7 @@ ValueError ParamDescriptor::check(const ParamValue &value) const
         return found == _row.values.end() ? ValueError::OutOfRange : ValueError::None;
     }
     return number < _row.minimum || number > _row.maximum ? ValueError::OutOfRange
-                                                           : ValueError::None;
+                                                          : ValueError::None;
 }
 
 void CreateDescriptors()

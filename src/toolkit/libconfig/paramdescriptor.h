@@ -71,8 +71,8 @@ enum class ValueError {
     TooLong,
 };
 
-/// Describes one parameter: name, kind, range, value names, attributes. Lives for the process's life.
-/// Immutable, so any thread may use it.
+/// Describes one parameter: name, kind, range, value names, attributes. Lives for the process's
+/// life. Immutable, so any thread may use it.
 class ParamDescriptor
 {
 public:

@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-/// A process's view of one parameter store: a mirror of every value, kept current by a thread of its own,
-/// which also sends what is set and tells listeners of changes. Nothing here waits for the store except
-/// where a time is given. All functions may be called from any thread.
+/// A process's view of one parameter store: a mirror of every value, kept current by a thread of
+/// its own, which also sends what is set and tells listeners of changes. Nothing here waits for the
+/// store except where a time is given. All functions may be called from any thread.
 class StoreClient
 {
 public:
@@ -42,8 +42,8 @@ public:
 
     /// The mirrored value; none when the parameter is unknown.
     std::optional<ParamValue> value(eParam_t id) const;
-    /// Queue a value. False when it does not fit, too many wait, or the store does not answer; in the
-    /// latter case the last value of a parameter that is not momentary is sent when it does.
+    /// Queue a value. False when it does not fit, too many wait, or the store does not answer; in
+    /// the latter case the last value of a parameter that is not momentary is sent when it does.
     bool set(eParam_t id, const ParamValue &value);
     /// Wait until the store has answered all sets so far.
     Outcome flush(Milliseconds timeout);

@@ -17,12 +17,12 @@ struct StoreRefusal {
     lumo::store::Status status;
 };
 
-/// A client's side of the store's protocol, without socket, thread and clock: times and datagrams in,
-/// datagrams and events out. Holds the mirror of all values.
+/// A client's side of the store's protocol, without socket, thread and clock: times and datagrams
+/// in, datagrams and events out. Holds the mirror of all values.
 ///
-/// The life of a link: lost, until the store answers a subscription; listing, while it fetches all values;
-/// live. A store that restarts is known by its epoch: then everything is listed again, and a value that
-/// only the store lost, because this client was the last to set it, is set again.
+/// The life of a link: lost, until the store answers a subscription; listing, while it fetches all
+/// values; live. A store that restarts is known by its epoch: then everything is listed again, and
+/// a value that only the store lost, because this client was the last to set it, is set again.
 class StoreLink
 {
 public:
@@ -68,9 +68,9 @@ private:
 
     struct Entry {
         const ParamDescriptor *descriptor;
-        ParamValue value;           ///< as the store has it, as far as is known
-        std::int64_t revision = -1; ///< of the value in this epoch; -1 not known
-        bool isOwn = false;         ///< this client was the last to set it
+        ParamValue value;                 ///< as the store has it, as far as is known
+        std::int64_t revision = -1;       ///< of the value in this epoch; -1 not known
+        bool isOwn = false;               ///< this client was the last to set it
         std::optional<ParamValue> wanted; ///< set here, and not yet seen from the store
         std::uint64_t ticket = 0;         ///< of the set that `wanted` comes from
         std::int64_t wantedRevision = -1; ///< once the store has carried it out

@@ -1,9 +1,9 @@
 // What the store says, and what follows from it for the mirror.
 //
-// The store numbers its changes, so lists and events may come in any order and as often as they like: an
-// item counts only when its revision is above the mirrored one. What a listener has been told last is what
-// the mirror holds, so a change is told when it changes the mirror. A value that was set here shows to
-// readers at once, over the mirror, until the mirror has caught up with it.
+// The store numbers its changes, so lists and events may come in any order and as often as they
+// like: an item counts only when its revision is above the mirrored one. What a listener has been
+// told last is what the mirror holds, so a change is told when it changes the mirror. A value that
+// was set here shows to readers at once, over the mirror, until the mirror has caught up with it.
 
 #include "libconfig/packet.h"
 #include "libconfig/storelink.h"
@@ -37,8 +37,8 @@ void StoreLink::receive(std::span<const std::uint8_t> datagram, std::int64_t now
     case Packet::kEvents:
         return handleEvents(*packet, events);
     case Packet::kHeartbeat:
-        if (packet->heartbeat().subscription() == _subscription
-            && packet->heartbeat().sequence() > _sequence) {
+        if (packet->heartbeat().subscription() == _subscription &&
+            packet->heartbeat().sequence() > _sequence) {
             _sequence = packet->heartbeat().sequence();
             beginListing();
         }
@@ -167,7 +167,8 @@ void StoreLink::handleSetReply(const Packet &packet)
     _sets = {};
 }
 
-void StoreLink::apply(const lumo::store::Item &item, bool isListed, std::vector<ConfigEvent> &events)
+void StoreLink::apply(const lumo::store::Item &item, bool isListed,
+                      std::vector<ConfigEvent> &events)
 {
     Entry *entry = find(static_cast<eParam_t>(item.parameter()));
     const auto value = valueFromWire(item.value());
@@ -203,8 +204,8 @@ void StoreLink::apply(const lumo::store::Item &item, bool isListed, std::vector<
     }
 }
 
-/// The store has lost what this client was the last to set, and nobody has set it since: set it again.
-/// False when there is nothing to set, as the store's value is the same.
+/// The store has lost what this client was the last to set, and nobody has set it since: set it
+/// again. False when there is nothing to set, as the store's value is the same.
 bool StoreLink::takeBack(Entry &entry, const ParamValue &stored)
 {
     const ParamValue mine = entry.wanted ? *entry.wanted : entry.value;

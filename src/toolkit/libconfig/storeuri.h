@@ -13,8 +13,8 @@ struct StoreAddress {
 inline constexpr std::uint16_t defaultStorePort = 7461;
 inline constexpr std::uint32_t loopbackHost = 0x7f000001;
 
-/// The store's port: that of the environment variable RVD_STORE_PORT when it is a number from 1 to 65535,
-/// else 7461. Values and events share it.
+/// The store's port: that of the environment variable RVD_STORE_PORT when it is a number from 1 to
+/// 65535, else 7461. Values and events share it.
 std::uint16_t storePort();
 
 /// "udp://127.0.0.1:PORT/SERVICE" for the transport "udp", else "".

@@ -25,9 +25,7 @@ Config *UdpConfig::connect(const std::string &uri)
     return new UdpConfig(std::move(client));
 }
 
-UdpConfig::UdpConfig(std::shared_ptr<StoreClient> client) : _client(std::move(client))
-{
-}
+UdpConfig::UdpConfig(std::shared_ptr<StoreClient> client) : _client(std::move(client)) {}
 
 UdpConfig::~UdpConfig()
 {

@@ -7,13 +7,13 @@
 
 class StoreClient;
 
-/// A connection to the real store: a handle on the view of it that all connections of the process share,
-/// so that a value read after an event is never older than the event.
+/// A connection to the real store: a handle on the view of it that all connections of the process
+/// share, so that a value read after an event is never older than the event.
 class UdpConfig : public Config
 {
 public:
-    /// A new connection; null when the address is malformed or sockets fail. Waits up to 300 ms for the
-    /// store when it is the first.
+    /// A new connection; null when the address is malformed or sockets fail. Waits up to 300 ms for
+    /// the store when it is the first.
     static Config *connect(const std::string &uri);
 
     ~UdpConfig() override;
