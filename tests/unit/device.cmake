@@ -6,3 +6,6 @@ endforeach()
 
 rv_test(tst_device_front fast ${CMAKE_CURRENT_LIST_DIR}/tst_device_front.cpp)
 target_link_libraries(tst_device_front PRIVATE orb)
+
+rv_test(tst_device_run system ${CMAKE_CURRENT_LIST_DIR}/tst_device_run.cpp)
+target_link_libraries(tst_device_run PRIVATE orbdevice PkgConfig::FFMPEG)

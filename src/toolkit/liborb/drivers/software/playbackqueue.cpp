@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <vector>
 
 namespace ferin {
 
@@ -112,13 +113,19 @@ void PlaybackQueue::done(Step step)
     if (step != Step::Show || _picked <= 0 || _picked > size())
         return;
     _last = _entries[static_cast<std::size_t>(_picked - 1)];
-    for (int i = 0; i < _picked - 1; ++i) {
-        const PlaybackEntry &passed = _entries[static_cast<std::size_t>(i)];
-        if (passed.job && passed.job != _last.job)
-            passed.job->cancel();
-    }
+    const std::vector<PlaybackEntry> passed(_entries.begin(), std::next(_entries.begin(), _picked));
     _entries.erase(_entries.begin(), std::next(_entries.begin(), _picked));
     _picked = 0;
+    for (const PlaybackEntry &entry : passed) {
+        if (entry.job && !isWanted(entry.job))
+            entry.job->cancel();
+    }
+}
+
+/// Frames with the same picture share its decoding.
+bool PlaybackQueue::isWanted(const std::shared_ptr<DecodeJob> &job) const
+{
+    return job == _last.job || std::ranges::find(_entries, job, &PlaybackEntry::job) != _entries.end();
 }
 
 } // namespace ferin

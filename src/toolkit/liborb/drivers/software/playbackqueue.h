@@ -57,6 +57,7 @@ public:
 
 private:
     void startDecoding(PlaybackEntry &entry);
+    bool isWanted(const std::shared_ptr<DecodeJob> &job) const;
 
     Decode _decode;
     SpeedStepper _stepper;
