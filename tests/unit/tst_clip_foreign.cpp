@@ -217,10 +217,13 @@ void TestClipForeign::clipsOfOthersReadAsTheyRead()
 
 void TestClipForeign::monoTracksBecomeTheChannelsOfOneClip()
 {
-    QVERIFY(make("mono.mov", { "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=1", "-f", "lavfi", "-i",
-                               "sine=440:r=48000:d=1", "-f", "lavfi", "-i", "sine=880:r=48000:d=1",
-                               "-f", "lavfi", "-i", "sine=99:r=48000:d=0.5", "-map", "0", "-map", "1",
-                               "-map", "2", "-map", "3", "-c:v", "prores", "-c:a", "pcm_s16le" }));
+    QVERIFY(make("mono.mov", {"-f",   "lavfi",  "-i",   "testsrc2=s=128x96:r=25:d=1",
+                              "-f",   "lavfi",  "-i",   "sine=440:r=48000:d=1",
+                              "-f",   "lavfi",  "-i",   "sine=880:r=48000:d=1",
+                              "-f",   "lavfi",  "-i",   "sine=99:r=48000:d=0.5",
+                              "-map", "0",      "-map", "1",
+                              "-map", "2",      "-map", "3",
+                              "-c:v", "prores", "-c:a", "pcm_s16le"}));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("mono.mov")).code, 0);
     QCOMPARE(reader.info().audio->channels, 3);
@@ -240,10 +243,13 @@ void TestClipForeign::monoTracksBecomeTheChannelsOfOneClip()
 
 void TestClipForeign::ofSeveralStereoTracksTheFirstIsTaken()
 {
-    QVERIFY(make("two.mov", { "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=1", "-f", "lavfi", "-i",
-                              "aevalsrc=sin(t*99)|sin(t*999):s=48000:d=1", "-f", "lavfi", "-i",
-                              "sine=880:r=48000:d=1", "-map", "0", "-map", "1", "-map", "2", "-c:v",
-                              "prores", "-c:a", "pcm_s24le" }));
+    QVERIFY(
+        make("two.mov", {"-f",   "lavfi",    "-i",   "testsrc2=s=128x96:r=25:d=1",
+                         "-f",   "lavfi",    "-i",   "aevalsrc=sin(t*99)|sin(t*999):s=48000:d=1",
+                         "-f",   "lavfi",    "-i",   "sine=880:r=48000:d=1",
+                         "-map", "0",        "-map", "1",
+                         "-map", "2",        "-c:v", "prores",
+                         "-c:a", "pcm_s24le"}));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("two.mov")).code, 0);
     QCOMPARE(reader.info().audio->channels, 2);
@@ -262,9 +268,9 @@ void TestClipForeign::fragmentedClipsOfOthersRead_data()
 void TestClipForeign::fragmentedClipsOfOthersRead()
 {
     QFETCH(QString, flags);
-    QVERIFY(make("parts.mov", { "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=2", "-f", "lavfi", "-i",
-                                "aevalsrc=sin(t*99)|sin(t*999):s=48000:d=2", "-c:v", "prores", "-c:a",
-                                "pcm_s24le", "-movflags", flags }));
+    QVERIFY(make("parts.mov", {"-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=2", "-f", "lavfi",
+                               "-i", "aevalsrc=sin(t*99)|sin(t*999):s=48000:d=2", "-c:v", "prores",
+                               "-c:a", "pcm_s24le", "-movflags", flags}));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("parts.mov")).code, 0);
     QVERIFY(!reader.info().isComplete);
@@ -292,9 +298,9 @@ void TestClipForeign::fieldsComeFromTheDescriptionOrThePicture()
 {
     QFETCH(bool, isTop);
     QFETCH(bool, isStated);
-    QVERIFY(make("fields.mov", { "-f", "lavfi", "-i", "testsrc2=s=720x576:r=25:d=0.2", "-vf",
-                                 isTop ? "setfield=tff" : "setfield=bff", "-flags", "+ildct", "-c:v",
-                                 "prores_ks" }));
+    QVERIFY(make("fields.mov", {"-f", "lavfi", "-i", "testsrc2=s=720x576:r=25:d=0.2", "-vf",
+                                isTop ? "setfield=tff" : "setfield=bff", "-flags", "+ildct", "-c:v",
+                                "prores_ks"}));
     if (!isStated) {
         QByteArray bytes = contentOf(path("fields.mov"));
         QVERIFY(bytes.contains("fiel"));
@@ -308,9 +314,9 @@ void TestClipForeign::fieldsComeFromTheDescriptionOrThePicture()
 
 void TestClipForeign::delayedSoundKeepsItsDelay()
 {
-    QVERIFY(make("late.mov", { "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=1", "-itsoffset", "0.2",
-                               "-f", "lavfi", "-i", "sine=440:r=48000:d=0.6", "-c:v", "prores", "-c:a",
-                               "pcm_s24le" }));
+    QVERIFY(make("late.mov",
+                 {"-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=1", "-itsoffset", "0.2", "-f",
+                  "lavfi", "-i", "sine=440:r=48000:d=0.6", "-c:v", "prores", "-c:a", "pcm_s24le"}));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("late.mov")).code, 0);
     const QByteArray all = allSound(reader);
@@ -321,7 +327,8 @@ void TestClipForeign::delayedSoundKeepsItsDelay()
 
 void TestClipForeign::otherCodecsAreRefused()
 {
-    QVERIFY(make("other.mov", { "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=0.2", "-c:v", "mpeg4" }));
+    QVERIFY(
+        make("other.mov", {"-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=0.2", "-c:v", "mpeg4"}));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("other.mov")).code, EINVAL);
     QVERIFY(make("sound.mov", { "-f", "lavfi", "-i", "sine=440:d=0.2" }));
@@ -341,8 +348,9 @@ void TestClipForeign::encodedPicturesDecodeFromOurClip()
         QCOMPARE(writer.write(bytesOf(pictures[i]), bytesOf(sound(i, info))).code, 0);
     }
     const auto decode = [&] {
-        return run("ffmpeg", { "-v", "error", "-xerror", "-i", path("real.mov"), "-map", "0:v", "-f",
-                               "framemd5", "-" }).count("\n0, ");
+        return run("ffmpeg", {"-v", "error", "-xerror", "-i", path("real.mov"), "-map", "0:v", "-f",
+                              "framemd5", "-"})
+            .count("\n0, ");
     };
     QCOMPARE(packetsOf(path("real.mov")), pictures.mid(0, 36));
     QCOMPARE(decode(), 36);

@@ -66,7 +66,7 @@ private:
     std::string stdPath(const QString &name) const { return path(name).toStdString(); }
     int read(const QString &name) const;
 
-    QTemporaryDir _dir;
+    QTemporaryDir _dir { scratchTemplate() };
     QByteArray _closed;
     QByteArray _growing;
 };
@@ -78,7 +78,8 @@ void TestClipHostile::initTestCase()
     ClipWriter writer;
     QCOMPARE(writer.open(stdPath("seed.mov"), info).code, 0);
     for (int i = 0; i < 40; ++i) {
-        QCOMPARE(writer.write(bytesOf(noise(40 + i % 3, quint32(i))), bytesOf(noise(60, 5))).code, 0);
+        QCOMPARE(writer.write(bytesOf(noise(40 + i % 3, quint32(i))), bytesOf(noise(60, 5))).code,
+                 0);
     }
     QCOMPARE(writer.flush().code, 0);
     _growing = contentOf(path("seed.mov"));
@@ -234,9 +235,10 @@ void TestClipHostile::namedPipesAndDevicesAreRefused()
 void TestClipHostile::aCutOrdinaryClipGivesTheFramesItHolds()
 {
     // The movie in front of its data, as writers for the web have it.
-    QVERIFY(!run("ffmpeg", { "-v", "error", "-nostats", "-progress", "-", "-y", "-f", "lavfi", "-i",
-                             "testsrc2=s=128x96:r=25:d=1", "-c:v", "prores", "-movflags", "faststart",
-                             path("front.mov") }).isEmpty());
+    QVERIFY(!run("ffmpeg", {"-v", "error", "-nostats", "-progress", "-", "-y", "-f", "lavfi", "-i",
+                            "testsrc2=s=128x96:r=25:d=1", "-c:v", "prores", "-movflags",
+                            "faststart", path("front.mov")})
+                 .isEmpty());
     const QByteArray whole = contentOf(path("front.mov"));
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("front.mov")).code, 0);

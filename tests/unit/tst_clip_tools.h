@@ -4,7 +4,9 @@
 #include "libclip/clipwriter.h"
 
 #include <QByteArray>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -107,6 +109,14 @@ inline qint64 firstWrongFrame(const clip::ClipReader &reader)
     return -1;
 }
 
+/// Where test files go: in memory when there is such a place, for tests that write thousands of
+/// them.
+inline QString scratchTemplate()
+{
+    const QString memory = "/dev/shm";
+    return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + "/tst_clip-XXXXXX";
+}
+
 inline QByteArray contentOf(const QString &path)
 {
     QFile file(path);
@@ -140,8 +150,8 @@ inline QByteArray run(const QString &program, const QStringList &arguments)
 /// What ffprobe says about the streams of a clip, packets counted; empty when it refuses the file.
 inline QJsonArray probe(const QString &path)
 {
-    const QByteArray text = run("ffprobe", { "-v", "error", "-count_packets", "-show_streams", "-of",
-                                             "json", path });
+    const QByteArray text =
+        run("ffprobe", {"-v", "error", "-count_packets", "-show_streams", "-of", "json", path});
     return QJsonDocument::fromJson(text).object()["streams"].toArray();
 }
 

@@ -176,7 +176,8 @@ void TestClipWrite::ffprobeSeesTheFormat()
         QCOMPARE(number(sound, "channels"), channels);
         QCOMPARE(number(sound, "sample_rate"), 48000);
         QCOMPARE(number(sound, "bits_per_sample"), 24);
-        QCOMPARE(number(sound, "duration_ts"), int(clip::samplesBeforeFrame(40, info.video, 48000)));
+        QCOMPARE(number(sound, "duration_ts"),
+                 int(clip::samplesBeforeFrame(40, info.video, 48000)));
     }
     ClipReader reader;
     QCOMPARE(reader.open(stdPath("probed.mov")).code, 0);
@@ -272,7 +273,8 @@ void TestClipWrite::soundOfAnyLengthPerFrameStaysInOrder()
     QCOMPARE(writer.open(stdPath("uneven.mov"), info).code, 0);
     for (int i = 0; i < 50; ++i) {
         // Nothing, then twice as much, and once more than a frame's worth.
-        const QByteArray samples = i % 2 == 0 ? QByteArray() : noise((2 * 1920 + i) * 6, quint32(i));
+        const QByteArray samples =
+            i % 2 == 0 ? QByteArray() : noise((2 * 1920 + i) * 6, quint32(i));
         all += samples;
         QCOMPARE(writer.write(bytesOf(picture(i)), bytesOf(samples)).code, 0);
     }

@@ -8,8 +8,8 @@
 
 namespace clip {
 
-/// Reads big-endian numbers and boxes from bytes that nobody vouches for. A read past the end gives 0
-/// and leaves the cursor failed for good; nothing outside the bytes is ever touched.
+/// Reads big-endian numbers and boxes from bytes that nobody vouches for. A read past the end gives
+/// 0 and leaves the cursor failed for good; nothing outside the bytes is ever touched.
 class BoxCursor
 {
 public:
@@ -44,7 +44,8 @@ public:
 
     /// The next box, or nothing at the end of the bytes or where no whole box stands.
     inline std::optional<Box> nextBox();
-    /// The content of the first box of \a type from here on; an empty, failed cursor when there is none.
+    /// The content of the first box of \a type from here on; an empty, failed cursor when there is
+    /// none.
     inline BoxCursor find(const char (&type)[5]) const;
 
 private:

@@ -13,7 +13,16 @@ struct [[nodiscard]] Error {
     explicit operator bool() const { return code != 0; }
 };
 
-enum class Codec { Unknown, ProRes422, ProRes422Hq, ProRes422Lt, ProRes422Proxy, ProRes4444, DnxHqx, V210 };
+enum class Codec {
+    Unknown,
+    ProRes422,
+    ProRes422Hq,
+    ProRes422Lt,
+    ProRes422Proxy,
+    ProRes4444,
+    DnxHqx,
+    V210,
+};
 enum class Scan { Progressive = 0, Interlaced = 1, Segmented = 2 };
 
 struct VideoFormat {

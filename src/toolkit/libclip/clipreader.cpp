@@ -24,7 +24,9 @@ struct Rate
 };
 
 /// The exact rates that whole hundredths and thousandths stand for.
-constexpr Rate exactRates[] = { { 24000, 1001 }, { 30000, 1001 }, { 48000, 1001 }, { 60000, 1001 } };
+constexpr Rate exactRates[] = {
+    { 24000, 1001 }, { 30000, 1001 }, { 48000, 1001 }, { 60000, 1001 },
+};
 
 /// A rate of the file in lowest terms; nothing when it is not one a clip can have.
 Rate rateOf(std::uint32_t timeScale, std::uint32_t duration)
@@ -172,7 +174,8 @@ Error ClipReader::Private::loadVideo()
         return systemError(EINVAL, "open clip: no video of a known kind");
     }
     const Rate rate = rateOf(video->timeScale, video->durations.duration);
-    const std::uint64_t skipped = std::uint64_t(video->start) / std::max(1u, video->durations.duration);
+    const std::uint32_t duration = std::max(1u, video->durations.duration);
+    const std::uint64_t skipped = std::uint64_t(video->start) / duration;
     if (rate.num == 0 || skipped >= video->offsets.size()) {
         return systemError(EINVAL, "open clip: no frame");
     }
@@ -195,7 +198,8 @@ Error ClipReader::Private::loadVideo()
     return { };
 }
 
-/// The first usable track gives the sound; when it is mono, the mono tracks after it are its other channels.
+/// The first usable track gives the sound; when it is mono, the mono tracks after it are its other
+/// channels.
 void ClipReader::Private::loadSound()
 {
     int channels = 0;

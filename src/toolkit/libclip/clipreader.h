@@ -20,8 +20,8 @@ public:
     ClipReader(const ClipReader &) = delete;
     ClipReader &operator=(const ClipReader &) = delete;
 
-    /// Reads the index. ENOENT, EACCES … as the system says; EINVAL for a file that is not a clip, is
-    /// torn beyond use, holds no frame, or whose video is not one of Codec.
+    /// Reads the index. ENOENT, EACCES … as the system says; EINVAL for a file that is not a clip,
+    /// is torn beyond use, holds no frame, or whose video is not one of Codec.
     Error open(const std::string &path);
     void close();
     bool isOpen() const;
@@ -29,10 +29,11 @@ public:
 
     /// Bytes of the coded picture of frame \a frame; 0 when there is no such frame.
     std::size_t pictureSize(std::int64_t frame) const;
-    /// Fills \a out, which is pictureSize(frame) long. EINVAL outside the clip, EIO on a short file.
+    /// Fills \a out, which is pictureSize(frame) long. EINVAL outside the clip, EIO on a short
+    /// file.
     Error readPicture(std::int64_t frame, std::span<std::byte> out) const;
-    /// The sound that belongs to \a frame, interleaved little-endian 24 bit; empty when the clip has
-    /// none there. Resizes \a out.
+    /// The sound that belongs to \a frame, interleaved little-endian 24 bit; empty when the clip
+    /// has none there. Resizes \a out.
     Error readSound(std::int64_t frame, std::vector<std::byte> &out) const;
 
 private:

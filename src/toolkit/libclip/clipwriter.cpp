@@ -1,10 +1,10 @@
-// The life of a clip being written. open() makes the head durable: file type, a placeholder, a movie
-// without samples. Each half second becomes one fragment, written at once behind the others with its head
-// disguised as a free box, which every reader skips. When the fragment is durable its type is turned into
-// "moof", four bytes within one sector, so a reader meets whole fragments or none. close() appends the
-// movie of the whole clip and, when that is durable, turns the placeholder into the header of a data box
-// that reaches up to it: the first movie and the fragment heads become bytes nobody looks at. At every
-// instant one of the two views of the file is whole.
+// The life of a clip being written. open() makes the head durable: file type, a placeholder, a
+// movie without samples. Each half second becomes one fragment, written at once behind the others
+// with its head disguised as a free box, which every reader skips. When the fragment is durable its
+// type is turned into "moof", four bytes within one sector, so a reader meets whole fragments or
+// none. close() appends the movie of the whole clip and, when that is durable, turns the
+// placeholder into the header of a data box that reaches up to it: the first movie and the fragment
+// heads become bytes nobody looks at. At every instant one of the two views of the file is whole.
 
 #include "libclip/clipwriter.h"
 
@@ -197,7 +197,8 @@ Error ClipWriter::Private::check(std::span<const std::byte> picture,
     // The tables count samples in 32 bits: some 24 hours of sound.
     const std::uint64_t samples = tables.soundSamples + fragment.soundSamples()
         + (info.audio ? sound.size() / soundBlock(info.audio->channels) : 0);
-    if (picture.size() > maxPictureBytes || sound.size() > maxPictureBytes || samples > maxSamples) {
+    if (picture.size() > maxPictureBytes || sound.size() > maxPictureBytes
+        || samples > maxSamples) {
         return systemError(EFBIG, "write clip");
     }
     return { };
@@ -241,9 +242,9 @@ Error ClipWriter::Private::writeFragment()
     return { };
 }
 
-/// One wait for the medium: makes the written fragments durable together with the commits before, then
-/// commits the fragments. A medium that fails here once is never asked again: the system may have dropped
-/// what it could not write and would answer with success.
+/// One wait for the medium: makes the written fragments durable together with the commits before,
+/// then commits the fragments. A medium that fails here once is never asked again: the system may
+/// have dropped what it could not write and would answer with success.
 Error ClipWriter::Private::commit()
 {
     std::vector<Uncommitted> durable;

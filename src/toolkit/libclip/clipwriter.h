@@ -9,10 +9,10 @@
 namespace clip {
 
 /// Writes one QuickTime .mov clip: video as it comes, PCM 24-bit audio, a timecode track with start
-/// timecode and reel name. While it grows the file is a fragmented movie that ordinary readers open up
-/// to the last fragment (at most half a second); close() makes it an ordinary, unfragmented one in place.
-/// Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but for sync() and
-/// committedFrames().
+/// timecode and reel name. While it grows the file is a fragmented movie that ordinary readers open
+/// up to the last fragment (at most half a second); close() makes it an ordinary, unfragmented one
+/// in place. Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but
+/// for sync() and committedFrames().
 class ClipWriter
 {
 public:
@@ -27,19 +27,20 @@ public:
     /// For the clips opened from now on; ByWrite unless set.
     void setSyncing(Syncing syncing);
 
-    /// Creates \a path, which must not exist (EEXIST), and makes its head durable. EINVAL for a format
-    /// that no clip can have.
+    /// Creates \a path, which must not exist (EEXIST), and makes its head durable. EINVAL for a
+    /// format that no clip can have.
     Error open(const std::string &path, const ClipInfo &info);
     bool isOpen() const;
-    /// Appends one frame: its coded picture and its sound (interleaved, little-endian, 24 bit; any number
-    /// of samples, empty for none). The data is copied or written before the call returns. After a
-    /// failed write of the medium every further call returns the same error, and the frames of the
-    /// fragment that failed are not part of the clip.
+    /// Appends one frame: its coded picture and its sound (interleaved, little-endian, 24 bit; any
+    /// number of samples, empty for none). The data is copied or written before the call returns.
+    /// After a failed write of the medium every further call returns the same error, and the frames
+    /// of the fragment that failed are not part of the clip.
     Error write(std::span<const std::byte> picture, std::span<const std::byte> sound);
     /// Writes the fragment begun and makes all written frames durable.
     Error flush();
-    /// Makes the fragments written so far durable and lets readers see them. Any one thread may call it
-    /// while another one is in write(); nobody may while flush() or close() runs. Waits for the medium.
+    /// Makes the fragments written so far durable and lets readers see them. Any one thread may
+    /// call it while another one is in write(); nobody may while flush() or close() runs. Waits for
+    /// the medium.
     Error sync();
     /// Completes the clip. After an error the fragments written so far stay readable.
     Error close();

@@ -30,8 +30,8 @@ constexpr EntryRow entryRows[] = {
 
 void parseVideo(std::uint32_t entry, BoxCursor content, MovTrack &track)
 {
-    const auto row = std::ranges::find_if(entryRows,
-                                          [&](const EntryRow &r) { return fourcc(r.entry) == entry; });
+    const auto row = std::ranges::find_if(
+        entryRows, [&](const EntryRow &r) { return fourcc(r.entry) == entry; });
     content.skip(24);
     track.video.width = int(content.u16());
     track.video.height = int(content.u16());

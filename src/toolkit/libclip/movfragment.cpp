@@ -8,7 +8,8 @@ namespace clip {
 
 namespace {
 
-/// A fragment of large pictures ends before its half second, so that the memory it takes is bounded.
+/// A fragment of large pictures ends before its half second, so that the memory it takes is
+/// bounded.
 constexpr std::size_t maxBytes = std::size_t(64) << 20;
 
 constexpr std::size_t dataHeaderSize = 16;

@@ -8,8 +8,8 @@
 
 namespace clip {
 
-/// A fragment being gathered in memory: pictures one after the other, then their sound. It becomes the
-/// bytes of one write: the fragment's head, still disguised as a free box, and the data.
+/// A fragment being gathered in memory: pictures one after the other, then their sound. It becomes
+/// the bytes of one write: the fragment's head, still disguised as a free box, and the data.
 class MovFragment
 {
 public:

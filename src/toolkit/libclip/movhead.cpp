@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::uint32_t language = 0x7fff; // unspecified
 
-/// Time units of the movie and of its picture and timecode tracks: rateNum a second, rateDen a frame.
+/// Time units of the movie and of its picture and timecode tracks: rateNum a second, rateDen a
+/// frame.
 std::uint32_t timeScale(const ClipInfo &info)
 {
     return std::uint32_t(info.video.rateNum);
@@ -32,7 +33,8 @@ Durations durationsOf(const ClipInfo &info, const MovieTables &tables)
     if (info.audio) {
         const auto rate = std::uint64_t(info.audio->sampleRate);
         const std::uint64_t scale = timeScale(info);
-        result.sound = tables.soundSamples / rate * scale + tables.soundSamples % rate * scale / rate;
+        const std::uint64_t seconds = tables.soundSamples / rate;
+        result.sound = seconds * scale + tables.soundSamples % rate * scale / rate;
     }
     return result;
 }
@@ -121,7 +123,8 @@ void writeDataReference(BoxWriter &writer)
     });
 }
 
-void writeVideoTrack(BoxWriter &writer, const ClipInfo &info, const MovieTables &tables, bool growing)
+void writeVideoTrack(BoxWriter &writer, const ClipInfo &info, const MovieTables &tables,
+                     bool growing)
 {
     const std::uint64_t duration = durationsOf(info, tables).pictures;
     const auto [aspectX, aspectY] = pixelAspect(info.video);
@@ -151,7 +154,8 @@ void writeVideoTrack(BoxWriter &writer, const ClipInfo &info, const MovieTables 
     });
 }
 
-void writeSoundTrack(BoxWriter &writer, const ClipInfo &info, const MovieTables &tables, bool growing)
+void writeSoundTrack(BoxWriter &writer, const ClipInfo &info, const MovieTables &tables,
+                     bool growing)
 {
     const Durations durations = durationsOf(info, tables);
     writer.box("trak", [&] {

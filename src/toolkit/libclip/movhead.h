@@ -6,7 +6,8 @@
 
 namespace clip {
 
-/// Bytes from the start of the file to the placeholder that close() turns into the header of the data.
+/// Bytes from the start of the file to the placeholder that close() turns into the header of the
+/// data.
 inline constexpr std::uint64_t placeholderOffset = 20;
 inline constexpr std::uint64_t placeholderSize = 16;
 
@@ -14,7 +15,8 @@ inline constexpr std::uint64_t placeholderSize = 16;
 constexpr std::uint32_t soundBlock(int channels) { return std::uint32_t(channels) * 3; }
 
 /// What a reader cannot get from the ordinary boxes, in the movie's user data: a mark that the
-/// progressive pictures are segmented frames, and the reel name of a clip that has no timecode track.
+/// progressive pictures are segmented frames, and the reel name of a clip that has no timecode
+/// track.
 inline constexpr char segmentedMark[5] = "rvsf";
 inline constexpr char reelMark[5] = "rvrl";
 

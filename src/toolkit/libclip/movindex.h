@@ -19,7 +19,8 @@ struct MovIndex
     const MovTrack *first(MovTrack::Kind kind) const;
 };
 
-/// Reads the index of \a file as it stands. EINVAL when there is none; otherwise the system's error.
+/// Reads the index of \a file as it stands. EINVAL when there is none; otherwise the system's
+/// error.
 Error readIndex(const RawFile &file, MovIndex &index);
 
 /// Reads a whole fragment head that stands at \a offset and adds its samples to the tracks.

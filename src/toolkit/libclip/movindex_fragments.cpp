@@ -40,7 +40,8 @@ void addRun(BoxCursor trun, std::uint64_t fileSize, Part &part, MovTrack &track)
     const std::uint32_t flags = trun.u32() & 0xffffff;
     const std::uint32_t samples = trun.u32();
     if (flags & RunOffset) {
-        // An offset below the base wraps around, as signed numbers do; the sum is checked with the file.
+        // An offset below the base wraps around, as signed numbers do; the sum is checked with the
+        // file.
         part.next = part.base + std::uint64_t(std::int64_t(std::int32_t(trun.u32())));
     }
     if (flags & RunFirstFlags) {

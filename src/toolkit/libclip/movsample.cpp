@@ -83,7 +83,8 @@ void writeDnxExtensions(BoxWriter &writer, const VideoFormat &video, std::uint32
     writer.box("ARES", [&] {
         writer.code("ARES").code("0001").u32(compression).u32(std::uint32_t(video.width));
         writer.u32(std::uint32_t(interlaced ? video.height / 2 : video.height));
-        writer.u32(interlaced ? 2 : 1).u32(0).u32(interlaced ? 4 : video.height == 1080 ? 5 : 6).zeros(80);
+        writer.u32(interlaced ? 2 : 1).u32(0);
+        writer.u32(interlaced ? 4 : video.height == 1080 ? 5 : 6).zeros(80);
     });
 }
 
@@ -109,7 +110,8 @@ std::uint32_t dnxCompressionOf(std::span<const std::byte> picture)
     return isDnx && !cursor.failed() ? compression : 0;
 }
 
-void writeVideoDescription(BoxWriter &writer, const VideoFormat &video, std::uint32_t dnxCompression)
+void writeVideoDescription(BoxWriter &writer, const VideoFormat &video,
+                           std::uint32_t dnxCompression)
 {
     const auto row = std::ranges::find(codecRows, video.codec, &CodecRow::codec);
     if (row == std::end(codecRows)) {

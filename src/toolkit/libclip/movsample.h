@@ -8,9 +8,10 @@
 
 namespace clip {
 
-/// The sample description of the pictures. \a dnxCompression is the compression number of the pictures
-/// themselves where it is known, 0 otherwise.
-void writeVideoDescription(BoxWriter &writer, const VideoFormat &video, std::uint32_t dnxCompression);
+/// The sample description of the pictures. \a dnxCompression is the compression number of the
+/// pictures themselves where it is known, 0 otherwise.
+void writeVideoDescription(BoxWriter &writer, const VideoFormat &video,
+                           std::uint32_t dnxCompression);
 /// The sample description of interleaved little-endian 24-bit PCM.
 void writeSoundDescription(BoxWriter &writer, const AudioFormat &audio);
 /// The sample description of the timecode track, with the reel name.

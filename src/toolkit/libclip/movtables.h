@@ -22,7 +22,7 @@ struct MovieTables
     std::vector<Chunk> soundChunks;
     std::uint64_t soundSamples = 0;
     std::uint64_t timecodeOffset = 0; ///< of the only timecode sample; 0 while there is none
-    std::uint32_t dnxCompression = 0; ///< compression number in the first picture's header; 0 if unknown
+    std::uint32_t dnxCompression = 0; ///< in the first picture's header; 0 if unknown
 };
 
 /// The four sample tables without samples, as a movie that goes on in fragments has them.

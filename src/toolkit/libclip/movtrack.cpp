@@ -116,7 +116,8 @@ void parseSound(const BoxCursor &stbl, MovTrack &track, std::uint64_t fileSize)
 {
     SampleTables tables(stbl);
     std::uint64_t left = tables.samples;
-    // The size of a sample is the description's affair: writers disagree about what the table holds.
+    // The size of a sample is the description's affair: writers disagree about what the table
+    // holds.
     tables.forEachChunk([&](std::uint64_t offset, std::uint32_t samples) {
         const std::uint64_t taken = std::min<std::uint64_t>(samples, left);
         left -= taken;
@@ -124,8 +125,8 @@ void parseSound(const BoxCursor &stbl, MovTrack &track, std::uint64_t fileSize)
     });
 }
 
-/// A first empty edit delays the track, the first real one says where in the media it begins. Later edits
-/// are of no use to a clip.
+/// A first empty edit delays the track, the first real one says where in the media it begins. Later
+/// edits are of no use to a clip.
 void parseEdits(BoxCursor elst, MovTrack &track)
 {
     const bool is64 = elst.u8() == 1;

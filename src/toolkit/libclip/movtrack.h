@@ -36,8 +36,8 @@ struct DurationVote
     }
 };
 
-/// One track of a clip being read: what it holds, and where each of its samples stands. Everything added
-/// lies within the file.
+/// One track of a clip being read: what it holds, and where each of its samples stands. Everything
+/// added lies within the file.
 struct MovTrack
 {
     enum class Kind { Other, Video, Sound, Timecode };
@@ -78,7 +78,8 @@ struct MovTrack
 
 /// Reads a track's boxes. Of one that is damaged or of no use to a clip the kind is Other.
 MovTrack parseTrack(BoxCursor trak, std::uint64_t fileSize);
-/// Reads the first sample description; leaves codec, PCM format or timecode rate unset when it is unknown.
+/// Reads the first sample description; leaves codec, PCM format or timecode rate unset when it is
+/// unknown.
 void parseDescription(BoxCursor stsd, MovTrack &track);
 
 } // namespace clip

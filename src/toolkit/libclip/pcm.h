@@ -12,8 +12,8 @@ struct PcmFormat
     bool isBigEndian = false;
 };
 
-/// Turns \a in into little-endian 24-bit samples, dropping what is finer and filling up with zeros what is
-/// coarser. Sample i goes to sample i * \a stride of \a out; stops at the end of either.
+/// Turns \a in into little-endian 24-bit samples, dropping what is finer and filling up with zeros
+/// what is coarser. Sample i goes to sample i * \a stride of \a out; stops at the end of either.
 void toLittle24(const PcmFormat &format, std::span<const std::byte> in, std::span<std::byte> out,
                 std::size_t stride = 1);
 
