@@ -23,8 +23,8 @@ namespace {
 constexpr int defaultThreshold = 3;
 constexpr qsizetype longestText = 4096; ///< characters of one record
 
-/// A record written while a sink handles another one (by the sink itself, or by code that interrupts
-/// it) is dropped: anything else would wait for itself.
+/// A record written while a sink handles another one (by the sink itself, or by code that
+/// interrupts it) is dropped: anything else would wait for itself.
 thread_local bool insideSink = false;
 
 bool isControl(QChar c)
@@ -152,7 +152,8 @@ void OrbLog::outputFromSignal(int level, const char *file, int line, const char 
     qsizetype size = std::clamp<qsizetype>(length, 0, longestText - 2);
     if (size > 0 && bytes[size - 1] == '\n')
         --size;
-    std::replace_if(bytes, bytes + size, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    const auto isControlByte = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+    std::replace_if(bytes, bytes + size, isControlByte, '?');
     bytes[size++] = '\n';
     if (_d->fileFd >= 0)
         writeAll(_d->fileFd, bytes, size);
