@@ -8,8 +8,8 @@
 
 #include <termios.h>
 
-/// The console of an engineer: single keys on the terminal become transport commands, and one status line
-/// is rewritten in place. The terminal is raw for the life of the object.
+/// The console of an engineer: single keys on the terminal become transport commands, and one
+/// status line is rewritten in place. The terminal is raw for the life of the object.
 class KeyboardTransport : public QObject
 {
     Q_OBJECT

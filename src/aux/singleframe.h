@@ -1,7 +1,6 @@
 #pragma once
 
 #include "liborb/orbframe.h"
-#include "liborb/orbstreaminfo.h"
 
 #include <QObject>
 
@@ -31,10 +30,8 @@ public slots:
     void readIsDone(int fnum, const OrbFrame &frame, const OrbError &err, void *pdata);
 
 private:
-    bool _isLoaded = false;
     int _frameNumber = -1; ///< -1 when none is asked for
     OrbFrame _frame;
-    OrbStreamInfo _info;
     OrbStream *_stream;
     bool _isReading = false;
     int _abandonedReads = 0; ///< reads of loads given up, whose answers may still come

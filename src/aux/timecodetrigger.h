@@ -4,8 +4,8 @@
 
 #include <QObject>
 
-/// Tells, frame by frame, whether a timecode runs (advances) or has stopped (repeats or is absent), and
-/// signals a change once it has held for a number of frames.
+/// Tells, frame by frame, whether a timecode runs (advances) or has stopped (repeats or is absent),
+/// and signals a change once it has held for a number of frames.
 class TimecodeTrigger : public QObject
 {
     Q_OBJECT
@@ -17,8 +17,8 @@ signals:
     void timecodeHasStopped();
 
 public slots:
-    /// The timecode of the next frame. One repeat of the frame before is let pass unjudged, so a frozen
-    /// timecode is judged on every second frame only.
+    /// The timecode of the next frame. One repeat of the frame before is let pass unjudged, so a
+    /// frozen timecode is judged on every second frame only.
     void setTimecode(const OrbTimecode &tc);
     /// A change is signalled on observation number \a frames + 2 of the new state.
     void setDelay(int frames);

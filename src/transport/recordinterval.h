@@ -11,9 +11,9 @@ struct RecordInterval {
         bool isLessThanOne = false;
     };
 
-    /// Begins a recording that keeps \a frames frames in every period (\a period 0 a second, 1 a minute, 2 an
-    /// hour) at \a rate frames a second. With 0 frames one frame a period is kept. An unknown period
-    /// deliberately starts from the step of the recording before.
+    /// Begins a recording that keeps \a frames frames in every period (\a period 0 a second, 1 a
+    /// minute, 2 an hour) at \a rate frames a second. With 0 frames one frame a period is kept. An
+    /// unknown period deliberately starts from the step of the recording before.
     Findings start(int frames, int period, int rate);
     /// Begins a recording that keeps every frame.
     void startOff();

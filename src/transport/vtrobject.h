@@ -23,10 +23,11 @@ class QFile;
 class QTimer;
 class TimecodeTrigger;
 
-/// The transport engine: a tape machine for files. It owns the video device, the stream and the cache
-/// between them, and carries out the modes of VtrState. A command only asks for a mode; the change is made
-/// in passes, the old mode cleaned up and the new one begun each while the toolkit is idle. A command that
-/// cannot be carried out is logged and dropped, never queued. Event-loop thread only; no call waits.
+/// The transport engine: a tape machine for files. It owns the video device, the stream and the
+/// cache between them, and carries out the modes of VtrState. A command only asks for a mode; the
+/// change is made in passes, the old mode cleaned up and the new one begun each while the toolkit
+/// is idle. A command that cannot be carried out is logged and dropped, never queued. Event-loop
+/// thread only; no call waits.
 class VtrObject : public QObject
 {
     Q_OBJECT
@@ -36,8 +37,8 @@ public:
 
     /// Enters Standby Off; call once, when the settings have been made.
     void start();
-    /// Asks for Shutdown; shutdownIsComplete() follows. Dropped, like any request, while another change is
-    /// pending: the caller asks again.
+    /// Asks for Shutdown; shutdownIsComplete() follows. Dropped, like any request, while another
+    /// change is pending: the caller asks again.
     void shutdown();
 
     // Answers at once
@@ -53,7 +54,8 @@ public:
     bool allowModeChange(VtrState::Mode mode) const;
     bool canProcess() const; ///< no long operation of the toolkit holds a pass back
     bool inputVideoIsValid() const; ///< the generator feeds the recorder, or the input does
-    OrbId recordInhibitedReason();  ///< invalid when recording is allowed; asks requestRecordInhibit()
+    /// Invalid when recording is allowed; asks requestRecordInhibit().
+    OrbId recordInhibitedReason();
 
     // The three kinds of setup, from the settings as they are now
     OrbVideoDeviceSetup createVideoDeviceDefaultSetupObject() const;
@@ -130,8 +132,9 @@ public slots:
     void record();
 
     void setLuts(const OrbImageLut &inputLut, const OrbImageLut &outputLut);
-    /// Closes the record stream; the next frame opens the next one. False, with a log line, when there is
-    /// no open stream of that direction. So does reopenPlaybackStream(), which keeps the position.
+    /// Closes the record stream; the next frame opens the next one. False, with a log line, when
+    /// there is no open stream of that direction. So does reopenPlaybackStream(), which keeps the
+    /// position.
     bool reopenRecordStream();
     bool reopenPlaybackStream();
     /// Adds \a meta to every frame captured from now on; an invalid item to none.
@@ -161,7 +164,8 @@ private slots:
     void logDebugStats();
 
 public:
-    // The engine's own steps, in public so that tests can take them one at a time; nobody else calls them.
+    // The engine's own steps, in public so that tests can take them one at a time; nobody else
+    // calls them.
     void setNewMode(VtrState::Mode mode);
     bool handleModeSwitch();
     void setSpeed(double speed);

@@ -7,7 +7,8 @@
 namespace {
 
 /// By bit number.
-constexpr const char *bitNames[] = {"Valid", "Fwd", "Rev", "Bit3", "Still", "Normal", "Slow", "Fast"};
+constexpr const char *bitNames[] = {"Valid", "Fwd",    "Rev",  "Bit3",
+                                    "Still", "Normal", "Slow", "Fast"};
 static_assert(std::size(bitNames) == 8);
 
 } // namespace

@@ -9,8 +9,8 @@ public:
     /// Holds \a bits unchanged.
     constexpr VtrSpeedFlags(unsigned int bits) : _bits(bits) {}
 
-    /// The flags of \a speed, by exact comparison with 0.0, 1.0 and -1.0. Negative zero is still; of a speed
-    /// that is not a number only "Valid" is set.
+    /// The flags of \a speed, by exact comparison with 0.0, 1.0 and -1.0. Negative zero is still;
+    /// of a speed that is not a number only "Valid" is set.
     static VtrSpeedFlags fromSpeed(double speed);
 
     bool isForward() const { return has(Fwd); }

@@ -5,7 +5,8 @@
 namespace {
 
 /// By mode number.
-constexpr const char *modeNames[] = {"Startup", "Shutdown", "Standby Off", "Standby", "Play", "Record"};
+constexpr const char *modeNames[] = {"Startup", "Shutdown", "Standby Off",
+                                     "Standby", "Play",     "Record"};
 static_assert(std::size(modeNames) == VtrState::Record + 1);
 
 } // namespace
@@ -133,7 +134,7 @@ void VtrState::setVideoInConvert(const OrbId &id) { _d->videoInConvert = id; }
 void VtrState::setVideoOutConvert(const OrbId &id) { _d->videoOutConvert = id; }
 void VtrState::setSuperOut(const OrbId &id) { _d->superOut = id; }
 void VtrState::setVideoOutputRoute(const OrbId &id) { _d->videoOutputRoute = id; }
-void VtrState::setVideoSignalGenFormat(const OrbImageDesc &desc) { _d->videoSignalGenFormat = desc; }
+void VtrState::setVideoSignalGenFormat(const OrbImageDesc &d) { _d->videoSignalGenFormat = d; }
 void VtrState::setInputLut(const OrbImageLut &lut) { _d->inputLut = lut; }
 void VtrState::setOutputLut(const OrbImageLut &lut) { _d->outputLut = lut; }
 void VtrState::setForcePSFOutput(bool on) { _d->forcePSFOutput = on; }

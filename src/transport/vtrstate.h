@@ -12,8 +12,8 @@
 
 class VtrStateData;
 
-/// What the transport is doing and how it is set up. Implicitly shared: a copy never sees a change made to
-/// another copy. Registered with the meta-type system as "VtrState".
+/// What the transport is doing and how it is set up. Implicitly shared: a copy never sees a change
+/// made to another copy. Registered with the meta-type system as "VtrState".
 class VtrState
 {
 public:
@@ -27,7 +27,8 @@ public:
         Record = 5
     };
 
-    /// Startup, speed 0, 2 audio channels, record interval 1; every flag off but stop on loss of video.
+    /// Startup, speed 0, 2 audio channels, record interval 1; every flag off but stop on loss of
+    /// video.
     VtrState();
     VtrState(const VtrState &);
     VtrState(VtrState &&) noexcept;
@@ -158,8 +159,8 @@ public:
     /// The only way to change the speed, so that the flags always follow it.
     void setSpeed(double speed);
 
-    /// Every field but two: the speed flags follow from the speed, and stopOnLossOfVideo is deliberately
-    /// left out, so that changing it alone publishes no change of state.
+    /// Every field but two: the speed flags follow from the speed, and stopOnLossOfVideo is
+    /// deliberately left out, so that changing it alone publishes no change of state.
     bool operator==(const VtrStateData &other) const;
     bool operator!=(const VtrStateData &other) const { return !(*this == other); }
     QString toString() const;
