@@ -17,7 +17,7 @@ constexpr std::int64_t mostCaughtUp = 5; // beats; a longer gap is skipped, not 
 FrameClock::FrameClock(std::function<void(const Beat &)> onBeat)
     : _onBeat(std::move(onBeat)), _thread([this] { loop(); })
 {
-    pthread_setname_np(_thread.native_handle(), "frame clock");
+    pthread_setname_np(_thread.native_handle(), "frameclock");
 }
 
 FrameClock::~FrameClock()
@@ -56,8 +56,12 @@ ClockStats FrameClock::stats() const
 
 void FrameClock::run(int num, int den)
 {
-    if (_schedule.isValid() && _schedule.num() == num && _schedule.den() == den)
+    if (_schedule.isValid() && _schedule.num() == num && _schedule.den() == den) {
+        // Beats that fell into the work just done are neither made up for nor counted as lost.
+        if (nowNs() >= _schedule.dueNs(_next))
+            _next += _schedule.overdue(_next, nowNs()) + 1;
         return;
+    }
     _schedule = FrameSchedule(num, den, nowNs());
     _next = 0;
 }

@@ -38,8 +38,8 @@ public:
     ClockStats stats() const;
 
     // On the clock's own thread only, from work or a beat
-    /// Beats at \a num / \a den from now on; the beat goes on undisturbed when that is the rate
-    /// already.
+    /// Beats at \a num / \a den from now on; when that is the rate already the beat goes on, without
+    /// what this piece of work has missed.
     void run(int num, int den);
     /// Moves the following beats by \a ns.
     void shift(std::int64_t ns) { _schedule.shift(ns); }

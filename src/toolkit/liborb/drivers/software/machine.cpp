@@ -144,6 +144,8 @@ void Machine::prepareSources(const Run &run)
     }
     if (draws && !_pool)
         _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), raws + 2);
+    if (draws && !isInternal)
+        _port.generator(); // made here: a beat has no time for it
     if (!isInternal) {
         _generator.reset();
         return;
