@@ -1,0 +1,365 @@
+#include "liborb/drivers/software/ffmpeginput.h"
+
+#include "liborb/drivers/software/inputqueue.h"
+#include "liborb/drivers/software/mediareader.h"
+#include "liborb/drivers/software/pictureconverter.h"
+#include "liborb/drivers/software/streamrate.h"
+#include "liborb/orblog.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+#include <utility>
+
+// One thread opens, reads, decodes, converts and releases. A source whose time is its own (a sender on the
+// network) is taken as it comes: what the opening has heaped up is decoded and left out, so that the first
+// frame delivered is the newest. A file is released at its own rate, two frames ahead, and begins anew at its
+// end. While the thread waits for a source, the library asks it again and again whether to go on; that is
+// where a silent source is noticed and where the end of the input gets through.
+
+namespace ferin {
+
+namespace {
+
+constexpr const char *logFile = "ffmpeginput.cpp";
+constexpr std::int64_t second = 1'000'000'000;
+constexpr std::int64_t retryNs = second / 2;
+constexpr std::int64_t retryUnusableNs = 5 * second;
+constexpr std::int64_t stallNs = second / 2;       ///< without a frame: the source is gone
+constexpr std::int64_t longestCatchUpNs = 3 * second;
+constexpr std::int64_t undecodableNs = 3 * second; ///< packets but no picture: another codec, perhaps
+constexpr std::int64_t leadFrames = 2;             ///< that a file is ahead of its time
+constexpr int calmFrames = 50;                     ///< progressive frames that end an interlaced stretch
+constexpr int maxWidth = 4096;
+constexpr int maxHeight = 2160;
+constexpr std::size_t pictureBytes = 400'000'000;
+constexpr int fewestPictures = 20;
+constexpr int mostPictures = 64;
+
+std::int64_t nowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+class FfmpegInput : public Input
+{
+public:
+    FfmpegInput(const QString &url, bool isFile);
+    ~FfmpegInput() override;
+    void start(const StatusHandler &handler) override;
+    bool take(InputFrame &frame) override { return _queue.take(frame); }
+    int waiting() const override { return _queue.waiting(); }
+    quint64 overruns() const override { return _queue.overruns(); }
+    bool isPaced() const override { return !_isFile; }
+
+private:
+    void run();
+    bool openSource();
+    void readOn();
+    bool playAgain();
+    bool interrupted();
+    void lose();
+    void report(const QString &problem);
+    void refuse(const QString &problem);
+
+    void acceptPicture(const AVFrame &frame, SampleTime at);
+    bool setFormat(const AVFrame &frame, SampleTime at);
+    bool isInterlaced(const AVFrame &frame);
+    OrbTimecode timecodeFor(const AVFrame &frame);
+    void deliver(InputFrame &&frame);
+    void pace();
+
+    const QString _url;
+    const bool _isFile;
+    InputQueue _queue;
+    StopFlag _stop;
+    StatusReporter _status;
+    std::thread _thread;
+
+    // The thread's own
+    MediaReader _reader;
+    FrameAssembler _assembler;
+    PictureConverter _converter;
+    RateWatch _watch;
+    OrbVideoRate _rate;
+    OrbImageDesc _format;
+    std::unique_ptr<RawPicturePool> _pool;
+    QSize _poolRaster;
+    bool _unusable = false;        // it delivers, but nothing that can be captured
+    QString _reported;             // the problem that stands in the log
+    bool _catchingUp = false;
+    std::int64_t _openedNs = 0;
+    std::int64_t _lastPictureNs = 0;
+    std::int64_t _paceStartNs = 0; // 0: with the next frame
+    std::int64_t _released = 0;    // frames since then
+    std::int64_t _pass = 0;        // pictures since the source's start
+    int _calm = 0;                 // progressive frames since the last interlaced one
+};
+
+FfmpegInput::FfmpegInput(const QString &url, bool isFile)
+    : _url(url), _isFile(isFile),
+      _reader({[this] { return interrupted(); },
+               [this](const AVFrame &frame, SampleTime at) { acceptPicture(frame, at); },
+               [this](const std::uint8_t *pcm, int samples, SampleTime at) {
+                   if (!_catchingUp)
+                       _assembler.addSound(at, pcm, samples);
+               }}),
+      _assembler([this](InputFrame &&frame) { deliver(std::move(frame)); })
+{
+}
+
+FfmpegInput::~FfmpegInput()
+{
+    _stop.stop();
+    if (_thread.joinable())
+        _thread.join();
+}
+
+void FfmpegInput::start(const StatusHandler &handler)
+{
+    if (_thread.joinable())
+        return;
+    _status.setHandler(handler);
+    _thread = std::thread([this] { run(); });
+}
+
+void FfmpegInput::run()
+{
+    while (!_stop.isStopping()) {
+        if (openSource())
+            readOn();
+        if (!_unusable)
+            lose();
+        _reader.close();
+        _stop.sleep(_unusable ? retryUnusableNs : retryNs);
+    }
+}
+
+/// The source is there, but nothing can be done with it.
+void FfmpegInput::refuse(const QString &problem)
+{
+    _unusable = true;
+    InputStatus status;
+    status.present = true;
+    status.problem = problem;
+    report(problem);
+    _status.report(status);
+}
+
+/// Writes a problem into the log when it is a new one.
+void FfmpegInput::report(const QString &problem)
+{
+    if (_stop.isStopping() || problem == _reported)
+        return;
+    _reported = problem;
+    if (!problem.isEmpty())
+        orbLogOutput(2, logFile, __LINE__, "Input %s: %s\n", qPrintable(_url), qPrintable(problem));
+}
+
+bool FfmpegInput::openSource()
+{
+    QString problem;
+    _unusable = false;
+    if (!_reader.open(_url, _isFile, problem)) {
+        report(problem);
+        return false;
+    }
+    if (!_reader.hasPicture()) {
+        refuse(QStringLiteral("no picture in it that can be decoded"));
+        return false;
+    }
+    _rate = _reader.rate();
+    _watch.restart(_rate, _reader.tickNs());
+    _format = OrbImageDesc();
+    _openedNs = _lastPictureNs = nowNs();
+    _catchingUp = !_reader.isOnDemand();
+    _paceStartNs = 0;
+    _pass = 0;
+    _calm = 0;
+    return true;
+}
+
+void FfmpegInput::readOn()
+{
+    while (!_stop.isStopping() && !_unusable) {
+        switch (_reader.step()) {
+        case MediaReader::Step::Read:
+            break;
+        case MediaReader::Step::End:
+            if (!_reader.isOnDemand() || !playAgain())
+                return;
+            continue;
+        case MediaReader::Step::Failed:
+            return;
+        }
+        if (_reader.isOnDemand())
+            continue;
+        const std::int64_t now = nowNs();
+        // The source made us wait: all that it had before is read.
+        if (_reader.waitedNs() > second / 200 || now - _openedNs > longestCatchUpNs)
+            _catchingUp = false;
+        if (now - _lastPictureNs > undecodableNs && _reader.waitedNs() < stallNs) {
+            report(QStringLiteral("no more pictures in what arrives, opened anew"));
+            return;
+        }
+        if (_reader.waitedNs() >= stallNs)
+            _lastPictureNs = now; // a silent source has time to begin anew
+    }
+}
+
+/// At the end of a file; false when it does not yield a single picture.
+bool FfmpegInput::playAgain()
+{
+    _reader.drain();
+    _assembler.finish();
+    const bool hadPictures = std::exchange(_pass, 0) > 0;
+    return hadPictures && _reader.rewind();
+}
+
+/// The library's question while it waits, on this very thread.
+bool FfmpegInput::interrupted()
+{
+    if (_stop.isStopping())
+        return true;
+    if (_status.status().present && !_unusable && !_reader.isOnDemand() && nowNs() - _lastPictureNs > stallNs)
+        lose();
+    return false;
+}
+
+/// The signal is gone.
+void FfmpegInput::lose()
+{
+    _assembler.drop();
+    _format = OrbImageDesc(); // the next picture begins anew, at number 0
+    if (!_stop.isStopping())
+        _status.report(InputStatus());
+}
+
+/// A stream may mix progressive pictures into interlaced ones: it stays interlaced for a while.
+bool FfmpegInput::isInterlaced(const AVFrame &frame)
+{
+    if (frame.height % 2 != 0)
+        return false;
+    if (_reader.isInterlacedByHeader() || frame.interlaced_frame != 0) {
+        _calm = 0;
+        return true;
+    }
+    return _format.isValid() && _format.isInterlaced() && ++_calm < calmFrames;
+}
+
+/// Follows what the picture says about itself; false when it cannot be taken.
+bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
+{
+    if (at) {
+        const std::int64_t stampNs = av_rescale_q(*at, {1, 48'000}, {1, second});
+        // Stamps have been rounded to samples, which are finer than a transport stream's ticks by little.
+        if (const auto rate = _watch.next(stampNs)) {
+            _rate = *rate;
+            _watch.restart(_rate, _reader.tickNs());
+        }
+    }
+    if (frame.width < 2 || frame.width > maxWidth || frame.height > maxHeight) {
+        refuse(QStringLiteral("pictures of %1 x %2 are not supported").arg(frame.width).arg(frame.height));
+        return false;
+    }
+    if (!_rate.isValid()) // the time stamps may yet tell
+        return false;
+    const QSize raster(frame.width & ~1, frame.height);
+    const auto scan = isInterlaced(frame) ? OrbImageDesc::Interlaced : OrbImageDesc::Progressive;
+    if (_format.isValid() && _format.size() == raster && _format.scanMode() == scan
+        && _format.frameRate() == _rate)
+        return true;
+    _format = OrbImageDesc();
+    _format.setSize(raster.width(), raster.height());
+    _format.setAspectRatio(raster.width(), raster.height());
+    _format.setFrameRate(_rate);
+    _format.setScanMode(scan);
+    const std::size_t each = picture::bytesFor(raster.width(), raster.height());
+    const auto count =
+        static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
+    if (!_pool || _poolRaster != raster)
+        _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), count);
+    _poolRaster = raster;
+    // Sound may come half a second after its picture, when there is room to wait for it.
+    const int halfSecond = _rate.num() / (2 * _rate.den()) + 1;
+    _assembler.begin(_rate.num(), _rate.den(), _reader.channels(), std::min(halfSecond, count / 3));
+    _paceStartNs = 0;
+    return true;
+}
+
+OrbTimecode FfmpegInput::timecodeFor(const AVFrame &frame)
+{
+    const OrbTimecode timecode = timecodeOf(frame, _rate);
+    if (timecode.isValid() || !_reader.isOnDemand())
+        return timecode;
+    const OrbTimecode first = _reader.startTimecode();
+    return first.isValid() ? first.advanced(_pass) : first;
+}
+
+void FfmpegInput::acceptPicture(const AVFrame &frame, SampleTime at)
+{
+    _lastPictureNs = nowNs();
+    if (_stop.isStopping() || _unusable || !setFormat(frame, at))
+        return;
+    if (_catchingUp)
+        return;
+    const OrbTimecode timecode = timecodeFor(frame);
+    ++_pass;
+    const RawPictureRef picture = _pool->take();
+    if (!picture) {
+        _queue.countDropped();
+        return;
+    }
+    if (!_converter.convert(frame, _format.isInterlaced(), picture->view)) {
+        refuse(QStringLiteral("pictures of this kind cannot be converted"));
+        return;
+    }
+    _assembler.addPicture(picture, timecode, at);
+}
+
+void FfmpegInput::deliver(InputFrame &&frame)
+{
+    if (_reader.isOnDemand())
+        pace();
+    report(QString()); // the next problem is a new one
+    InputStatus status;
+    status.present = true;
+    status.valid = true;
+    status.format = _format;
+    _status.report(status);
+    _queue.push(std::move(frame));
+}
+
+/// Waits until a file's next frame is due.
+void FfmpegInput::pace()
+{
+    const std::int64_t now = nowNs();
+    if (_paceStartNs == 0) {
+        _paceStartNs = now;
+        _released = 0;
+    }
+    const std::int64_t due =
+        _paceStartNs
+        + av_rescale(std::max<std::int64_t>(_released - leadFrames, 0), second * _rate.den(), _rate.num());
+    ++_released;
+    if (now > due + second) { // the machine stood still: the frames missed are not made up for
+        _paceStartNs = now;
+        _released = leadFrames;
+        return;
+    }
+    if (due > now)
+        _stop.sleep(due - now);
+}
+
+} // namespace
+
+std::unique_ptr<Input> createFfmpegInput(const QString &url, bool isFile)
+{
+    return std::make_unique<FfmpegInput>(url, isFile);
+}
+
+} // namespace ferin
