@@ -58,8 +58,8 @@ void OrbReadOrder::skipFrame()
         advance();
         return;
     }
-    // Slower than one frame a step, no frame is left out. Backward the position enters the frame before
-    // from behind, short of its upper edge.
+    // Slower than one frame a step, no frame is left out. Backward the position enters the frame
+    // before from behind, short of its upper edge.
     const int frame = position();
     constexpr double leastStep = -0.001;
     _base = _speed < 0.0 ? frame + std::min(_speed, leastStep) : frame + 1.0;

@@ -1,9 +1,9 @@
 #pragma once
 
-/// The order in which a reader wants the frames of a stream: a position that moves on by the speed with
-/// every frame taken, and the frame that it lies in. A plain value: a copy looks ahead without moving the
-/// original. Positions are counted from where the speed was last set, so ten steps of 0.1 are one frame,
-/// without rounding errors.
+/// The order in which a reader wants the frames of a stream: a position that moves on by the speed
+/// with every frame taken, and the frame that it lies in. A plain value: a copy looks ahead without
+/// moving the original. Positions are counted from where the speed was last set, so ten steps of
+/// 0.1 are one frame, without rounding errors.
 class OrbReadOrder
 {
 public:

@@ -39,18 +39,19 @@ public:
     bool isClosing() const { return _state == Closing; }
     /// Counts the opens that succeeded: tells a stream opened anew from the one before.
     quint64 openSerial() const { return _openSerial; }
-    void write(const OrbFrame &frame); ///< completes by frameWritten(); dropped unless open for writing
+    /// Completes by frameWritten(); dropped unless the stream is open for writing.
+    void write(const OrbFrame &frame);
 
     // Starts and completes by a signal
-    /// 1 reads, 2 writes; completes by openIsDone(access, error). False when there is no driver for the
-    /// descriptor or the stream is already open or opening; a stream that is closing opens when the close
-    /// is done (false when it already waits to do so). Every open() that answered true is answered by
-    /// exactly one openIsDone() or, when it was closed meanwhile, by closeIsDone() alone. After an error
-    /// the stream is closed, already when the signal comes.
+    /// 1 reads, 2 writes; completes by openIsDone(access, error). False when there is no driver for
+    /// the descriptor or the stream is already open or opening; a stream that is closing opens when
+    /// the close is done (false when it already waits to do so). Every open() that answered true is
+    /// answered by exactly one openIsDone() or, when it was closed meanwhile, by closeIsDone()
+    /// alone. After an error the stream is closed, already when the signal comes.
     bool open(int access);
-    /// Completes by closeIsDone(), after every frame written before. Nothing on a closed stream. A stream
-    /// still opening is closed when the open is done, which is then not reported. On a stream that is
-    /// closing it takes back the open() that waits for the close.
+    /// Completes by closeIsDone(), after every frame written before. Nothing on a closed stream. A
+    /// stream still opening is closed when the open is done, which is then not reported. On a
+    /// stream that is closing it takes back the open() that waits for the close.
     void close();
     /// Completes by readIsDone(); an error when the stream is not open for reading.
     void read(int frameNumber, void *context);

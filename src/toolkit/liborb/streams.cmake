@@ -1,5 +1,6 @@
-# Streams: the order in which frames are read, and the media drivers for clip files and play lists.
+# Streams: what to read ahead and in which order, and the media drivers for clip files and play lists.
 rv_library(orbmedia
+    orbreadahead.cpp
     orbreadorder.cpp
     drivers/clip/clipdriver.cpp
     drivers/clip/clipformat.cpp

@@ -18,8 +18,8 @@ OrbAudioDesc audioDescOf(const clip::AudioFormat &audio, const clip::VideoFormat
 
 /// What a clip holds; \a path gives the name.
 OrbStreamInfo streamInfoOf(const clip::ClipInfo &info, const QString &path);
-/// Nothing when no clip can hold what \a info describes: exactly one video format that a clip can have,
-/// and 24-bit sound at 48 kHz or none.
+/// Nothing when no clip can hold what \a info describes: exactly one video format that a clip can
+/// have, and 24-bit sound at 48 kHz or none.
 std::optional<clip::ClipInfo> clipInfoOf(const OrbStreamInfo &info);
 
 /// The label of frame \a frame of a clip that starts at \a start.

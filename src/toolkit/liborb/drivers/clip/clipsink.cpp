@@ -21,10 +21,12 @@ constexpr std::chrono::milliseconds syncsApart(250);
 /// As much as a clip's head takes, so that a full medium shows before the first frame.
 constexpr size_t reservedBytes = 16384;
 
-/// Takes the name exclusively and tries the medium; the file is empty afterwards. Answers an errno value.
+/// Takes the name exclusively and tries the medium; the file is empty afterwards. Answers an errno
+/// value.
 int takeName(const std::string &path)
 {
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const int file = ::open(path.c_str(), flags, 0644);
     if (file < 0)
         return errno;
     static constexpr std::array<char, reservedBytes> zeros{};
@@ -132,14 +134,15 @@ OrbError ClipSink::append(const OrbFrame &frame)
     return OrbError();
 }
 
-/// A recording in real time fills a fragment every half second, which the other thread makes durable. One
-/// that is slower, such as an interval recording, has its frames written here.
+/// A recording in real time fills a fragment every half second, which the other thread makes
+/// durable. One that is slower, such as an interval recording, has its frames written here.
 OrbError ClipSink::flush()
 {
     if (_error.isError() || !_writer.isOpen())
         return _error;
     const int frames = std::exchange(_framesSinceFlush, 0);
-    if (frames == 0 || (_syncThread.joinable() && frames > _info.video.rateNum / _info.video.rateDen / 2))
+    const int framesAFragment = _info.video.rateNum / _info.video.rateDen / 2;
+    if (frames == 0 || (_syncThread.joinable() && frames > framesAFragment))
         return OrbError();
     const std::lock_guard lock(_writerMutex);
     return clipformat::errorOf(_writer.flush());

@@ -12,8 +12,8 @@
 #include <string>
 #include <thread>
 
-/// One clip file being written, on an I/O thread: every call may wait for the medium. What is written is
-/// made durable by a second thread, so that a slow sync does not hold up the writing.
+/// One clip file being written, on an I/O thread: every call may wait for the medium. What is
+/// written is made durable by a second thread, so that a slow sync does not hold up the writing.
 class ClipSink
 {
 public:
@@ -22,12 +22,12 @@ public:
     ClipSink(const ClipSink &) = delete;
     ClipSink &operator=(const ClipSink &) = delete;
 
-    /// Takes the name and makes sure that the medium can be written: EEXIST, EROFS, ENOSPC … show here.
-    /// EINVAL for what no clip can hold. The clip itself begins with its first frame, whose timecode is
-    /// the clip's; a clip that is closed without one leaves no file.
+    /// Takes the name and makes sure that the medium can be written: EEXIST, EROFS, ENOSPC … show
+    /// here. EINVAL for what no clip can hold. The clip itself begins with its first frame, whose
+    /// timecode is the clip's; a clip that is closed without one leaves no file.
     OrbError open(const QString &path, const OrbStreamInfo &info);
-    /// Waits for the frame's promised buffers. After an error the clip is closed as far as it went and
-    /// every further frame has the same error.
+    /// Waits for the frame's promised buffers. After an error the clip is closed as far as it went
+    /// and every further frame has the same error.
     OrbError write(const OrbFrame &frame);
     OrbError flush();
     OrbError close();

@@ -7,8 +7,8 @@
 
 #include <vector>
 
-/// The frames of one clip file. A clip with a sound track has sound in every frame, silence where the track
-/// ends early, so that playing never changes its format within a clip.
+/// The frames of one clip file. A clip with a sound track has sound in every frame, silence where
+/// the track ends early, so that playing never changes its format within a clip.
 class ClipSource : public FrameSource
 {
 public:

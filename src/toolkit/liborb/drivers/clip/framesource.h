@@ -4,8 +4,8 @@
 #include "liborb/orbframe.h"
 #include "liborb/orbstreaminfo.h"
 
-/// Something frames are read from by number, on an I/O thread: every call may wait for the medium. Used by
-/// one thread at a time.
+/// Something frames are read from by number, on an I/O thread: every call may wait for the medium.
+/// Used by one thread at a time.
 class FrameSource
 {
 public:

@@ -10,12 +10,19 @@
 #include <utility>
 #include <vector>
 
-// The way back -------------------------------------------------------------------------------------------
+// The way back
+// -------------------------------------------------------------------------------------------
 
 struct AnswerBox::State
 {
     std::mutex mutex; ///< held only for the posting itself
     std::unique_ptr<QObject> receiver = std::make_unique<QObject>();
+
+    bool isOpen()
+    {
+        const std::lock_guard lock(mutex);
+        return receiver != nullptr;
+    }
 };
 
 AnswerBox::AnswerBox() : _state(std::make_shared<State>())
@@ -25,8 +32,15 @@ AnswerBox::AnswerBox() : _state(std::make_shared<State>())
 void AnswerBox::post(Answer answer) const
 {
     const std::lock_guard lock(_state->mutex);
-    if (_state->receiver)
-        QMetaObject::invokeMethod(_state->receiver.get(), std::move(answer), Qt::QueuedConnection);
+    if (!_state->receiver)
+        return;
+    // On its way when the box is closed, it must not run any more.
+    auto unlessClosed = [state = _state, answer = std::move(answer)] {
+        if (state->isOpen())
+            answer();
+    };
+    QMetaObject::invokeMethod(_state->receiver.get(), std::move(unlessClosed),
+                              Qt::QueuedConnection);
 }
 
 void AnswerBox::close()
@@ -41,7 +55,8 @@ void AnswerBox::close()
         receiver.release()->deleteLater();
 }
 
-// The thread ---------------------------------------------------------------------------------------------
+// The thread
+// ---------------------------------------------------------------------------------------------
 
 struct IoWorker::State
 {

@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
-/// The way back to the event loop for whoever works on another thread: what is posted runs there in order,
-/// until the box is closed. Copies share one box.
+/// The way back to the event loop for whoever works on another thread: what is posted runs there in
+/// order, until the box is closed. Copies share one box.
 class AnswerBox
 {
 public:
@@ -25,9 +25,9 @@ private:
     std::shared_ptr<State> _state;
 };
 
-/// One thread that carries out jobs in order. A job may wait for a medium as long as the medium likes;
-/// what it needs it must own, because a worker whose medium hangs is left behind.
-/// All calls on the event-loop thread.
+/// One thread that carries out jobs in order. A job may wait for a medium as long as the medium
+/// likes; what it needs it must own, because a worker whose medium hangs is left behind. All calls
+/// on the event-loop thread.
 class IoWorker
 {
 public:
@@ -48,8 +48,8 @@ public:
     void discard();
     /// Jobs that are over: grows as long as the medium answers.
     quint64 jobsDone() const;
-    /// Takes no more jobs, does those there are, and waits for that as long as \a patience. False when the
-    /// worker was left behind with its work.
+    /// Takes no more jobs, does those there are, and waits for that as long as \a patience. False
+    /// when the worker was left behind with its work.
     bool finish(std::chrono::milliseconds patience);
 
 private:

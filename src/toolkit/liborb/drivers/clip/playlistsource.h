@@ -6,15 +6,16 @@
 #include <memory>
 #include <vector>
 
-/// The clips of a play list as one joined stream. The clip that is read and the one that comes next in the
-/// direction of reading are open, and no more than one other. A frame of a clip that cannot be opened, or
-/// that is shorter than the list says, is an error; the rest plays.
+/// The clips of a play list as one joined stream. The clip that is read and the one that comes next
+/// in the direction of reading are open, and no more than one other. A frame of a clip that cannot
+/// be opened, or that is shorter than the list says, is an error; the rest plays.
 class PlayListSource : public FrameSource
 {
 public:
     explicit PlayListSource(const OrbPlayList &list) : _list(list) {}
 
-    /// EINVAL for a list without a valid entry; the error of its first clip when that cannot be opened.
+    /// EINVAL for a list without a valid entry; the error of its first clip when that cannot be
+    /// opened.
     OrbError open(OrbStreamInfo &info) override;
     OrbError read(int number, OrbFrame &frame) override;
     void prepare() override;

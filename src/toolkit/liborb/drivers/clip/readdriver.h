@@ -7,8 +7,8 @@
 #include <deque>
 #include <memory>
 
-/// Reads a source on an I/O thread of its own. close() does not wait for the medium: reads under way are
-/// answered with ECANCELED and the thread ends when its medium lets it.
+/// Reads a source on an I/O thread of its own. close() does not wait for the medium: reads under
+/// way are answered with ECANCELED and the thread ends when its medium lets it.
 class ReadDriver
 {
 public:

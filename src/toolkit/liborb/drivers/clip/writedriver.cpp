@@ -115,6 +115,7 @@ void WriteDriver::answerClose(const OrbError &error)
         return;
     _progressTimer.stop();
     if (error.isError())
-        orbLogOutput(1, "writedriver.cpp", __LINE__, "Clip was not completed: error %d\n", error.value());
+        orbLogOutput(1, "writedriver.cpp", __LINE__, "Clip was not completed: error %d\n",
+                     error.value());
     _host->driverClosed();
 }

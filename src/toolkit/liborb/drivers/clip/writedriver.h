@@ -9,8 +9,8 @@
 
 class ClipSink;
 
-/// Writes a clip file on an I/O thread of its own. close() is answered when all is written; on a medium
-/// that has not moved for a long time what is left is given up with ETIMEDOUT.
+/// Writes a clip file on an I/O thread of its own. close() is answered when all is written; on a
+/// medium that has not moved for a long time what is left is given up with ETIMEDOUT.
 class WriteDriver
 {
 public:
