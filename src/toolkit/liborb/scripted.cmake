@@ -1,1 +1,8 @@
-# filled by what lives here
+# Scripted drivers: a video device and a medium that do what a test says, when it says so.
+rv_library(orbscripted
+    drivers/scripted/scriptedmedia.cpp
+    drivers/scripted/scriptedvideo.cpp
+    drivers/scripted/transcript.cpp
+)
+set_target_properties(orbscripted PROPERTIES AUTOMOC ON)
+target_link_libraries(orbscripted PUBLIC orb)
