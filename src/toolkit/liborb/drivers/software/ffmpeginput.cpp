@@ -31,6 +31,7 @@ constexpr std::int64_t stallNs = second / 2;       ///< without a frame: the sou
 constexpr std::int64_t longestCatchUpNs = 3 * second;
 constexpr std::int64_t undecodableNs = 3 * second; ///< packets but no picture: another codec, perhaps
 constexpr std::int64_t leadFrames = 2;             ///< that a file is ahead of its time
+constexpr std::int64_t sampleNs = 20'834;          ///< time stamps come rounded to samples
 constexpr int calmFrames = 50;                     ///< progressive frames that end an interlaced stretch
 constexpr int maxWidth = 4096;
 constexpr int maxHeight = 2160;
@@ -172,8 +173,9 @@ bool FfmpegInput::openSource()
         refuse(QStringLiteral("no picture in it that can be decoded"));
         return false;
     }
+    _assembler.setChannels(_reader.channels());
     _rate = _reader.rate();
-    _watch.restart(_rate, _reader.tickNs());
+    _watch.restart(_rate, std::max(_reader.tickNs(), sampleNs));
     _format = OrbImageDesc();
     _openedNs = _lastPictureNs = nowNs();
     _catchingUp = !_reader.isOnDemand();
@@ -256,10 +258,9 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
 {
     if (at) {
         const std::int64_t stampNs = av_rescale_q(*at, {1, 48'000}, {1, second});
-        // Stamps have been rounded to samples, which are finer than a transport stream's ticks by little.
         if (const auto rate = _watch.next(stampNs)) {
             _rate = *rate;
-            _watch.restart(_rate, _reader.tickNs());
+            _watch.restart(_rate, std::max(_reader.tickNs(), sampleNs));
         }
     }
     if (frame.width < 2 || frame.width > maxWidth || frame.height > maxHeight) {
@@ -286,7 +287,7 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     _poolRaster = raster;
     // Sound may come half a second after its picture, when there is room to wait for it.
     const int halfSecond = _rate.num() / (2 * _rate.den()) + 1;
-    _assembler.begin(_rate.num(), _rate.den(), _reader.channels(), std::min(halfSecond, count / 3));
+    _assembler.begin(_rate.num(), _rate.den(), std::min(halfSecond, count / 3));
     _paceStartNs = 0;
     return true;
 }

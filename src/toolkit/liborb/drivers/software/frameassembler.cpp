@@ -26,6 +26,12 @@ void SoundTrack::reset(int channels)
     _pcm.clear();
 }
 
+bool SoundTrack::reaches(std::int64_t end) const
+{
+    const bool isAnotherTimeLine = _begin > end + longestGap;
+    return _hasBegun && !isAnotherTimeLine && _begin + held() >= end;
+}
+
 std::int64_t SoundTrack::held() const
 {
     return _channels > 0 ? _pcm.size() / (_channels * sampleBytes) : 0;
@@ -73,15 +79,21 @@ QByteArray SoundTrack::take(std::int64_t start, int samples)
     return block;
 }
 
-void FrameAssembler::begin(int rateNum, int rateDen, int channels, int patience)
+void FrameAssembler::setChannels(int channels)
 {
-    drop();
+    _waiting.clear();
+    _next.reset();
+    _sound.reset(channels);
+}
+
+void FrameAssembler::begin(int rateNum, int rateDen, int patience)
+{
+    _waiting.clear();
+    _next.reset();
     _rateNum = rateNum;
     _rateDen = rateDen;
     _patience = static_cast<std::size_t>(std::max(patience, 0));
     _number = 0;
-    if (_sound.channels() != channels)
-        _sound.reset(channels);
 }
 
 void FrameAssembler::addPicture(const RawPictureRef &picture, const OrbTimecode &timecode, SampleTime at)
@@ -137,9 +149,7 @@ void FrameAssembler::finish()
 
 void FrameAssembler::drop()
 {
-    _waiting.clear();
-    _next.reset();
-    _sound.reset(_sound.channels());
+    setChannels(_sound.channels());
 }
 
 } // namespace ferin

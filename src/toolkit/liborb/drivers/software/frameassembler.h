@@ -20,7 +20,7 @@ public:
     int channels() const { return _channels; }
     void put(SampleTime at, const std::uint8_t *pcm, int samples);
     /// Everything up to \a end has come, or will not come any more.
-    bool reaches(std::int64_t end) const { return _hasBegun && _begin + held() >= end; }
+    bool reaches(std::int64_t end) const;
     /// Exactly \a samples from \a start on, silent where there are none; what lies before goes.
     QByteArray take(std::int64_t start, int samples);
 
@@ -41,8 +41,11 @@ public:
     using Deliver = std::function<void(InputFrame &&)>;
     explicit FrameAssembler(Deliver deliver) : _deliver(std::move(deliver)) {}
 
-    /// Frames are numbered from 0; \a patience is how many may wait for sound.
-    void begin(int rateNum, int rateDen, int channels, int patience);
+    /// The source has sound on so many channels, or none; all that came before is forgotten.
+    void setChannels(int channels);
+    /// Frames are numbered from 0 and come at this rate; \a patience is how many may wait for sound. Sound
+    /// that came ahead of the first picture stays.
+    void begin(int rateNum, int rateDen, int patience);
     void addPicture(const RawPictureRef &picture, const OrbTimecode &timecode, SampleTime at);
     void addSound(SampleTime at, const std::uint8_t *pcm, int samples);
     /// Delivers all that wait, silent where sound is missing; the time line may begin anew.

@@ -341,6 +341,10 @@ bool MediaReader::rewind()
             avcodec_flush_buffers(stream->context.get());
     }
     _resampler.reset();
+    // A transport stream is sought by guessing, which may miss the first pictures; its first byte does not.
+    const int flags = _format->iformat->flags;
+    if ((flags & AVFMT_TS_DISCONT) != 0 && (flags & AVFMT_NO_BYTE_SEEK) == 0)
+        return avformat_seek_file(_format.get(), -1, 0, 0, 0, AVSEEK_FLAG_BYTE) >= 0;
     const std::int64_t start = _format->start_time == AV_NOPTS_VALUE ? 0 : _format->start_time;
     return avformat_seek_file(_format.get(), -1, INT64_MIN, start, start, 0) >= 0;
 }

@@ -65,9 +65,9 @@ void widenLines(const AVFrame &from, int plane, const picture::View &to, int fir
                 const Siting &siting)
 {
     const int lines = (to.height - first + step - 1) / step; // of this field, or of the frame
-    const int chromaLines = (lines + 1) / 2;
+    const int chromaLines = ((from.height + 1) / 2 - first + step - 1) / step; // the fields may differ
     for (int y = 0; y < lines; ++y) {
-        const int near = y / 2;
+        const int near = std::min(y / 2, chromaLines - 1);
         const bool isUpper = y % 2 == 0;
         const int far = std::clamp(isUpper ? near - 1 : near + 1, 0, chromaLines - 1);
         mixLine(lineOf<Sample>(from, plane, first + near * step),
@@ -155,9 +155,10 @@ bool PictureConverter::prepare(const AVFrame &from, int fromHeight, const pictur
     const auto format = static_cast<AVPixelFormat>(from.format);
     if (from.width < 1 || fromHeight < 1 || !sws_isSupportedInput(format))
         return false;
-    _scaler.reset(sws_getCachedContext(_scaler.release(), from.width, fromHeight, format, to.width,
-                                       toHeight, AV_PIX_FMT_YUV422P10, SWS_BICUBIC | SWS_ACCURATE_RND,
-                                       nullptr, nullptr, nullptr));
+    const bool isCut = (from.width & ~1) == to.width;
+    _scaler.reset(sws_getCachedContext(_scaler.release(), isCut ? to.width : from.width, fromHeight,
+                                       format, to.width, toHeight, AV_PIX_FMT_YUV422P10,
+                                       SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
     if (!_scaler)
         return false;
     const int *fromTable = sws_getCoefficients(colourTable(from.colorspace, from.height));
@@ -174,8 +175,10 @@ bool PictureConverter::scale(const AVFrame &from, bool interlaced, const picture
     const AVPixFmtDescriptor *kind = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(from.format));
     if (kind == nullptr)
         return false;
+    // Fields are scaled each on its own, if each has whole chroma lines.
     const bool mixesLines = kind->log2_chroma_h > 0 || from.height != to.height;
-    const int fields = interlaced && mixesLines && from.height % 2 == 0 && to.height % 2 == 0 ? 2 : 1;
+    const bool canSplit = from.height % (2 << kind->log2_chroma_h) == 0 && to.height % 2 == 0;
+    const int fields = interlaced && mixesLines && canSplit ? 2 : 1;
     if (!prepare(from, from.height / fields, to, to.height / fields))
         return false;
     const int planes = av_pix_fmt_count_planes(static_cast<AVPixelFormat>(from.format));
