@@ -7,6 +7,7 @@
 #include "liborb/orbid.h"
 #include "liborb/orbimagedesc.h"
 #include "liborb/orbimagelut.h"
+#include "liborb/orblog.h"
 #include "liborb/orbmetadata.h"
 #include "liborb/orbplaylist.h"
 #include "liborb/orbrational.h"
@@ -41,10 +42,23 @@ TimeOfDay &timeOfDay()
     return instance;
 }
 
+/// ORB_LOG names a file, or "stderr", that the toolkit logs to besides the sinks the program opens.
+void openLogOfEnvironment()
+{
+    const QString target = qEnvironmentVariable("ORB_LOG");
+    if (target == QLatin1String("stderr"))
+        OrbLog::defaultLog()->openDisplay();
+    else if (!target.isEmpty())
+        OrbLog::defaultLog()->openSecondFile(target);
+}
+
 } // namespace
 
 void Orb::init(int)
 {
+    static std::once_flag logIsOpen;
+    std::call_once(logIsOpen, openLogOfEnvironment);
+
     // The names are those that signal signatures spell.
     qRegisterMetaType<OrbId>("OrbId");
     qRegisterMetaType<OrbError>("OrbError");

@@ -36,7 +36,7 @@ bool isControl(QChar c)
 /// One line that cannot be taken for two and sends nothing to a terminal but itself.
 QString cleaned(QString text)
 {
-    if (text.endsWith(QLatin1Char('\n')))
+    while (text.endsWith(QLatin1Char('\n')))
         text.chop(1);
     const bool cut = text.size() > longestText;
     text.truncate(longestText);
@@ -89,13 +89,16 @@ struct OrbLog::Private {
 
     ~Private()
     {
-        if (fileFd >= 0)
-            ::close(fileFd);
+        for (const int fd : {fileFd.load(), secondFd.load()}) {
+            if (fd >= 0)
+                ::close(fd);
+        }
     }
 
     std::recursive_mutex mutex;
     std::atomic<int> threshold = defaultThreshold;
     std::atomic<int> fileFd = -1; ///< atomic for signal handlers, which take no lock
+    std::atomic<int> secondFd = -1;
     std::atomic<bool> display = false;
     int nextNumber = 1;
     std::vector<NumberedSink> sinks;
@@ -118,10 +121,12 @@ void OrbLog::output(int level, const QString &file, int line, const QString &tex
     const std::lock_guard lock(_d->mutex);
     insideSink = true;
     const QString clean = cleaned(text);
-    if (_d->fileFd >= 0 || _d->display) {
+    if (_d->fileFd >= 0 || _d->secondFd >= 0 || _d->display) {
         const QByteArray bytes = record(level, cleaned(file), line, clean);
-        if (_d->fileFd >= 0)
-            writeAll(_d->fileFd, bytes.constData(), bytes.size());
+        for (const int fd : {_d->fileFd.load(), _d->secondFd.load()}) {
+            if (fd >= 0)
+                writeAll(fd, bytes.constData(), bytes.size());
+        }
         if (_d->display)
             writeAll(STDERR_FILENO, bytes.constData(), bytes.size());
     }
@@ -155,8 +160,10 @@ void OrbLog::outputFromSignal(int level, const char *file, int line, const char 
     const auto isControlByte = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
     std::replace_if(bytes, bytes + size, isControlByte, '?');
     bytes[size++] = '\n';
-    if (_d->fileFd >= 0)
-        writeAll(_d->fileFd, bytes, size);
+    for (const int fd : {_d->fileFd.load(), _d->secondFd.load()}) {
+        if (fd >= 0)
+            writeAll(fd, bytes, size);
+    }
     if (_d->display)
         writeAll(STDERR_FILENO, bytes, size);
 }
@@ -164,18 +171,22 @@ void OrbLog::outputFromSignal(int level, const char *file, int line, const char 
 void OrbLog::setLevel(int level) { _d->threshold = level; }
 int OrbLog::level() const { return _d->threshold; }
 
-bool OrbLog::openFile(const QString &path)
+/// Appends to \a path from now on instead of to what \a target stands for. False when it cannot be opened.
+bool OrbLog::openInto(std::atomic<int> &target, const QString &path)
 {
     const int fd = ::open(QFile::encodeName(path).constData(),
                           O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0644);
     if (fd < 0)
         return false;
     const std::lock_guard lock(_d->mutex);
-    const int former = _d->fileFd.exchange(fd);
+    const int former = target.exchange(fd);
     if (former >= 0)
         ::close(former);
     return true;
 }
+
+bool OrbLog::openFile(const QString &path) { return openInto(_d->fileFd, path); }
+bool OrbLog::openSecondFile(const QString &path) { return openInto(_d->secondFd, path); }
 
 void OrbLog::openDisplay()
 {

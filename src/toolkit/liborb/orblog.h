@@ -3,6 +3,7 @@
 #include <QString>
 #include <QTextStream>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -35,6 +36,8 @@ public:
     /// cannot be opened (the file open before stays). A line reads
     /// "2024-05-01T12:00:00.123+02:00 3 vtrobject.cpp:120: text".
     bool openFile(const QString &path);
+    /// The same for a file beside that one, so that a service can be read whatever its own sinks are.
+    bool openSecondFile(const QString &path);
     /// Also writes to standard error.
     void openDisplay();
     /// Adds a sink; the answer is the number that removeSink() takes.
@@ -43,6 +46,8 @@ public:
 
 private:
     struct Private;
+    bool openInto(std::atomic<int> &target, const QString &path);
+
     std::unique_ptr<Private> _d;
 };
 
