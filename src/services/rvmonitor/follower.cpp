@@ -24,16 +24,20 @@ Follower::Follower(const std::string &name)
 bool Follower::next(bus::Frame &frame, int timeoutMs)
 {
     const std::int64_t deadline = nowMs() + timeoutMs;
-    do {
+    while (!ending) {
         const auto left = static_cast<int>(std::clamp<std::int64_t>(deadline - nowMs(), 0, stepMs));
         if (!_reader.isOpen() && !_reader.open(_name)) {
             const timespec pause = {0, std::min(left, 10) * 1'000'000L};
             nanosleep(&pause, nullptr);
+            if (nowMs() >= deadline)
+                break;
             continue;
         }
         if (_reader.next(frame, left))
             return true;
-    } while (!ending && nowMs() < deadline);
+        if (nowMs() >= deadline)
+            break;
+    }
     return false;
 }
 
