@@ -73,6 +73,7 @@ private slots:
     void aPictureWaitsForItsSoundButNotForEver();
     void aMissingPictureTakesItsSoundWithIt();
     void aTimeLineThatBeginsAnewIsFollowed();
+    void liveFramesLeaveEvenly();
 
     void picturesConvertToTheSameValues_data();
     void picturesConvertToTheSameValues();
@@ -180,7 +181,7 @@ void TestInput::soundIsCutToThePicturesByTime()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(1);
-    assembler.begin(30000, 1001, 10);
+    assembler.begin(30000, 1001, 10, false);
     // Sound begins before the first picture, at sample 1000, in blocks of 1152.
     constexpr std::int64_t firstPicture = 5000;
     std::int64_t at = 1000;
@@ -208,7 +209,7 @@ void TestInput::soundThatBeginsLateIsSilentAtFirst()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(1);
-    assembler.begin(25, 1, 10);
+    assembler.begin(25, 1, 10, false);
     for (int i = 0; i < 3; ++i)
         assembler.addPicture(nullptr, OrbTimecode(), i * 1920);
     assembler.addSound(2000, countingSound(2000, 4000).data(), 4000);
@@ -224,7 +225,7 @@ void TestInput::aGapInTheSoundIsSilent()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(1);
-    assembler.begin(25, 1, 10);
+    assembler.begin(25, 1, 10, false);
     assembler.addSound(0, countingSound(0, 1920).data(), 1920);
     assembler.addSound(5760, countingSound(5760, 1920).data(), 1920);
     for (int i = 0; i < 4; ++i)
@@ -241,7 +242,7 @@ void TestInput::aPictureWaitsForItsSoundButNotForEver()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(2);
-    assembler.begin(25, 1, 3);
+    assembler.begin(25, 1, 3, false);
     for (int i = 0; i < 3; ++i)
         assembler.addPicture(nullptr, OrbTimecode(), i * 1920);
     QVERIFY(frames.empty());
@@ -251,7 +252,7 @@ void TestInput::aPictureWaitsForItsSoundButNotForEver()
     assembler.finish();
     QCOMPARE(frames.size(), std::size_t {4});
     assembler.setChannels(0);
-    assembler.begin(25, 1, 3); // without sound nothing waits
+    assembler.begin(25, 1, 3, false); // without sound nothing waits
     assembler.addPicture(nullptr, OrbTimecode(), 0);
     QCOMPARE(frames.size(), std::size_t {5});
     QCOMPARE(frames[4].number, quint64 {0});
@@ -263,7 +264,7 @@ void TestInput::aMissingPictureTakesItsSoundWithIt()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(1);
-    assembler.begin(25, 1, 10);
+    assembler.begin(25, 1, 10, false);
     assembler.addSound(0, countingSound(0, 1920 * 5).data(), 1920 * 5);
     for (const int i : {0, 1, 3, 4})
         assembler.addPicture(nullptr, OrbTimecode(), i * 1920);
@@ -278,7 +279,7 @@ void TestInput::aTimeLineThatBeginsAnewIsFollowed()
     std::vector<InputFrame> frames;
     FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
     assembler.setChannels(1);
-    assembler.begin(25, 1, 5);
+    assembler.begin(25, 1, 5, false);
     for (const std::int64_t base : {std::int64_t {40'000'000}, std::int64_t {96'000}}) {
         for (int i = 0; i < 4; ++i) {
             assembler.addPicture(nullptr, OrbTimecode(), base + i * 1920);
@@ -289,6 +290,40 @@ void TestInput::aTimeLineThatBeginsAnewIsFollowed()
     QCOMPARE(upperSample(frames[3].sound, 5), countingSample(40'000'000 + 3 * 1920 + 5));
     QCOMPARE(upperSample(frames[4].sound, 5), countingSample(96'000 + 5));
     QCOMPARE(frames[7].number, quint64 {7});
+}
+
+void TestInput::liveFramesLeaveEvenly()
+{
+    std::vector<InputFrame> frames;
+    FrameAssembler assembler([&](InputFrame &&frame) { frames.push_back(std::move(frame)); });
+    assembler.setChannels(1);
+    assembler.begin(30000, 1001, 20, true);
+    std::int64_t at = 0;
+    const auto addPicture = [&](int i) {
+        assembler.addPicture(nullptr, OrbTimecode(), picture::samplesBeforeFrame(i, 30000, 1001));
+    };
+    for (int i = 0; i < 12; ++i)
+        addPicture(i);
+    for (; at < 1602 * 12; at += 480) // the first sound comes: no burst of all that waited
+        assembler.addSound(at, countingSound(at, 480).data(), 480);
+    QVERIFY(!frames.empty());
+    QVERIFY(frames.size() <= 3);
+    for (int i = 12; i < 40; ++i) { // then sound is missing for a while, and comes all at once
+        if (i >= 20 && i < 30) {
+            addPicture(i);
+            continue;
+        }
+        const std::size_t before = frames.size();
+        addPicture(i);
+        for (; at < 1602 * (i + 1); at += 480)
+            assembler.addSound(at, countingSound(at, 480).data(), 480);
+        QVERIFY(frames.size() - before <= 4);
+    }
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        QCOMPARE(frames[i].number, quint64 {i});
+        QCOMPARE(frames[i].sound.size(),
+                 qsizetype {picture::samplesOfFrame(static_cast<std::int64_t>(i), 30000, 1001)} * 3);
+    }
 }
 
 void TestInput::picturesConvertToTheSameValues_data()
@@ -440,10 +475,9 @@ void TestInput::aFileLoopsWithNumbersInOrderAndExactSound()
     QCOMPARE(all[0].format.frameRate().den(), rate.den());
     QCOMPARE(all[0].format.isInterlaced(), interlaced);
     for (std::size_t i = 0; i < frames.size(); ++i) {
-        const InputFrame &frame = frames[i];
+        const InputFrame &frame = frames[i].frame;
         QCOMPARE(frame.number, quint64 {i});
-        QVERIFY(frame.picture);
-        QCOMPARE(picture::readFrameNumber(frame.picture->view).value_or(9999), quint32(i % length));
+        QCOMPARE(frames[i].bar, static_cast<std::int64_t>(i % length));
         QCOMPARE(frame.channels, channels);
         const int samples = picture::samplesOfFrame(static_cast<std::int64_t>(i), rate.num(), rate.den());
         QCOMPARE(frame.sound.size(), qsizetype {samples} * channels * 3);
@@ -608,14 +642,15 @@ void TestInput::aBusDeliversPictureSoundTimecodeAndFlag()
         feeder.publish(i, format, i % 2 != 0);
         const auto frames = takeFrames(*input, 1);
         QCOMPARE(frames.size(), std::size_t {1});
-        if (picture::readFrameNumber(frames[0].picture->view).value_or(0) < 100)
+        if (frames[0].bar < 100)
             continue; // one of those before
-        QCOMPARE(picture::readFrameNumber(frames[0].picture->view).value_or(0), i);
-        QCOMPARE(frames[0].sound, QByteArray(1920 * 6, static_cast<char>(i)));
-        QCOMPARE(frames[0].channels, 2);
-        QVERIFY(frames[0].timecode == OrbTimecode(1, 0, 2, static_cast<int>(i % 25), 25, 0));
-        QVERIFY(frames[0].hasRecordFlag);
-        QCOMPARE(frames[0].recordFlag, i % 2 != 0);
+        const InputFrame &taken = frames[0].frame;
+        QCOMPARE(frames[0].bar, std::int64_t {i});
+        QCOMPARE(taken.sound, QByteArray(1920 * 6, static_cast<char>(i)));
+        QCOMPARE(taken.channels, 2);
+        QVERIFY(taken.timecode == OrbTimecode(1, 0, 2, static_cast<int>(i % 25), 25, 0));
+        QVERIFY(taken.hasRecordFlag);
+        QCOMPARE(taken.recordFlag, i % 2 != 0);
     }
     QCOMPARE(log.last().format.size(), QSize(720, 576));
     QVERIFY(log.last().format.isInterlaced());

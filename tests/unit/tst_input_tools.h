@@ -1,11 +1,13 @@
 #pragma once
 
 #include "liborb/drivers/software/input.h"
+#include "libpicture/framebar.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QThread>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -55,14 +57,25 @@ inline bool waitFor(const std::function<bool()> &isDone)
     return true;
 }
 
+/// A frame whose picture has gone back after its frame bar was read: pictures are few.
+struct Taken {
+    ferin::InputFrame frame;
+    std::int64_t bar = -1; ///< -1: none
+};
+
 /// Takes \a count frames as they come; fewer when they never do.
-inline std::vector<ferin::InputFrame> takeFrames(ferin::Input &input, int count)
+inline std::vector<Taken> takeFrames(ferin::Input &input, int count)
 {
-    std::vector<ferin::InputFrame> frames;
+    std::vector<Taken> frames;
     waitFor([&] {
-        ferin::InputFrame frame;
-        while (static_cast<int>(frames.size()) < count && input.take(frame))
-            frames.push_back(std::move(frame));
+        Taken taken;
+        while (static_cast<int>(frames.size()) < count && input.take(taken.frame)) {
+            const auto bar = taken.frame.picture ? picture::readFrameNumber(taken.frame.picture->view)
+                                                 : std::nullopt;
+            taken.bar = bar ? std::int64_t {*bar} : -1;
+            taken.frame.picture.reset();
+            frames.push_back(std::move(taken));
+        }
         return static_cast<int>(frames.size()) == count;
     });
     return frames;

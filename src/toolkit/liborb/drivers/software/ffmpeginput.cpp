@@ -30,6 +30,7 @@ constexpr std::int64_t retryUnusableNs = 5 * second;
 constexpr std::int64_t stallNs = second / 2;       ///< without a frame: the source is gone
 constexpr std::int64_t longestCatchUpNs = 3 * second;
 constexpr std::int64_t undecodableNs = 3 * second; ///< packets but no picture: another codec, perhaps
+constexpr std::int64_t unratedNs = 5 * second;     ///< pictures at no rate that can be told: opened anew
 constexpr std::int64_t leadFrames = 2;             ///< that a file is ahead of its time
 constexpr std::int64_t sampleNs = 20'834;          ///< time stamps come rounded to samples
 constexpr int calmFrames = 50;                     ///< progressive frames that end an interlaced stretch
@@ -95,6 +96,8 @@ private:
     bool _catchingUp = false;
     std::int64_t _openedNs = 0;
     std::int64_t _lastPictureNs = 0;
+    std::int64_t _lastRatedNs = 0;
+    QSize _raster;                 // of the picture before
     std::int64_t _paceStartNs = 0; // 0: with the next frame
     std::int64_t _released = 0;    // frames since then
     std::int64_t _pass = 0;        // pictures since the source's start
@@ -177,7 +180,8 @@ bool FfmpegInput::openSource()
     _rate = _reader.rate();
     _watch.restart(_rate, std::max(_reader.tickNs(), sampleNs));
     _format = OrbImageDesc();
-    _openedNs = _lastPictureNs = nowNs();
+    _openedNs = _lastPictureNs = _lastRatedNs = nowNs();
+    _raster = QSize();
     _catchingUp = !_reader.isOnDemand();
     _paceStartNs = 0;
     _pass = 0;
@@ -209,7 +213,9 @@ void FfmpegInput::readOn()
             return;
         }
         if (_reader.waitedNs() >= stallNs)
-            _lastPictureNs = now; // a silent source has time to begin anew
+            _lastPictureNs = _lastRatedNs = now; // a silent source has time to begin anew
+        else if (now - _lastRatedNs > unratedNs)
+            return;
     }
 }
 
@@ -246,7 +252,9 @@ bool FfmpegInput::isInterlaced(const AVFrame &frame)
 {
     if (frame.height % 2 != 0)
         return false;
-    if (_reader.isInterlacedByHeader() || frame.interlaced_frame != 0) {
+    // What a live stream's header said may be long past; its pictures say it themselves.
+    const bool byHeader = _reader.isOnDemand() && _reader.isInterlacedByHeader();
+    if (byHeader || frame.interlaced_frame != 0) {
         _calm = 0;
         return true;
     }
@@ -267,9 +275,23 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
         refuse(QStringLiteral("pictures of %1 x %2 are not supported").arg(frame.width).arg(frame.height));
         return false;
     }
-    if (!_rate.isValid()) // the time stamps may yet tell
-        return false;
     const QSize raster(frame.width & ~1, frame.height);
+    if (!_reader.isOnDemand() && _raster.isValid() && _raster != raster) {
+        // Another sender, perhaps: what was known about the last one's rate and scan is past.
+        _assembler.drop();
+        _format = OrbImageDesc();
+        _rate = OrbVideoRate();
+        _watch.restart(_rate, std::max(_reader.tickNs(), sampleNs));
+        _lastRatedNs = nowNs();
+        InputStatus status;
+        status.present = true;
+        status.problem = QStringLiteral("another format begins");
+        _status.report(status);
+    }
+    _raster = raster;
+    if (!_rate.isValid()) // the time stamps will tell
+        return false;
+    _lastRatedNs = nowNs();
     const auto scan = isInterlaced(frame) ? OrbImageDesc::Interlaced : OrbImageDesc::Progressive;
     if (_format.isValid() && _format.size() == raster && _format.scanMode() == scan
         && _format.frameRate() == _rate)
@@ -285,9 +307,10 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     if (!_pool || _poolRaster != raster)
         _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), count);
     _poolRaster = raster;
-    // Sound may come half a second after its picture, when there is room to wait for it.
-    const int halfSecond = _rate.num() / (2 * _rate.den()) + 1;
-    _assembler.begin(_rate.num(), _rate.den(), std::min(halfSecond, count / 3));
+    // Sound may come a second after its picture, when there is room to wait for it.
+    const int aSecond = _rate.num() / _rate.den() + 1;
+    _assembler.begin(_rate.num(), _rate.den(), std::min(aSecond, count / 2),
+                     !_reader.isOnDemand());
     _paceStartNs = 0;
     return true;
 }

@@ -86,7 +86,7 @@ void FrameAssembler::setChannels(int channels)
     _sound.reset(channels);
 }
 
-void FrameAssembler::begin(int rateNum, int rateDen, int patience)
+void FrameAssembler::begin(int rateNum, int rateDen, int patience, bool isLive)
 {
     _waiting.clear();
     _next.reset();
@@ -94,6 +94,9 @@ void FrameAssembler::begin(int rateNum, int rateDen, int patience)
     _rateDen = rateDen;
     _patience = static_cast<std::size_t>(std::max(patience, 0));
     _number = 0;
+    _isLive = isLive;
+    _hasDelivered = false;
+    _allowance = 0;
 }
 
 void FrameAssembler::addPicture(const RawPictureRef &picture, const OrbTimecode &timecode, SampleTime at)
@@ -110,6 +113,7 @@ void FrameAssembler::addPicture(const RawPictureRef &picture, const OrbTimecode 
     _next = waiting.start + waiting.samples;
     ++_number;
     _waiting.push_back(std::move(waiting));
+    _allowance = std::min(_allowance + 2, 4);
     deliverReady();
 }
 
@@ -119,8 +123,26 @@ void FrameAssembler::addSound(SampleTime at, const std::uint8_t *pcm, int sample
     deliverReady();
 }
 
+/// The first sound has come: a live source begins with the newest of the pictures that waited for it.
+void FrameAssembler::leaveOutOldest()
+{
+    constexpr std::size_t kept = 3;
+    while (_waiting.size() > kept)
+        _waiting.pop_front();
+    _number = 0;
+    _next = _waiting.front().start;
+    for (Waiting &waiting : _waiting) {
+        waiting.samples = picture::samplesOfFrame(_number, _rateNum, _rateDen);
+        waiting.start = *_next;
+        waiting.frame.number = static_cast<quint64>(_number++);
+        *_next += waiting.samples;
+    }
+}
+
 void FrameAssembler::deliverFirst()
 {
+    _hasDelivered = true;
+    --_allowance;
     Waiting first = std::move(_waiting.front());
     _waiting.pop_front();
     if (_sound.channels() > 0)
@@ -134,8 +156,13 @@ void FrameAssembler::deliverReady()
         const Waiting &first = _waiting.front();
         const bool isReady = _sound.channels() == 0 || _sound.reaches(first.start + first.samples)
                              || _waiting.size() > _patience;
-        if (!isReady)
+        if (!isReady || (_isLive && _allowance <= 0))
             return;
+        if (_isLive && !_hasDelivered && _waiting.size() > 1) {
+            leaveOutOldest();
+            _hasDelivered = true;
+            continue; // the new first one may still have to wait
+        }
         deliverFirst();
     }
 }

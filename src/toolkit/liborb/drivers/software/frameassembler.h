@@ -44,8 +44,9 @@ public:
     /// The source has sound on so many channels, or none; all that came before is forgotten.
     void setChannels(int channels);
     /// Frames are numbered from 0 and come at this rate; \a patience is how many may wait for sound. Sound
-    /// that came ahead of the first picture stays.
-    void begin(int rateNum, int rateDen, int patience);
+    /// that came ahead of the first picture stays. Live frames leave evenly: those that waited for the first
+    /// sound are left out but for the last few, and later on no more than two leave for each that comes.
+    void begin(int rateNum, int rateDen, int patience, bool isLive);
     void addPicture(const RawPictureRef &picture, const OrbTimecode &timecode, SampleTime at);
     void addSound(SampleTime at, const std::uint8_t *pcm, int samples);
     /// Delivers all that wait, silent where sound is missing; the time line may begin anew.
@@ -59,6 +60,7 @@ private:
         std::int64_t start = 0;
         int samples = 0;
     };
+    void leaveOutOldest();
     void deliverFirst();
     void deliverReady();
 
@@ -68,6 +70,9 @@ private:
     int _rateNum = 25;
     int _rateDen = 1;
     std::size_t _patience = 0;
+    bool _isLive = false;
+    bool _hasDelivered = false;
+    int _allowance = 0; // live frames that may leave now
     std::int64_t _number = 0;
     SampleTime _next; // where the next picture's sound begins
 };
