@@ -5,6 +5,7 @@
 
 #include "libbus/bus.h"
 #include "libpicture/framebar.h"
+#include "libpicture/patterns.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -13,8 +14,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <functional>
+#include <thread>
 #include <vector>
 
 #include <unistd.h>
@@ -142,7 +146,10 @@ public:
     }
     void driverFirmwareLoading(const QString &, bool) override {}
     void driverRaiseVfrAlarm(bool) override {}
-    void driverInputAncDataChanged(const OrbMetadataHash &) override {}
+    void driverInputAncDataChanged(const OrbMetadataHash &data) override
+    {
+        recordFlags.append(data.valueFor(OrbIdCameraRecordFlag).toBool());
+    }
     void driverAlarm(const OrbAlarm &) override {}
 
     /// Runs the event loop and follows the bus until \a done says so.
@@ -215,6 +222,7 @@ public:
     QList<OrbVideoState> states;
     QList<int> keyFrames;
     QList<int> flushedAt;
+    QList<bool> recordFlags;
     OrbVbiInfo lastVbi;
     OrbError setupError;
     bool isOpen = false;
@@ -236,6 +244,54 @@ private:
             one.bar = static_cast<int>(*number);
         seen.push_back(one);
     }
+};
+
+/// A camera on an input bus, on a clock of its own that is a little off.
+class Camera
+{
+public:
+    explicit Camera(double rate) : _thread([this, rate] { run(rate); }) {}
+    ~Camera()
+    {
+        _ending = true;
+        _thread.join();
+    }
+    static std::string busName()
+    {
+        return "/rvd_device_camera_" + std::to_string(getpid());
+    }
+
+    std::atomic<bool> isRecording = false;
+
+private:
+    void run(double rate)
+    {
+        bus::Writer writer;
+        if (!writer.open(busName()))
+            return;
+        const bus::Format format {width, height, 25, 1, 0, 2};
+        const auto begun = std::chrono::steady_clock::now();
+        for (int n = 0; !_ending; ++n) {
+            const picture::View slot = writer.beginFrame(format);
+            picture::drawBlack(slot);
+            picture::writeFrameNumber(slot, static_cast<std::uint32_t>(n));
+            bus::FrameInfo info;
+            info.content = bus::Content::Live;
+            info.recordFlag = isRecording;
+            info.tcHour = 5;
+            info.tcSec = static_cast<std::int8_t>(n / 25 % 60);
+            info.tcFrame = static_cast<std::int8_t>(n % 25);
+            info.tcFps = 25;
+            info.tcFlags = OrbTimecode::Valid;
+            writer.publish(info);
+            std::this_thread::sleep_until(begun + std::chrono::duration<double>((n + 1) / rate));
+        }
+        writer.close();
+        bus::Writer::remove(busName());
+    }
+
+    std::atomic<bool> _ending = false;
+    std::thread _thread;
 };
 
 /// Feeds a clip to the device at every beat, as a transport does.
@@ -281,6 +337,9 @@ private slots:
     void withoutSignalFramesHaveNoPicture();
     void anInputInAnotherFormatIsNotCaptured();
     void framesThatNobodyReadsAreDroppedAndTold();
+    void aSourceOnItsOwnClockLosesNoFrame();
+    void aCameraBringsItsLabelsAndItsRecordFlag();
+    void aSignalThatGoesAndComesBackIsTold();
     void aClipPlaysFrameByFrame();
     void doubleSpeedShowsEverySecondFrame();
     void halfSpeedShowsEachFrameTwice();
@@ -302,8 +361,9 @@ void tst_device_run::initTestCase()
     const QString path = _dir.filePath(QStringLiteral("device.ini"));
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("[inputs]\n601=pattern\nformat=320x180p25\n"
-               "[reference]\npresent=true\nlocked=true\n");
+    file.write("[inputs]\n601=pattern\nformat=320x180p25\n603=bus:");
+    file.write(Camera::busName().c_str());
+    file.write("\n[reference]\npresent=true\nlocked=true\n");
     file.close();
     qputenv("RVD_DEVICE_CONFIG", path.toUtf8());
     qputenv("RVD_PROGRAM_BUS", QByteArray("/rvd_device_test_") + QByteArray::number(getpid()));
@@ -483,6 +543,83 @@ void tst_device_run::framesThatNobodyReadsAreDroppedAndTold()
     QVERIFY(bench.until([&] { return bench.driver->framesReadable() > 0; }));
     QVERIFY(!bench.driver->readFrame(frame).isError());
     QVERIFY(frame.meta().valueFor(OrbIdFrameNumber).toInt() > 10); // lost frames cost numbers
+}
+
+void tst_device_run::aSourceOnItsOwnClockLosesNoFrame()
+{
+    for (double rate : {25.02, 24.98}) {
+        Camera camera(rate);
+        Bench bench;
+        OrbVideoDeviceSetup setup = setupFor(OrbVideoDeviceSetup::Capture);
+        setup.setVideoInputSource(OrbIdVideoPort603);
+        QVERIFY(bench.runSetup(setup));
+        bench.onVbi = [&] { bench.drain(); };
+        QVERIFY(bench.until([&] { return !bench.seen.empty() && bench.seen.back().bar >= 0; }));
+        bench.drain(); // frames from before the signal may still wait
+        const QList<OrbFrame> frames = bench.record(75);
+        if (bench.dropped > 0 || bench.skipped() > 0)
+            QSKIP("this machine was too busy to keep a frame clock");
+        const int base = numberInCoded(frames.first().vids().first().buffer());
+        QVERIFY(base >= 0);
+        for (int i = 0; i < frames.size(); ++i)
+            QCOMPARE(numberInCoded(frames.at(i).vids().first().buffer()), base + i);
+    }
+}
+
+void tst_device_run::aCameraBringsItsLabelsAndItsRecordFlag()
+{
+    Camera camera(25.0);
+    Bench bench;
+    OrbVideoDeviceSetup setup = setupFor(OrbVideoDeviceSetup::Capture);
+    setup.setVideoInputSource(OrbIdVideoPort603);
+    setup.setTimecodeInputSource(OrbIdTimecodeLtc);
+    QVERIFY(bench.runSetup(setup));
+    QVERIFY(bench.until([&] { return !bench.seen.empty() && bench.seen.back().bar >= 0; }));
+    bench.drain();
+    const QList<OrbFrame> frames = bench.record(2);
+    const auto label = frames.last().meta().valueFor(OrbIdTimecode).value<OrbTimecode>();
+    QCOMPARE(label.hour(), 5);
+    QCOMPARE(static_cast<int>(label.frameCount() % (25 * 60)),
+             numberInCoded(frames.last().vids().first().buffer()));
+    QVERIFY(bench.lastVbi.inputTimecode().isValid());
+    QVERIFY(!frames.last().meta().contains(OrbIdCameraRecordFlag)); // no camera was chosen
+
+    setup.setCameraInput(OrbIdCameraInput1);
+    QVERIFY(bench.runSetup(setup));
+    QCOMPARE(bench.record(1).first().meta().valueFor(OrbIdCameraRecordFlag), QVariant(false));
+    QVERIFY(bench.recordFlags.isEmpty());
+    camera.isRecording = true;
+    QVERIFY(bench.until([&] { return bench.recordFlags == QList<bool> {true}; }));
+    bench.drain();
+    QCOMPARE(bench.record(3).last().meta().valueFor(OrbIdCameraRecordFlag), QVariant(true));
+
+    // The camera is heard in playback too.
+    setup.setMode(OrbVideoDeviceSetup::Playback);
+    QVERIFY(bench.runSetup(setup));
+    camera.isRecording = false;
+    QVERIFY(bench.until([&] { return bench.recordFlags == (QList<bool> {true, false}); }));
+}
+
+void tst_device_run::aSignalThatGoesAndComesBackIsTold()
+{
+    Bench bench;
+    OrbVideoDeviceSetup setup = setupFor(OrbVideoDeviceSetup::Capture);
+    setup.setVideoInputSource(OrbIdVideoPort603);
+    QVERIFY(bench.runSetup(setup));
+    bench.onVbi = [&] { bench.drain(); };
+    const auto isValid = [&] { return !bench.states.isEmpty() && bench.states.last().isValid(); };
+    const auto shows = [&](bus::Content content) {
+        return !bench.seen.empty() && bench.seen.back().info.content == content;
+    };
+    for (int i = 0; i < 2; ++i) {
+        {
+            Camera camera(25.0);
+            QVERIFY(bench.until(isValid));
+            QVERIFY(bench.until([&] { return shows(bus::Content::Live); }));
+        }
+        QVERIFY(bench.until([&] { return !isValid(); }));
+        QVERIFY(bench.until([&] { return shows(bus::Content::None); }));
+    }
 }
 
 void tst_device_run::aClipPlaysFrameByFrame()

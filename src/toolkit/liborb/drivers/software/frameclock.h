@@ -38,7 +38,7 @@ public:
     ClockStats stats() const;
 
     // On the clock's own thread only, from work or a beat
-    /// Beats at \a num / \a den from now on; when that is the rate already the beat goes on, without
+    /// Beats at \a num / \a den from now on; at the rate it has already the beat goes on, without
     /// what this piece of work has missed.
     void run(int num, int den);
     /// Moves the following beats by \a ns.
