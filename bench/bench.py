@@ -1,0 +1,308 @@
+#!/usr/bin/env python3
+"""Measures the recorder beside what a user would pick instead: processor time, memory, latency.
+
+    scripts/isolated.sh python3 bench/bench.py build/release/bin [topic ...]
+
+Prints one table a topic, all figures of one run, the goal beside each. Nothing is asserted: a goal that is missed
+is shown, and the exit status is 0 unless something could not be measured at all.
+"""
+
+import os
+import re
+import resource
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "tests", "system"))
+import rig  # noqa: E402
+
+RATE = 25
+EE_SECONDS = 8
+RECORD_SECONDS = 20
+PLAY_SECONDS = 6
+RAW_PICTURES = 200          # decoded for ffmpeg; it codes them over and over
+PACED_FRAMES = 250
+RELEASED = 2                # of StorageInUse
+TICKS = os.sysconf("SC_CLK_TCK")
+
+ENCODER = ["-c:v", "prores_aw", "-profile:v", "2", "-threads:v", "1", "-c:a", "pcm_s24le"]
+FIGURES = re.compile(r"(\d+) (\w+): median ([\d.]+) (\w+), 99 % ([\d.]+) \w+, worst ([\d.]+)")
+
+
+# Tables
+
+def title(text):
+    print(f"\n{text}", flush=True)
+
+
+def row(name, figure, goal="", is_met=None):
+    verdict = "" if is_met is None else "met" if is_met else "MISSED"
+    print(f"  {name:<46}{figure:>18}   {goal:<20}{verdict}".rstrip(), flush=True)
+
+
+def latency_rows(name, output, limit, unit, scale=1.0):
+    """The rows of a program that prints its median, 99th percentile and worst."""
+    found = FIGURES.search(output)
+    rig.check(found, f"no figures in {output!r}")
+    count, what = found.group(1), found.group(2)
+    median, high, worst = (float(found.group(i)) * scale for i in (3, 5, 6))
+    goal = (f"under {limit:g} {unit}", high < limit) if limit else ()
+    row(f"{name}, median of {count} {what}", f"{median:.2f} {unit}")
+    row(f"{name}, 99th percentile", f"{high:.2f} {unit}", *goal)
+    row(f"{name}, worst", f"{worst:.2f} {unit}")
+
+
+# Processes
+
+def cpu_seconds(pid):
+    """User and system time of all threads of a process, those that have ended included."""
+    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
+        fields = stat.read().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / TICKS
+
+
+def thread_seconds(pid):
+    """Processor time of each living thread, by number: (name, seconds)."""
+    found = {}
+    for number in os.listdir(f"/proc/{pid}/task"):
+        try:
+            with open(f"/proc/{pid}/task/{number}/stat", encoding="ascii") as stat:
+                head, _, rest = stat.read().rpartition(")")
+        except OSError:
+            continue
+        fields = rest.split()
+        found[number] = (head.partition("(")[2], (int(fields[11]) + int(fields[12])) / TICKS)
+    return found
+
+
+def by_thread(before, after, per, unit):
+    """The busiest kinds of threads in one line."""
+    spent = {}
+    for number, (name, seconds) in after.items():
+        earlier = before[number][1] if number in before else 0.0
+        spent[name] = spent.get(name, 0.0) + seconds - earlier
+    busiest = sorted(spent.items(), key=lambda item: -item[1])[:5]
+    text = ", ".join(f"{name} {seconds * per:.2f}" for name, seconds in busiest if seconds > 0)
+    print(f"    by thread, {unit}: {text}", flush=True)
+
+
+def status_megabytes(pid, key):
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith(key + ":"):
+                return int(line.split()[1]) / 1024
+    return 0.0
+
+
+class MemoryWatch:
+    """The highest private memory of a process, looked at twenty times a second."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.peak = 0.0
+        self.ends = threading.Event()
+        self.thread = threading.Thread(target=self._run, daemon=True)
+        self.thread.start()
+
+    def _run(self):
+        while not self.ends.wait(0.05):
+            try:
+                self.peak = max(self.peak, status_megabytes(self.pid, "RssAnon"))
+            except OSError:
+                return
+
+    def finish(self):
+        self.ends.set()
+        self.thread.join()
+        return self.peak
+
+
+def child_seconds(command):
+    """Runs a program to its end; its processor time."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    rig.check(result.returncode == 0, f"{command[0]}: {result.stderr.strip()}")
+    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+
+
+# The recorder
+
+def start_recorder(bin_dir, source_format):
+    """A recorder on the moving pattern in E-E, past its beginnings."""
+    recorder = rig.Recorder(bin_dir, source="pattern", source_format=source_format).start()
+    rig.wait_until("the input is on the output",
+                   lambda: recorder.frames(1)[0]["content"] == "live", 20)
+    time.sleep(2)
+    return recorder
+
+
+def measure_ee(recorder):
+    """Processor time of E-E, of one core."""
+    pid = recorder.processes["rvd"].pid
+    threads, cpu, wall = thread_seconds(pid), cpu_seconds(pid), time.monotonic()
+    time.sleep(EE_SECONDS)
+    cpu, wall = cpu_seconds(pid) - cpu, time.monotonic() - wall
+    return cpu / wall, (threads, thread_seconds(pid), 100 / wall)
+
+
+def record(recorder):
+    """Records a clip: its path, its frames, the processor time of the whole recording, the threads' shares."""
+    pid = recorder.processes["rvd"].pid
+    before = set(recorder.clips())
+    threads, cpu = thread_seconds(pid), cpu_seconds(pid)
+    recorder.do("record")
+    time.sleep(RECORD_SECONDS)
+    recorder.do("stop")
+    clip = rig.wait_until("a clip is there", lambda: set(recorder.clips()) - before).pop()
+    rig.wait_until("the clip is closed", lambda: recorder.get("StorageInUse") == RELEASED)
+    cpu = cpu_seconds(pid) - cpu
+    frames = int(rig.stream_of(rig.probe(clip), "video")["nb_read_packets"])
+    rig.check(frames > (RECORD_SECONDS - 2) * RATE, f"only {frames} frames were recorded")
+    return clip, frames, cpu, (threads, thread_seconds(pid), 1000 / frames)
+
+
+def ffmpeg_per_frame(clip, folder, frames, is_paced):
+    """Processor time of ffmpeg for each of so many of the clip's own pictures, raw in memory, with their sound."""
+    pictures, sound = os.path.join(folder, "pictures.yuv"), os.path.join(folder, "sound.pcm")
+    out = os.path.join(folder, "out.mov")
+    if not os.path.exists(pictures):
+        child_seconds(["ffmpeg", "-v", "error", "-i", clip,
+                       "-map", "0:v", "-frames:v", str(RAW_PICTURES), "-pix_fmt", "yuv422p10le",
+                       "-f", "rawvideo", pictures, "-map", "0:a", "-f", "s24le", sound])
+    spent = child_seconds(["ffmpeg", "-v", "error", "-nostdin", "-y", *(["-re"] if is_paced else []),
+                           "-stream_loop", "-1", "-f", "rawvideo", "-pix_fmt", "yuv422p10le",
+                           "-s", "1920x1080", "-r", str(RATE), "-i", pictures,
+                           "-f", "s24le", "-ar", "48000", "-ac", "2", "-i", sound,
+                           "-frames:v", str(frames), "-shortest", *ENCODER, out])
+    coded = int(rig.stream_of(rig.probe(out), "video")["nb_read_packets"])
+    os.unlink(out)
+    return spent / coded
+
+
+def run_program(bin_dir, name, *arguments, environment=None, timeout=150):
+    path = os.path.join(os.path.dirname(os.path.abspath(bin_dir)), "bench", name)
+    rig.check(os.path.exists(path), f"{name} is not built")
+    result = subprocess.run([path, *arguments], env=environment, capture_output=True, text=True,
+                            timeout=timeout, check=False)
+    rig.check(result.returncode == 0, f"{name}: {result.stdout}{result.stderr}".strip())
+    if result.stderr:
+        print("    " + result.stderr.strip().replace("\n", "\n    "), flush=True)
+    return result.stdout
+
+
+# The topics
+
+def topic_recording(bin_dir):
+    with start_recorder(bin_dir, f"1920x1080p{RATE}") as recorder:
+        pid = recorder.processes["rvd"].pid
+        memory = MemoryWatch(pid)
+        ee = measure_ee(recorder)[0]
+        clip, frames, spent, threads = record(recorder)
+        show_recording(clip, frames, spent / frames * 1000, ee / RATE * 1000, threads)
+        recorder.do("play")
+        cpu, wall = cpu_seconds(pid), time.monotonic()
+        time.sleep(PLAY_SECONDS)
+        play = (cpu_seconds(pid) - cpu) / (time.monotonic() - wall)
+        show_memory(pid, memory.finish())
+        title("Transport command to published state, from one client to another")
+        latency_rows("fast forward and rewind in Play",
+                     run_program(bin_dir, "command_latency", environment=recorder.environment), 10, "ms")
+    title("Processor time of playback, of one core")
+    row(f"playing 1080p{RATE}", f"{play * 100:.1f} %")
+
+
+def topic_ee(bin_dir):
+    title("Processor time of E-E (input to output, nobody records), of one core")
+    for rate, limit in ((25, None), (50, 15)):
+        with start_recorder(bin_dir, f"1920x1080p{rate}") as recorder:
+            ee, threads = measure_ee(recorder)
+        goal = (f"at most {limit} %", ee * 100 <= limit) if limit else ()
+        row(f"1080p{rate}", f"{ee * 100:.1f} %", *goal)
+        by_thread(*threads, "%")
+
+
+def show_recording(clip, frames, rvd, ee, threads):
+    title(f"Processor time of a recorded frame, {frames} frames of 1920x1080p{RATE}, ProRes 422, two channels")
+    folder = tempfile.mkdtemp(prefix="bench-", dir="/dev/shm")
+    try:
+        fast = ffmpeg_per_frame(clip, folder, frames, False) * 1000
+        paced = ffmpeg_per_frame(clip, folder, PACED_FRAMES, True) * 1000
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+    row("rvd, all its threads", f"{rvd:.2f} ms")
+    by_thread(*threads, "ms")
+    row("rvd, of which E-E (input, output)", f"{ee:.2f} ms")
+    row("ffmpeg, same pictures, encoder and settings", f"{fast:.2f} ms")
+    row(f"ffmpeg, the same at {RATE} frames a second", f"{paced:.2f} ms")
+    row("rvd : ffmpeg", f"{rvd / fast:.2f}", "at most 1.10", rvd / fast <= 1.10)
+    row("rvd without its E-E : ffmpeg", f"{(rvd - ee) / fast:.2f}")
+    row(f"rvd : ffmpeg at {RATE} frames a second", f"{rvd / paced:.2f}")
+
+
+def show_memory(pid, peak):
+    title(f"Memory of rvd, recording and then playing 1080p{RATE}")
+    highest = status_megabytes(pid, "VmHWM")
+    row("peak, all (VmHWM)", f"{highest:.0f} MB", "under 400 MB", highest < 400)
+    row("peak, private (RssAnon)", f"{peak:.0f} MB")
+
+
+def topic_cue(bin_dir):
+    folder = os.environ.get("BENCH_DISK", tempfile.gettempdir())
+    output = run_program(bin_dir, "cue_latency", folder)
+    title("Cue to picture on the output, clip of 50,000 frames, not in memory, 25 frames a second")
+    latency_rows("cue to a random frame", output, 3, "frames")
+
+
+def topic_store(bin_dir):
+    output = run_program(bin_dir, "store_latency")
+    title("Parameter store: set in one client to event in another, loopback")
+    latency_rows("set to event", output, None, "ms", 0.001)
+
+
+def topic_codecs(bin_dir):
+    output = run_program(bin_dir, "coder_speed")
+    title("Coders and decoders, one thread, 1920x1080")
+    print("  " + output.strip().replace("\n", "\n  "), flush=True)
+
+
+TOPICS = {"recording": topic_recording, "ee": topic_ee, "cue": topic_cue, "store": topic_store, "codecs": topic_codecs}
+
+
+def machine():
+    """The kind of machine, in a line."""
+    model = "unknown processor"
+    with open("/proc/cpuinfo", encoding="utf-8", errors="replace") as info:
+        for line in info:
+            if line.startswith("model name"):
+                model = line.partition(":")[2].strip()
+                break
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / 2**30
+    return f"{model}, {os.cpu_count()} cores, {memory:.0f} GB; load at the start {os.getloadavg()[0]:.1f}"
+
+
+def main():
+    if len(sys.argv) < 2 or any(name not in TOPICS for name in sys.argv[2:]):
+        sys.exit(f"usage: bench.py <folder of the programs> [{' '.join(TOPICS)}]")
+    if os.geteuid() != 0:
+        sys.exit("bench.py: needs root for a medium of its own")
+    began = time.monotonic()
+    print(machine())
+    missing = 0
+    for name in sys.argv[2:] or TOPICS:
+        try:
+            TOPICS[name](sys.argv[1])
+        except (rig.Failed, subprocess.SubprocessError, OSError, ValueError, KeyError) as error:
+            missing += 1
+            print(f"\n{name} could not be measured: {error}", flush=True)
+    print(f"\n{time.monotonic() - began:.0f} s in all")
+    sys.exit(1 if missing else 0)
+
+
+if __name__ == "__main__":
+    main()
