@@ -100,7 +100,8 @@ def play_normal(recorder, first):
         time.sleep(5)
         recorder.do("stop")
         frames = rig.playback_only(watch.finish())
-        start = next(i for i, f in enumerate(frames) if f["number"] == first)
+        # The first frame may have stood there before as the still it was.
+        start = next(i for i, f in enumerate(frames) if f["number"] == first and f["content"] == "playback")
         run = frames[start:start + 100]
         numbers = rig.shown(run)
         late = max(abs(f["timeMs"] - run[0]["timeMs"] - i * 1000 / RATE) for i, f in enumerate(run))
@@ -121,7 +122,6 @@ def play_speed(recorder, name, command, by, skip=10, count=40):
 
 def still_and_steps(recorder):
     def still():
-        recorder.do("stop")
         time.sleep(0.3)
         steps = steps_of(recorder.frames(10))
         return steps == [0] * 9, f"steps {steps}"
