@@ -32,7 +32,7 @@ def records_and_plays_a_clip(bin_dir):
         frames = recorder.frames(5)
         check(set(shown(frames)) == {numbers[-1]}, f"at the end {shown(frames)}")
         recorder.do("standby-off")
-        check(recorder.frames(1)[0]["content"] == "live", "E-E after Standby Off")
+        wait_until("E-E after Standby Off", lambda: recorder.frames(1)[0]["content"] == "live", 3)
 
 
 def every_data_type_records(bin_dir):
@@ -81,7 +81,7 @@ def starts_without_a_store_and_finds_it_later(bin_dir):
     with Recorder(bin_dir) as recorder:
         recorder.start_media()
         recorder.start_daemon()
-        recorder.wait_log("Mode changed from Startup to Standby Off")
+        recorder.wait_log("VIDEO DEVICE: Setup is Done")
         check(recorder.ctl("status").returncode == 3, "rvctl without a store ends with 3")
         recorder.start_store()
         wait_until("the recorder answers", lambda: recorder.ctl("status").returncode == 0, 15)
