@@ -33,7 +33,7 @@ public:
     /// How an open or a close ends.
     struct Outcome {
         bool isRefused = false; ///< the stream finds no driver
-        OrbError error;
+        OrbError error = {};
         int afterMs = 5;        ///< held until the test ends it when negative
     };
     static constexpr int held = -1;

@@ -205,6 +205,8 @@ void ScriptedVideo::finishSetup(const OrbError &error)
         _applied = _pending;
         _capturedFrames.clear();
         _queue.clear();
+        _onOutput = OrbFrame();
+        _speedRest = 0.0;
     }
     startTicking();
     _host->driverSetupIsDone(error);
@@ -299,8 +301,11 @@ void ScriptedVideo::show()
         if (_onOutput.meta().valueFor(OrbId(OrbIdKeyFrame)).toBool())
             break;
     }
-    _speedRest = std::min(_speedRest, 1.0);
-    const OrbMetadataHash meta = _onOutput.meta();
+    if (_queue.empty())
+        _speedRest = 0.0;
+    const OrbMetadataHash meta = std::as_const(_onOutput).meta();
+    if (meta.isEmpty())
+        return;
     _shown << meta.valueFor(OrbId(OrbIdFrameNumber)).toInt();
     if (notesFrames)
         _transcript->note(QStringLiteral("output: %1").arg(_shown.last()));

@@ -22,9 +22,9 @@ class ScriptedVideo : public QObject
 public:
     /// How a setup, a flush or an open ends.
     struct Outcome {
-        OrbError refused;    ///< answered at once; nothing starts
-        OrbError error;      ///< reported at the end
-        int afterMs = 5;     ///< held until the test ends it when negative
+        OrbError refused = {}; ///< answered at once; nothing starts
+        OrbError error = {};   ///< reported at the end
+        int afterMs = 5;       ///< held until the test ends it when negative
     };
     static constexpr int held = -1;
 
