@@ -4,6 +4,7 @@
 #include "services/rvctl/report.h"
 
 #include <charconv>
+#include <chrono>
 #include <functional>
 #include <span>
 
@@ -28,19 +29,45 @@ int tellWaited(Session &session, Waiter::Result result, const std::string &wante
                                     session.shown(eParamTransportState));
 }
 
+/// Whether a command may be given again while its state has not come: one that says where to go may, one
+/// that moves on from where the transport is may not.
+enum class Again { Never, WhileRefused };
+
+/// The recorder refuses a command while another is being carried out, and queues none.
+constexpr std::chrono::milliseconds pausesBetween[] = {std::chrono::milliseconds(100),
+                                                       std::chrono::milliseconds(200),
+                                                       std::chrono::milliseconds(400),
+                                                       std::chrono::milliseconds(800)};
+
 /// Send a value and, if asked to, wait for what it brings about.
 int sendAndWait(Session &session, eParam_t id, const ParamValue &value, const std::string &wanted,
-                const std::function<bool()> &isMet)
+                const std::function<bool()> &isMet, Again again = Again::Never)
 {
     Waiter waiter(session.store());
-    const int code = session.send(id, value);
+    int code = session.send(id, value);
     if (code != Done) {
         return code;
     }
     if (!session.options().wait) {
         return session.succeed();
     }
-    return tellWaited(session, waiter.waitFor(isMet, session.options().timeout), wanted);
+    auto left = session.options().timeout;
+    if (again == Again::WhileRefused) {
+        for (const auto pause : pausesBetween) {
+            if (pause >= left) {
+                break;
+            }
+            if (waiter.waitFor(isMet, pause) != Waiter::Result::TimedOut) {
+                break;
+            }
+            left -= pause;
+            code = session.send(id, value);
+            if (code != Done) {
+                return code;
+            }
+        }
+    }
+    return tellWaited(session, waiter.waitFor(isMet, left), wanted);
 }
 
 /// A transport key: its command, and the transport states that it leads to.
@@ -48,6 +75,7 @@ struct Key {
     const char *word;
     std::uint32_t command;
     std::span<const std::uint32_t> states;
+    Again again;
 };
 
 constexpr std::uint32_t playStates[] = {3};
@@ -57,8 +85,11 @@ constexpr std::uint32_t forwardStates[] = {4, 5, 6, 7};
 constexpr std::uint32_t reverseStates[] = {10, 11, 12, 13};
 
 constexpr Key keys[] = {
-    {"play", 1, playStates},  {"record", 3, recordStates}, {"stop", 4, stopStates},
-    {"ff", 5, forwardStates}, {"rew", 6, reverseStates},
+    {"play", 1, playStates, Again::WhileRefused},
+    {"record", 3, recordStates, Again::WhileRefused},
+    {"stop", 4, stopStates, Again::Never},
+    {"ff", 5, forwardStates, Again::Never},
+    {"rew", 6, reverseStates, Again::Never},
 };
 
 bool isIn(Session &session, std::span<const std::uint32_t> states)
@@ -75,7 +106,7 @@ int pressKey(Session &session, const Key &key)
     const std::string wanted =
         GetDescriptor(eParamTransportState)->valueName(static_cast<int>(key.states.front()));
     return sendAndWait(session, eParamTransportCommand, key.command, "in " + wanted,
-                       [&] { return isIn(session, key.states); });
+                       [&] { return isIn(session, key.states); }, key.again);
 }
 
 int step(Session &session, Words words)
@@ -137,7 +168,7 @@ int standbyOff(Session &session)
     }
     constexpr static std::uint32_t off[] = {1};
     return sendAndWait(session, eParamGotoClipName, std::string("N/A"), "in Standby Off",
-                       [&] { return isIn(session, off); });
+                       [&] { return isIn(session, off); }, Again::WhileRefused);
 }
 
 int shutDown(Session &session)
