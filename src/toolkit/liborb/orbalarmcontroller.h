@@ -2,11 +2,10 @@
 
 #include "liborb/orbalarm.h"
 
-#include <QHash>
 #include <QObject>
 
-/// Collects the alarms of one owner and passes on what changed: a report equal in level and text to the last
-/// one of its identifier is swallowed, and so is a clear of an alarm never raised.
+/// Where the alarms of one owner come together. Passes every report on, also one that says nothing new: who
+/// receives them knows what was reported before.
 class OrbAlarmController : public QObject
 {
     Q_OBJECT
@@ -17,7 +16,4 @@ public:
 
 signals:
     void alarmTriggered(const OrbAlarm &alarm);
-
-private:
-    QHash<OrbId, OrbAlarm> _alarms;
 };
