@@ -271,5 +271,7 @@ OrbFrame ScriptedMedia::frameOf(const ScriptedClip &clip, int number) const
         const OrbTimecode label(qint64(number) + qint64(secondsInHour) * fps, fps, false);
         frame.meta().insert(OrbId(OrbIdTimecode), QVariant::fromValue(label));
     }
+    for (const OrbMetadata &item : extraMetadata)
+        frame.meta().insert(item);
     return frame;
 }

@@ -53,6 +53,7 @@ public:
     int writeMs = 1; ///< held until finishWrites() when negative
     QSet<int> badFrames; ///< reads of these fail
     OrbError writeError; ///< of all writes
+    QList<OrbMetadata> extraMetadata; ///< of the frames read from now on
     /// Paths that begin so are handled but not noted: what the engine loads besides.
     QString quietPrefix;
 
