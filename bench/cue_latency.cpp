@@ -1,8 +1,9 @@
 // How long a cue takes to the picture on the output, in a clip of 50,000 frames.
 //
-// The engine runs in this process with its real device, streams and program bus. The clip's pictures are
-// really coded; frame n shows the number n % 8, and is read back from the output, so that a wrong picture
-// counts as one. The clip is dropped from the page cache before it is played: a cue meets a cold medium.
+// The engine runs in this process with its real device, streams and program bus. The clip's
+// pictures are really coded; frame n shows the number n % 8, which is read back from the output, so
+// that a wrong picture counts as one. The clip is dropped from the page cache before it is played: a cue
+// meets a cold medium.
 
 #include "figures.h"
 
@@ -18,6 +19,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -95,7 +97,8 @@ clip::Error writeClip(const std::string &path)
         return {EIO, "the pictures cannot be coded"};
     const std::vector<std::byte> sound(samplesOfFrame * 2 * 3);
     clip::ClipInfo info;
-    info.video = {clip::Codec::ProRes422Proxy, width, height, rate, 1, clip::Scan::Progressive, true};
+    info.video = {clip::Codec::ProRes422Proxy, width, height, rate, 1, clip::Scan::Progressive,
+                  true};
     info.audio = clip::AudioFormat {2, 48000};
     info.timecode = clip::StartTimecode {0, rate, false};
     clip::ClipWriter writer;
@@ -164,9 +167,11 @@ private:
 class Run : public QObject
 {
 public:
-    explicit Run(const QString &clip) : _clip(clip), _watch([this](Clock::time_point when, bool isRight) {
-        QMetaObject::invokeMethod(this, [this, when, isRight] { pictureSeen(when, isRight); });
-    })
+    explicit Run(const QString &clip)
+        : _clip(clip)
+        , _watch([this](Clock::time_point when, bool isRight) {
+            QMetaObject::invokeMethod(this, [this, when, isRight] { pictureSeen(when, isRight); });
+        })
     {
         connect(&_vtr, &VtrObject::requestPlaybackStreamDesc, this,
                 [this](QVariant &desc, int &) { desc = _clip; });
@@ -183,8 +188,8 @@ public:
     bool report() const
     {
         if (_wrong > 0 || _missed > 0)
-            std::fprintf(stderr, "cue_latency: %d cues without a picture, %d wrong pictures\n", _missed,
-                         _wrong);
+            std::fprintf(stderr, "cue_latency: %d cues without a picture, %d wrong pictures\n",
+                         _missed, _wrong);
         return _wrong == 0 && printFigures("cue to picture", "cues", _figures, "frames", 2);
     }
 
@@ -215,7 +220,8 @@ private:
     void pictureSeen(Clock::time_point when, bool isRight)
     {
         if (_isStarted && _isOnFirst) {
-            _figures.push_back(std::chrono::duration<double, std::milli>(when - _begun).count() / frameMs);
+            const std::chrono::duration<double, std::milli> taken = when - _begun;
+            _figures.push_back(taken.count() / frameMs);
             _wrong += isRight ? 0 : 1;
             ++_done;
         }
@@ -226,7 +232,8 @@ private:
     void timedOut()
     {
         if (!_isOnFirst) {
-            std::fprintf(stderr, "cue_latency: no playback: %s\n", qPrintable(_vtr.stateToString()));
+            std::fprintf(stderr, "cue_latency: no playback: %s\n",
+                         qPrintable(_vtr.stateToString()));
             shutdown();
             return;
         }
@@ -272,7 +279,8 @@ void setDefault(const char *name, const char *value)
 
 } // namespace
 
-/// The one argument is the folder for the clip of about two gigabytes; the system's temporary one without it.
+/// The one argument is the folder for the clip of about two gigabytes; without it the system's
+/// temporary one.
 int main(int argc, char **argv)
 {
     setDefault("RVD_PROGRAM_BUS", "/rvd_cue_latency");
@@ -293,7 +301,9 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "cue_latency: %s\n", error.text.c_str());
         return 1;
     }
-    std::fprintf(stderr, "cue_latency: clip written in %.1f s\n", static_cast<double>(watch.elapsed()) / 1000.0);
+    std::fprintf(stderr, "a clip of %.1f GB is on the medium after %.1f s\n",
+                 static_cast<double>(QFileInfo(path).size()) / 1e9,
+                 static_cast<double>(watch.elapsed()) / 1000.0);
     bool isMeasured = false;
     {
         Run run(path);
