@@ -29,6 +29,7 @@ constexpr std::int64_t retryNs = second / 2;
 constexpr std::int64_t retryUnusableNs = 5 * second;
 constexpr std::int64_t stallNs = second / 2;       ///< without a frame: the source is gone
 constexpr std::int64_t longestCatchUpNs = 3 * second;
+constexpr std::int64_t longestBacklogNs = second;  ///< without ever having to wait for the source
 constexpr std::int64_t undecodableNs = 3 * second; ///< packets but no picture: another codec, perhaps
 constexpr std::int64_t unratedNs = 5 * second;     ///< pictures at no rate that can be told: opened anew
 constexpr std::int64_t leadFrames = 2;             ///< that a file is ahead of its time
@@ -62,6 +63,7 @@ private:
     void run();
     bool openSource();
     void readOn();
+    void followEdge(std::int64_t now);
     bool playAgain();
     bool interrupted();
     void lose();
@@ -94,7 +96,8 @@ private:
     bool _unusable = false;        // it delivers, but nothing that can be captured
     QString _reported;             // the problem that stands in the log
     bool _catchingUp = false;
-    std::int64_t _openedNs = 0;
+    std::int64_t _catchUpNs = 0;   // when that began
+    std::int64_t _lastWaitNs = 0;  // when the source made us wait
     std::int64_t _lastPictureNs = 0;
     std::int64_t _lastRatedNs = 0;
     QSize _raster;                 // of the picture before
@@ -180,7 +183,7 @@ bool FfmpegInput::openSource()
     _rate = _reader.rate();
     _watch.restart(_rate, std::max(_reader.tickNs(), sampleNs));
     _format = OrbImageDesc();
-    _openedNs = _lastPictureNs = _lastRatedNs = nowNs();
+    _catchUpNs = _lastWaitNs = _lastPictureNs = _lastRatedNs = nowNs();
     _raster = QSize();
     _catchingUp = !_reader.isOnDemand();
     _paceStartNs = 0;
@@ -205,9 +208,7 @@ void FfmpegInput::readOn()
         if (_reader.isOnDemand())
             continue;
         const std::int64_t now = nowNs();
-        // The source made us wait: all that it had before is read.
-        if (_reader.waitedNs() > second / 200 || now - _openedNs > longestCatchUpNs)
-            _catchingUp = false;
+        followEdge(now);
         if (now - _lastPictureNs > undecodableNs && _reader.waitedNs() < stallNs) {
             report(QStringLiteral("no more pictures in what arrives, opened anew"));
             return;
@@ -216,6 +217,23 @@ void FfmpegInput::readOn()
             _lastPictureNs = _lastRatedNs = now; // a silent source has time to begin anew
         else if (now - _lastRatedNs > unratedNs)
             return;
+    }
+}
+
+/// Keeps a live source live. When it made us wait, all that it had is read; when it never does, this machine
+/// is too slow for it, and what has heaped up is left out before it becomes a delay.
+void FfmpegInput::followEdge(std::int64_t now)
+{
+    if (_reader.waitedNs() > second / 500) {
+        _lastWaitNs = now;
+        _catchingUp = false;
+    } else if (_catchingUp && now - _catchUpNs > longestCatchUpNs) {
+        _lastWaitNs = now; // it delivers faster than it plays
+        _catchingUp = false;
+    } else if (!_catchingUp && now - _lastWaitNs > longestBacklogNs) {
+        _catchUpNs = now;
+        _catchingUp = true;
+        report(QStringLiteral("faster than this machine can take, pictures are left out"));
     }
 }
 
@@ -329,8 +347,11 @@ void FfmpegInput::acceptPicture(const AVFrame &frame, SampleTime at)
     _lastPictureNs = nowNs();
     if (_stop.isStopping() || _unusable || !setFormat(frame, at))
         return;
-    if (_catchingUp)
+    if (_catchingUp) {
+        if (_status.status().valid)
+            _queue.countDropped();
         return;
+    }
     const OrbTimecode timecode = timecodeFor(frame);
     ++_pass;
     const RawPictureRef picture = _pool->take();
@@ -349,7 +370,8 @@ void FfmpegInput::deliver(InputFrame &&frame)
 {
     if (_reader.isOnDemand())
         pace();
-    report(QString()); // the next problem is a new one
+    if (!_status.status().valid)
+        report(QString()); // the next problem is a new one
     InputStatus status;
     status.present = true;
     status.valid = true;

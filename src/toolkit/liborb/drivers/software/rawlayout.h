@@ -7,8 +7,8 @@
 
 namespace ferin {
 
-/// How a raw picture lies in memory: whole macroblocks, lines that begin on 64-byte borders and room behind
-/// the last one, so that a decoder can write right into it. A pure value.
+/// How a raw picture lies in memory: whole macroblocks, lines that begin on 64-byte borders and room
+/// behind the last one, so that a decoder can write right into it. A pure value.
 struct RawLayout {
     int width = 0;
     int height = 0;

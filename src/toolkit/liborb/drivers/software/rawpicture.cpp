@@ -15,7 +15,7 @@ namespace {
 constexpr int macroblockPair = 32; ///< lines: one macroblock of either field
 constexpr int lumaBlock = 64;      ///< samples: 128 bytes of luma, 64 of chroma
 constexpr int largestSide = 16384;
-constexpr std::size_t tailBytes = 256; ///< decoders' vector code may touch this much behind the last line
+constexpr std::size_t tailBytes = 256; ///< decoders' vector code may touch these behind the last line
 
 constexpr int roundUp(int value, int step)
 {
@@ -47,7 +47,7 @@ RawLayout RawLayout::of(int width, int height)
     layout.width = width;
     layout.height = height;
     layout.stride[0] = roundUp(width, lumaBlock);
-    if (layout.stride[0] % 2048 == 0) // lines a page apart would share the same few lines of the cache
+    if (layout.stride[0] % 2048 == 0) // lines a page apart would share a few lines of the cache
         layout.stride[0] += lumaBlock;
     layout.stride[1] = layout.stride[2] = layout.stride[0] / 2;
     layout.lines = roundUp(height, macroblockPair);
