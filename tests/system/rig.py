@@ -222,9 +222,11 @@ class OutputWatch:
     def _collect(self):
         for line in self.process.stdout:
             try:
-                self.frames.append(json.loads(line))
+                frame = json.loads(line)
             except ValueError:
                 return
+            frame["seenMs"] = time.monotonic() * 1000
+            self.frames.append(frame)
 
     def finish(self):
         self.process.send_signal(signal.SIGTERM)
