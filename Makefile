@@ -11,7 +11,7 @@ JOBS ?= $(shell nproc)
 BUILD = build/$(PRESET)
 export PATH := $(PATH):/usr/sbin:/sbin
 
-.PHONY: all run test demo bench soak packages build clean install
+.PHONY: all run test demo bench soak packages build clean
 
 all: build
 

@@ -28,7 +28,9 @@ ConfigUpdater::ConfigUpdater(ConfigInterface *config, QObject *parent)
 {
     ORB_TESTED(_shmStringCurrentTimecode->create(64));
     ORB_TESTED(_shmStringInputTimecode->create(64));
-    ORB_TESTED(connect(_config, SIGNAL(paramChanged(quint32, const QVariant &, const OrbTimeStamp &)), this, SLOT(configParamChanged(quint32, const QVariant &, const OrbTimeStamp &))));
+    ORB_TESTED(connect(_config,
+                       SIGNAL(paramChanged(quint32, const QVariant &, const OrbTimeStamp &)), this,
+                       SLOT(configParamChanged(quint32, const QVariant &, const OrbTimeStamp &))));
 
     static constexpr quint32 mirrored[] = {eParamCurrentClip, eParamCurrentPlayListIndex,
                                            eParamRecordFormat};
