@@ -40,7 +40,7 @@ function(rv_test name label)
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 120)
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 300)
     if(label STREQUAL "fast")
         add_dependencies(fast_tests ${name})
     endif()
@@ -51,7 +51,7 @@ function(rv_system_test name script)
     add_test(NAME ${name}
         COMMAND ${PROJECT_SOURCE_DIR}/scripts/isolated.sh
             python3 ${script} ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
-    set_tests_properties(${name} PROPERTIES LABELS system TIMEOUT 300 SKIP_RETURN_CODE 77)
+    set_tests_properties(${name} PROPERTIES LABELS system TIMEOUT 600 SKIP_RETURN_CODE 77)
 endfunction()
 
 # Everything that the sanitizers run.

@@ -107,6 +107,15 @@ int imageDescToFormat(const OrbImageDesc &desc, qint32 FormatRow::*number)
     return 1;
 }
 
+OrbId valueToId(std::span<const ValueToId> rows, const char *what, int value,
+                int line = __builtin_LINE())
+{
+    const auto id = idForValue(rows, value);
+    if (!id)
+        orbLogOutput(2, logFile, line, "Unsupported %s: %d\n", what, value);
+    return id.value_or(OrbId());
+}
+
 } // namespace
 
 int imageDescToInputFormat(const OrbImageDesc &desc)
@@ -140,42 +149,27 @@ OrbImageDesc sigGenFormatToImgDesc(int value)
 
 OrbId encodeTypeToID(int value)
 {
-    const auto id = idForValue(encodeTypes, value);
-    if (!id)
-        orbLogOutput(2, logFile, __LINE__, "Unsupported encode type: %d\n", value);
-    return id.value_or(OrbId());
+    return valueToId(encodeTypes, "encode type", value);
 }
 
 OrbId videoInputToID(int value)
 {
-    const auto id = idForValue(videoInputs, value);
-    if (!id)
-        orbLogOutput(2, logFile, __LINE__, "Unsupported video input: %d\n", value);
-    return id.value_or(OrbId());
+    return valueToId(videoInputs, "video input", value);
 }
 
 OrbId videoOutputToID(int value)
 {
-    const auto id = idForValue(videoOutputs, value);
-    if (!id)
-        orbLogOutput(2, logFile, __LINE__, "Unsupported video output: %d\n", value);
-    return id.value_or(OrbId());
+    return valueToId(videoOutputs, "video output", value);
 }
 
 OrbId audioInputToID(int value)
 {
-    const auto id = idForValue(audioInputs, value);
-    if (!id)
-        orbLogOutput(2, logFile, __LINE__, "Unsupported audio input: %d\n", value);
-    return id.value_or(OrbId());
+    return valueToId(audioInputs, "audio input", value);
 }
 
 OrbId syncSourceToID(int value)
 {
-    const auto id = idForValue(syncSources, value);
-    if (!id)
-        orbLogOutput(2, logFile, __LINE__, "Unsupported sync source: %d\n", value);
-    return id.value_or(OrbId());
+    return valueToId(syncSources, "sync source", value);
 }
 
 int imageDataTypeToDecodeType(const OrbId &dataType)
