@@ -58,6 +58,11 @@ class Recorder:
         if medium == "tmpfs":
             subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", self.medium],
                            check=True)
+        elif medium == "loop":
+            image = os.path.join(self.dir, "medium.img")
+            subprocess.run(["truncate", "-s", size, image], check=True)
+            subprocess.run(["mkfs.ext4", "-q", "-m", "0", image], check=True)
+            subprocess.run(["mount", "-o", "loop", image, self.medium], check=True)
 
     def __enter__(self):
         return self

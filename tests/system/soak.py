@@ -18,7 +18,7 @@ def resident_mb(pid):
 
 
 def ten_minutes_without_a_dropped_frame(bin_dir):
-    with Recorder(bin_dir, size="16g") as recorder:
+    with Recorder(bin_dir, medium="loop", size="40g") as recorder:
         recorder.start()
         recorder.wait_for("InputFormat", 20)
         time.sleep(1)
@@ -26,7 +26,7 @@ def ten_minutes_without_a_dropped_frame(bin_dir):
         memory = []
         for _ in range(MINUTES * 6):
             time.sleep(10)
-            check(recorder.status()["stateNumber"] == 2, "it records on")
+            check(recorder.status()["stateNumber"] == 2, "it records on:\n" + recorder.log_text()[-1500:])
             memory.append(resident_mb(recorder.processes["rvd"].pid))
         recorder.do("stop")
         rig.wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text(), 30)
