@@ -67,6 +67,14 @@ bool ConfigInterface::DataChanged(eParam_t id, std::string &data, timeval when)
     return true;
 }
 
+void ConfigInterface::StoreReachable(bool isReachable)
+{
+    if (isReachable)
+        orbLogOutput(3, logFile, __LINE__, "The parameter store answers\n");
+    else
+        orbLogOutput(2, logFile, __LINE__, "The parameter store does not answer\n");
+}
+
 quint32 ConfigInterface::getUInt32(quint32 id)
 {
     unsigned int value = 0;

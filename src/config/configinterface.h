@@ -35,6 +35,8 @@ public:
     void ParamChanged(eParam_t id, unsigned int value, timeval when) override;
     void ParamChanged(eParam_t id, std::string value, timeval when) override;
     bool DataChanged(eParam_t id, std::string &data, timeval when) override;
+    /// Says in the log that the store is lost, and that it is back.
+    void StoreReachable(bool isReachable) override;
     using ConfigEventListener::ParamChanged;
 
 signals:

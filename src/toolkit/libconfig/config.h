@@ -30,6 +30,8 @@ public:
     /// Any parameter changed. The library calls only this one; it calls the one of the three that
     /// fits.
     virtual void ParamChanged(ConfigEvent event);
+    /// The store is lost, or answers again. Told when a listener is registered only if it is lost.
+    virtual void StoreReachable(bool isReachable);
 };
 
 /// A connection to the parameter store. Get and set never block and may be called from any thread.

@@ -23,3 +23,7 @@ void ConfigEventListener::ParamChanged(ConfigEvent event)
         ParamChanged(event.id, std::get<std::string>(event.value), event.when);
     }
 }
+
+void ConfigEventListener::StoreReachable(bool)
+{
+}

@@ -147,6 +147,10 @@ void StoreClient::addListener(ConfigEventListener *listener)
 {
     const std::lock_guard lock(_dispatch);
     _listeners.push_back(listener);
+    _toldReachable = isReachable();
+    if (!_toldReachable) {
+        listener->StoreReachable(false);
+    }
 }
 
 void StoreClient::removeListener(ConfigEventListener *listener)
@@ -172,6 +176,7 @@ void StoreClient::run()
             wait = std::max<std::int64_t>(_link.step(now) - now, 0);
         }
         _progress.notify_all();
+        deliverReachability();
         poll(fds.data(), fds.size(), static_cast<int>(wait));
         if (fds[1].revents) {
             std::uint64_t count = 0;
@@ -212,6 +217,22 @@ void StoreClient::deliver(const std::vector<ConfigEvent> &events)
             if (std::ranges::find(_listeners, listener) != _listeners.end()) {
                 listener->ParamChanged(event);
             }
+        }
+    }
+}
+
+void StoreClient::deliverReachability()
+{
+    const bool isReachable = this->isReachable();
+    const std::lock_guard lock(_dispatch);
+    if (isReachable == _toldReachable || _listeners.empty()) {
+        return;
+    }
+    _toldReachable = isReachable;
+    const auto listeners = _listeners;
+    for (ConfigEventListener *listener : listeners) {
+        if (std::ranges::find(_listeners, listener) != _listeners.end()) {
+            listener->StoreReachable(isReachable);
         }
     }
 }

@@ -48,7 +48,8 @@ public:
     /// Wait until the store has answered all sets so far.
     Outcome flush(Milliseconds timeout);
 
-    /// Tell a listener of every change from now on, on this client's thread.
+    /// Tell a listener of every change from now on, on this client's thread; and at once, in the
+    /// caller's, that the store is lost, if it is.
     void addListener(ConfigEventListener *listener);
     /// Returns when no call to the listener is under way any more, unless called from such a call.
     void removeListener(ConfigEventListener *listener);
@@ -59,6 +60,7 @@ private:
     void run();
     void receive();
     void deliver(const std::vector<ConfigEvent> &events);
+    void deliverReachability();
     void wake();
 
     int _socket;
@@ -68,6 +70,7 @@ private:
     StoreLink _link;
     bool _stop = false;
     std::recursive_mutex _dispatch; ///< held while listeners are called; never taken inside _mutex
+    bool _toldReachable = true;     ///< what listeners have been told; guarded by _dispatch
     std::vector<ConfigEventListener *> _listeners;
     std::thread _thread;
 };
