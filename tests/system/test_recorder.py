@@ -102,6 +102,7 @@ def outlives_the_store_in_a_recording(bin_dir):
         store.kill()
         store.wait()
         recorder.wait_log("The parameter store does not answer")
+        time.sleep(1.5)
         recorder.start_store()
         wait_until("the recorder answers", lambda: recorder.ctl("status").returncode == 0, 15)
         wait_until("its state is back", lambda: recorder.status()["stateNumber"] == 2, 15)
