@@ -35,10 +35,11 @@ constexpr unsigned int inForward2x = 4;
 constexpr unsigned int inReverse2x = 10;
 
 constexpr int shuttles = 300;
-constexpr int recordings = 60;
+constexpr int recordings = 200;
 constexpr unsigned int storageReleased = 2;
 constexpr int closeTimeoutMs = 3000;
 constexpr int mostMissed = 10;
+constexpr auto longestRun = std::chrono::seconds(60);
 
 /// Notes when the state last asked for is published.
 class StateWatch : public ConfigEventListener
@@ -139,7 +140,8 @@ int measureRecord(Config &config, StateWatch &watch, std::vector<double> &figure
     std::minstd_rand random(1);
     int missed = 0;
     double ms = 0.0;
-    for (int i = 0; i < recordings && missed < mostMissed; ++i) {
+    const Clock::time_point end = Clock::now() + longestRun;
+    for (int i = 0; i < recordings && missed < mostMissed && Clock::now() < end; ++i) {
         if (press(config, watch, keyRecord, inRecord, ms))
             figures.push_back(ms);
         else
