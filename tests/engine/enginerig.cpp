@@ -83,6 +83,11 @@ void EngineRig::follow()
     QObject::connect(v, &VtrObject::videoDeviceSetupChanged, v,
                      [note](const OrbVideoDeviceSetup &) { note("videoDeviceSetupChanged"); });
     QObject::connect(v, &VtrObject::alarmTriggered, v, [this, note](const OrbAlarm &alarm) {
+        const OrbId id = alarm.id();
+        if (id == OrbId(OrbIdAlarmRefMissing) || id == OrbId(OrbIdAlarmRefUnlocked)) {
+            referenceAlarms << alarm;
+            return;
+        }
         alarms << alarm;
         note(QStringLiteral("alarmTriggered ") + alarmTexts().last());
     });
@@ -156,7 +161,7 @@ int EngineRig::countLog(int level, const QString &text) const
     return int(logs().count(QStringLiteral("%1 %2").arg(QString::number(level), text)));
 }
 
-QStringList EngineRig::alarmTexts() const
+QStringList EngineRig::textsOf(const QList<OrbAlarm> &alarms)
 {
     QStringList list;
     for (const OrbAlarm &alarm : alarms)

@@ -11,9 +11,10 @@
 #include <memory>
 #include <optional>
 
-/// The shipped engine on a scripted device and a scripted medium, under virtual time, with its controller
-/// played by the test: what to play and to record stands in members. Everything that happens is noted in one
-/// transcript: "log <level> <text>", "signal <name> …", "device: …", "media: …".
+/// The shipped engine on a scripted device and a scripted medium, under virtual time, with its
+/// controller played by the test: what to play and to record stands in members. Everything that
+/// happens is noted in one transcript: "log <level> <text>", "signal <name> …", "device: …",
+/// "media: …".
 class EngineRig
 {
 public:
@@ -32,6 +33,7 @@ public:
     QVariant recordDesc;
     OrbId inhibitReason;
     QList<OrbAlarm> alarms;
+    QList<OrbAlarm> referenceAlarms; ///< two a second, so kept out of alarms and transcript
 
     static constexpr char clipPath[] = "/media/a.mov";
     static constexpr char otherClipPath[] = "/media/b.mov";
@@ -50,7 +52,8 @@ public:
     QStringList signalsSeen() const; ///< without "signal "
     bool hasLog(int level, const QString &text) const;
     int countLog(int level, const QString &text) const;
-    QStringList alarmTexts() const;  ///< "<id> <level> <text>"
+    QStringList alarmTexts() const { return textsOf(alarms); }
+    static QStringList textsOf(const QList<OrbAlarm> &alarms); ///< "<id> <level> <text>" each
 
     static OrbImageDesc imageDesc(int width, int height, int num, int den, bool isInterlaced = false,
                                   OrbIdValue type = OrbIdImageProRes422);

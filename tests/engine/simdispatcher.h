@@ -5,8 +5,9 @@
 #include <functional>
 #include <map>
 
-/// An event dispatcher whose clock is virtual: when nothing is left to do now, it goes on to the next timer
-/// at once. An hour of timers takes milliseconds and is the same every time. One thread, no sockets.
+/// An event dispatcher whose clock is virtual: when nothing is left to do now, it goes on to the
+/// next timer at once. An hour of timers takes milliseconds and is the same every time. One thread,
+/// no sockets.
 ///
 /// Install it with QCoreApplication::setEventDispatcher() before the application is made.
 class SimDispatcher : public QAbstractEventDispatcher

@@ -343,7 +343,8 @@ void TestEnginePlayback::stepsBackward()
 
 void TestEnginePlayback::cueGoesToTheFrameWhateverTheOrder()
 {
-    // The device may have flushed before the stream is open, or after; the place left before must not win.
+    // The device may have flushed before the stream is open, or after; the place left before must
+    // not win.
     for (const int openMs : {1, 5, 20}) {
         EngineRig rig;
         rig.startPlay();
