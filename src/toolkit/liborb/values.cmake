@@ -21,6 +21,7 @@ rv_library(orbvalues
     orbrational.cpp
     orbstreaminfo.cpp
     orbtimecode.cpp
+    orbthread.cpp
     orbtimestamp.cpp
     orbvideodevicesetup.cpp
     orbvideorate.cpp

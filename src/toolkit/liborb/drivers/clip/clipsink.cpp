@@ -1,5 +1,7 @@
 #include "liborb/drivers/clip/clipsink.h"
 
+#include "liborb/orbthread.h"
+
 #include "liborb/drivers/clip/clipformat.h"
 
 #include <QFile>
@@ -164,7 +166,10 @@ void ClipSink::startSyncing()
 {
     _isStopping = false;
     try {
-        _syncThread = std::thread([this] { syncUntilStopped(); });
+        _syncThread = std::thread([this] {
+        orbNameThread("clip sync");
+        syncUntilStopped();
+    });
         _writer.setSyncing(clip::ClipWriter::Syncing::BySync);
     } catch (const std::system_error &) {
         _writer.setSyncing(clip::ClipWriter::Syncing::ByWrite);

@@ -1,5 +1,7 @@
 #include "liborb/drivers/clip/ioworker.h"
 
+#include "liborb/orbthread.h"
+
 #include <QObject>
 
 #include <condition_variable>
@@ -125,7 +127,10 @@ bool IoWorker::start()
 {
     try {
         // The thread holds the state, which outlives a worker left behind.
-        _state->thread = std::thread([state = _state] { state->run(); });
+        _state->thread = std::thread([state = _state] {
+            orbNameThread("clip I/O");
+            state->run();
+        });
     } catch (const std::system_error &) {
         return false;
     }

@@ -1,5 +1,7 @@
 #include "liborb/drivers/software/businput.h"
 
+#include "liborb/orbthread.h"
+
 #include "liborb/drivers/software/inputqueue.h"
 #include "liborb/drivers/software/soundfifo.h"
 #include "libbus/bus.h"
@@ -78,7 +80,10 @@ void BusInput::start(const StatusHandler &handler)
     if (_thread.joinable())
         return;
     _status.setHandler(handler);
-    _thread = std::thread([this] { run(); });
+    _thread = std::thread([this] {
+        orbNameThread("input bus");
+        run();
+    });
 }
 
 void BusInput::run()

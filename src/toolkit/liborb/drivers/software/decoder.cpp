@@ -1,5 +1,7 @@
 #include "liborb/drivers/software/decoder.h"
 
+#include "liborb/orbthread.h"
+
 #include "liborb/drivers/software/picturedecoder.h"
 #include "liborb/drivers/software/workqueue.h"
 
@@ -189,7 +191,10 @@ RawPictureRef DecoderPool::Private::takePicture(const Job &job, const QSize &ras
 DecoderPool::DecoderPool(int workers) : _d(std::make_shared<Private>())
 {
     for (int i = workerCount(workers); i > 0; --i)
-        _d->workers.emplace_back([d = _d.get()] { d->work(); });
+        _d->workers.emplace_back([d = _d.get()] {
+            orbNameThread("decoder");
+            d->work();
+        });
 }
 
 DecoderPool::~DecoderPool()

@@ -3,6 +3,7 @@
 #include "liborb/drivers/software/picturecoder.h"
 #include "liborb/drivers/software/workqueue.h"
 #include "liborb/orblog.h"
+#include "liborb/orbthread.h"
 
 #include <QSet>
 
@@ -151,7 +152,10 @@ private:
 EncoderPool::EncoderPool(int workers) : _d(std::make_shared<Private>())
 {
     for (int i = workerCount(workers); i > 0; --i)
-        _d->workers.emplace_back([d = _d.get()] { d->work(); });
+        _d->workers.emplace_back([d = _d.get()] {
+            orbNameThread("coder");
+            d->work();
+        });
 }
 
 EncoderPool::~EncoderPool()

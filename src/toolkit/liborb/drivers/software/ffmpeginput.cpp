@@ -5,6 +5,7 @@
 #include "liborb/drivers/software/pictureconverter.h"
 #include "liborb/drivers/software/streamrate.h"
 #include "liborb/orblog.h"
+#include "liborb/orbthread.h"
 
 #include <algorithm>
 #include <atomic>
@@ -131,7 +132,10 @@ void FfmpegInput::start(const StatusHandler &handler)
     if (_thread.joinable())
         return;
     _status.setHandler(handler);
-    _thread = std::thread([this] { run(); });
+    _thread = std::thread([this] {
+        orbNameThread("input");
+        run();
+    });
 }
 
 void FfmpegInput::run()

@@ -1,10 +1,10 @@
 #include "liborb/drivers/software/frameclock.h"
 
+#include "liborb/orbthread.h"
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
-
-#include <pthread.h>
 
 namespace ferin {
 
@@ -15,9 +15,12 @@ constexpr std::int64_t mostCaughtUp = 5; // beats; a longer gap is skipped, not 
 } // namespace
 
 FrameClock::FrameClock(std::function<void(const Beat &)> onBeat)
-    : _onBeat(std::move(onBeat)), _thread([this] { loop(); })
+    : _onBeat(std::move(onBeat)), _thread([this] {
+          orbNameThread("frameclock");
+          orbRaiseThread();
+          loop();
+      })
 {
-    pthread_setname_np(_thread.native_handle(), "frameclock");
 }
 
 FrameClock::~FrameClock()

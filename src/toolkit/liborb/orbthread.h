@@ -1,0 +1,9 @@
+#pragma once
+
+/// Names the calling thread for debuggers and process lists; at most 15 characters.
+void orbNameThread(const char *name);
+
+/// Lets the calling thread go before all ordinary ones of the machine, for work that has a deadline every
+/// frame and takes little of it. Threads that it starts are ordinary again. False without the right to it;
+/// the thread then goes on as it was.
+bool orbRaiseThread();
