@@ -1,8 +1,7 @@
 #include "liborb/drivers/clip/clipsink.h"
 
-#include "liborb/orbthread.h"
-
 #include "liborb/drivers/clip/clipformat.h"
+#include "liborb/orbthread.h"
 
 #include <QFile>
 

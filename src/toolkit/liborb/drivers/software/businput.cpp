@@ -1,10 +1,9 @@
 #include "liborb/drivers/software/businput.h"
 
-#include "liborb/orbthread.h"
-
+#include "libbus/bus.h"
 #include "liborb/drivers/software/inputqueue.h"
 #include "liborb/drivers/software/soundfifo.h"
-#include "libbus/bus.h"
+#include "liborb/orbthread.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,9 +1,8 @@
 #include "liborb/drivers/software/decoder.h"
 
-#include "liborb/orbthread.h"
-
 #include "liborb/drivers/software/picturedecoder.h"
 #include "liborb/drivers/software/workqueue.h"
+#include "liborb/orbthread.h"
 
 #include <algorithm>
 #include <atomic>
