@@ -66,9 +66,10 @@ void EngineRig::follow()
                          note(QStringLiteral("inputFormatChanged %1 %2").arg(input).arg(
                              state.toString()));
                      });
-    QObject::connect(v, &VtrObject::streamIsOpen, v, [note](const OrbError &e, const OrbStreamInfo &) {
-        note(QStringLiteral("streamIsOpen %1").arg(e.value()));
-    });
+    QObject::connect(v, &VtrObject::streamIsOpen, v,
+                     [note](const OrbError &error, const OrbStreamInfo &) {
+                         note(QStringLiteral("streamIsOpen %1").arg(error.value()));
+                     });
     QObject::connect(v, &VtrObject::streamIsClosed, v, [note] { note("streamIsClosed"); });
     QObject::connect(v, &VtrObject::storageInUse, v,
                      [note](bool on) { note(QStringLiteral("storageInUse ") + yesNo(on)); });
@@ -91,10 +92,11 @@ void EngineRig::follow()
         alarms << alarm;
         note(QStringLiteral("alarmTriggered ") + alarmTexts().last());
     });
-    QObject::connect(v, &VtrObject::requestPlaybackStreamDesc, v, [this](QVariant &desc, int &fnum) {
-        desc = playbackDesc;
-        fnum = startFrame;
-    });
+    QObject::connect(v, &VtrObject::requestPlaybackStreamDesc, v,
+                     [this](QVariant &desc, int &fnum) {
+                         desc = playbackDesc;
+                         fnum = startFrame;
+                     });
     QObject::connect(v, &VtrObject::requestRecordStreamDesc, v,
                      [this](QVariant &desc) { desc = recordDesc; });
     QObject::connect(v, &VtrObject::requestRecordInhibit, v,

@@ -53,7 +53,8 @@ public:
     bool hasLog(int level, const QString &text) const;
     int countLog(int level, const QString &text) const;
     QStringList alarmTexts() const { return textsOf(alarms); }
-    static QStringList textsOf(const QList<OrbAlarm> &alarms); ///< "<id> <level> <text>" each
+    /// "<id> <level> <text>" each.
+    static QStringList textsOf(const QList<OrbAlarm> &alarms);
 
     static OrbImageDesc imageDesc(int width, int height, int num, int den, bool isInterlaced = false,
                                   OrbIdValue type = OrbIdImageProRes422);

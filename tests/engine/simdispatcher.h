@@ -43,7 +43,7 @@ private:
         qint64 ms;
         Qt::TimerType type;
         QObject *object;
-        bool isFiring = false; ///< its slot runs a loop of its own: it does not fire again meanwhile
+        bool isFiring = false; ///< its slot may run a loop of its own: it does not fire again then
     };
     using Queue = std::map<Place, Timer>;
 
