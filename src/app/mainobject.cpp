@@ -209,7 +209,7 @@ void MainObject::vtrRaiseVFRAlarm(bool state)
 
 void MainObject::stopRecordNow()
 {
-    if (!_vtr->state().isInModeRecord())
+    if (!_vtr || !_vtr->state().isInModeRecord())
         return;
     orbLogOutput(3, logFile, __LINE__, "Stopping record.\n");
     _vtr->standbyOff();
@@ -249,7 +249,8 @@ void MainObject::cameraRecord()
 }
 
 /// Waits for the engine however long it takes. A request that came while a mode change was pending was
-/// dropped, so it is made again. The engine's own tick ends every wait.
+/// dropped, so it is made again once that change is over; so it is when another command came between. The
+/// engine's own tick ends every wait.
 void MainObject::shutdown()
 {
     if (!_vtr)
@@ -258,7 +259,7 @@ void MainObject::shutdown()
     _vtr->shutdown();
     while (!_vtr->isShutdownComplete()) {
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-        if (_vtr->state().mode() != VtrState::Shutdown)
+        if (_vtr->state().mode() != VtrState::Shutdown && !_vtr->hasPendingModeChange())
             _vtr->shutdown();
     }
     delete _alarmHandler;

@@ -191,9 +191,7 @@ int MainObject::addClip(std::list<Clip> &list, OrbPlayList &playList, const QStr
     if (first != -1) {
         _configUpdater->setCurrentPlayListIndex(index);
         logText(3, QStringLiteral("New clip %1 fnum %2, playlistIndex %3\n")
-                       .arg(name)
-                       .arg(first)
-                       .arg(index));
+                       .arg(name, QString::number(first), QString::number(index)));
     }
     return first;
 }

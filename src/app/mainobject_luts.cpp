@@ -99,9 +99,7 @@ bool MainObject::readLut(const QString &path, OrbImageLut &lut)
     if (entriesRead != entries) {
         logText(1, QStringLiteral("Parse of LUT '%1' returned unexpected number of entries.  "
                                   "Expected %2, Got %3")
-                       .arg(path)
-                       .arg(entries)
-                       .arg(entriesRead));
+                       .arg(path, QString::number(entries), QString::number(entriesRead)));
         reportAlarm(OrbIdAlarmLut, OrbAlarm::Error,
                     QStringLiteral("Parse of LUT returned unexpected number of entries. Expected ") +
                         QString::number(entries) + QStringLiteral(", found ") +

@@ -108,8 +108,7 @@ void MainObject::generatePlaybackStreamDesc(QVariant &streamDesc, int &fnum)
         streamDesc = QStringLiteral("%1/%2").arg(path, clip);
         fnum = 0;
         logText(3, QStringLiteral("Playback Stream Desc: %1 at frame %2")
-                       .arg(streamDesc.toString())
-                       .arg(fnum));
+                       .arg(streamDesc.toString(), QString::number(fnum)));
         return;
     case 1:
         if (_allClipsPlayList.isEmpty()) {
@@ -152,7 +151,7 @@ void MainObject::shouldInhibitRecord(OrbId &reason)
 
 void MainObject::startRollover()
 {
-    if (!_vtr->state().isInModeRecord())
+    if (!_vtr || !_vtr->state().isInModeRecord())
         return;
     _rolloverClosed = false;
     _rolloverOpen = false;
@@ -212,7 +211,7 @@ void MainObject::finishRollover(bool success, const QString &, const QString &)
     if (!success)
         return;
     _config->set(eParamStorageInUse, storageAfterRollover);
-    if (!_vtr->state().isInModeRecord())
+    if (!_vtr || !_vtr->state().isInModeRecord())
         _mediaManager->setStorageInUse(false);
 }
 

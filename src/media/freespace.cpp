@@ -18,10 +18,7 @@
 
 namespace {
 
-/// Far more than a healthy medium needs, little enough for the event loop.
-constexpr std::chrono::milliseconds patience{50};
-
-bool ask(const char *path, FileSystemUse &use)
+bool askSystem(const char *path, FileSystemUse &use)
 {
     struct statfs64 fs = {};
     if (statfs64(path, &fs) == -1)
@@ -31,6 +28,19 @@ bool ask(const char *path, FileSystemUse &use)
     static_assert(sizeof(fs.f_fsid) == 8);
     std::memcpy(use.id.data(), &fs.f_fsid, use.id.size());
     return true;
+}
+
+/// The question that is put from now on, and how long its answer is waited for: far more than a healthy
+/// medium needs, little enough for the event loop.
+struct Asking {
+    FileSystemQuestion question = askSystem;
+    std::chrono::milliseconds patience = fileSystemPatience;
+};
+
+Asking &asking()
+{
+    static auto *now = new Asking; // outlives the workers that hang
+    return *now;
 }
 
 /// One thread that asks about one path, again and again, and may hang in it.
@@ -47,14 +57,15 @@ public:
             _wanted.wait(lock, [this] { return _asked != _answered || _retired; });
             if (_retired)
                 return;
-            const auto question = _asked;
+            const auto number = _asked;
+            const FileSystemQuestion question = _question;
             lock.unlock();
             FileSystemUse use;
-            const bool ok = ask(_path.c_str(), use);
+            const bool ok = question(_path.c_str(), use);
             lock.lock();
             _use = use;
             _ok = ok;
-            _answered = question;
+            _answered = number;
             _done.notify_all();
         }
     }
@@ -65,8 +76,9 @@ public:
         if (_asked != _answered)
             return false; // still hangs in an earlier question
         ++_asked;
+        _question = asking().question;
         _wanted.notify_one();
-        if (!_done.wait_for(lock, patience, [this] { return _asked == _answered; }))
+        if (!_done.wait_for(lock, asking().patience, [this] { return _asked == _answered; }))
             return false;
         use = _use;
         return _ok;
@@ -90,6 +102,7 @@ private:
     std::condition_variable _done;
     std::uint64_t _asked = 0;
     std::uint64_t _answered = 0;
+    FileSystemQuestion _question;
     FileSystemUse _use;
     bool _ok = false;
     bool _retired = false;
@@ -136,4 +149,9 @@ bool queryFileSystem(const QString &path, FileSystemUse &use)
         return false;
     const auto worker = workerFor(QFile::encodeName(path).toStdString());
     return worker && worker->query(use);
+}
+
+void setFileSystemQuestion(const FileSystemQuestion &question, std::chrono::milliseconds patience)
+{
+    asking() = {question ? question : FileSystemQuestion(askSystem), patience};
 }

@@ -3,7 +3,9 @@
 #include "media/mediamanager.h"
 
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 
 /// What a file-system query answers, as the levels need it.
 struct FileSystemUse {
@@ -20,3 +22,12 @@ void applyUse(const FileSystemUse &root, const FileSystemUse &medium, MediaManag
 /// path is empty, the query fails, or there is no answer in time; a worker that hangs in a dying medium is
 /// left behind, and while it hangs further queries of the same path fail at once.
 bool queryFileSystem(const QString &path, FileSystemUse &use);
+
+/// How the worker of a path asks; false when the query fails. May take for ever.
+using FileSystemQuestion = std::function<bool(const char *path, FileSystemUse &use)>;
+inline constexpr std::chrono::milliseconds fileSystemPatience{50};
+
+/// Puts another question and another patience in the place of the system's, for media that behave as a test
+/// says. An empty question restores the system's. Event-loop thread.
+void setFileSystemQuestion(const FileSystemQuestion &question,
+                           std::chrono::milliseconds patience = fileSystemPatience);
