@@ -40,7 +40,9 @@ static_assert(std::size(initialParams) == 36);
 MainObject::MainObject(bool console, QObject *parent) : QObject(parent)
 {
     _config = new ConfigInterface(this);
-    ORB_TESTED(connect(_config, SIGNAL(paramChanged(quint32, const QVariant &, const OrbTimeStamp &)), this, SLOT(configParamChanged(quint32, const QVariant &, const OrbTimeStamp &))));
+    ORB_TESTED(connect(_config,
+                       SIGNAL(paramChanged(quint32, const QVariant &, const OrbTimeStamp &)), this,
+                       SLOT(configParamChanged(quint32, const QVariant &, const OrbTimeStamp &))));
     _configUpdater = new ConfigUpdater(_config, this);
     _clipFinder = new ClipFinder(_config->configObject());
     _mediaManager = new MediaManager(this);
