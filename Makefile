@@ -20,7 +20,7 @@ packages:
 
 build: packages
 	@cmake --preset $(PRESET) >/dev/null
-	@cmake --build $(BUILD) -j $(JOBS)
+	@cmake --build $(BUILD) -j $(JOBS) --target programs
 
 run: build
 	@scripts/run.sh $(BUILD)/bin
