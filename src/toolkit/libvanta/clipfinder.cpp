@@ -25,16 +25,22 @@ std::string reelPart(const std::string &reel)
     return text.size() < 3 ? std::string(3 - text.size(), '0') + text : text;
 }
 
+bool exists(const std::string &path)
+{
+    struct stat st = {};
+    return stat(path.c_str(), &st) == 0;
+}
+
 } // namespace
 
 ClipFinder::ClipFinder(Config *config) : _config(config), _cache("NewCache") {}
 
-std::string ClipFinder::activePath() const
+std::string ClipFinder::text(eParam_t id) const
 {
-    std::string path;
+    std::string value;
     if (_config)
-        _config->getString(eParamActivePath, path);
-    return path;
+        _config->getString(id, value);
+    return value;
 }
 
 std::list<Clip> ClipFinder::findClips(bool activeOnly, bool playList, bool completeOnly)
@@ -57,8 +63,7 @@ bool ClipFinder::isTaken(const std::string &name, const std::list<Clip> &allClip
 {
     if (std::ranges::find(allClips, name, &Clip::getName) != allClips.end())
         return true;
-    struct stat st = {};
-    return stat((activePath() + "/" + name).c_str(), &st) == 0;
+    return exists(activePath() + "/" + name);
 }
 
 int ClipFinder::buildClipName(std::string &name, const std::list<Clip> &allClips)
@@ -107,8 +112,12 @@ int ClipFinder::getClipNameWithIncrementedRolloverIndex(const std::string &curre
             stem.resize(mark);
         }
     }
-    if (part >= lastPart)
-        return 1;
-    next = stem + "_" + std::to_string(part + 1) + suffix;
-    return 0;
+    const std::string medium = text(eParamRolloverPath);
+    next = current;
+    while (++part <= lastPart) {
+        next = stem + "_" + std::to_string(part) + suffix;
+        if (!exists(medium + "/" + next))
+            return 0;
+    }
+    return 1;
 }

@@ -24,12 +24,14 @@ public:
     int buildClipName(std::string &name, const std::list<Clip> &allClips);
     /// Moves the counter on past the name built last.
     void incrementTakeIfAppropriate();
-    /// The continuation's name: "A.mov" gives "A_2.mov", "A_2.mov" gives "A_3.mov". Non-zero on failure (no
-    /// name to start from, or part 9999 reached).
+    /// The continuation's name: "A.mov" gives "A_2.mov", "A_2.mov" gives "A_3.mov"; parts whose name is in
+    /// use on the medium to roll over to are skipped. Non-zero on failure: no name to start from, or no part
+    /// up to 9999 is free; \a next is then the last one tried.
     int getClipNameWithIncrementedRolloverIndex(const std::string &current, std::string &next);
 
 private:
-    std::string activePath() const;
+    std::string text(eParam_t id) const;
+    std::string activePath() const { return text(eParamActivePath); }
     bool isTaken(const std::string &name, const std::list<Clip> &allClips) const;
 
     Config *_config;

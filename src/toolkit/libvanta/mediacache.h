@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libvanta/clip.h"
+#include "libvanta/mediacolumns.h"
 #include "libvanta/sharedlist.h"
 
 #include <list>
