@@ -219,6 +219,11 @@ def follows_a_medium_that_is_mounted_and_unmounted(bin_dir):
         wait_said(recorder, f"1 clips on {slot.path}", 2)
 
 
+def turns(numbers, parts):
+    """From which clip the frames come, repeats folded into one."""
+    return rig.changes([number in parts[0] for number in numbers])
+
+
 def plays_the_play_list_of_the_medium(bin_dir):
     with Recorder(bin_dir) as recorder:
         start(recorder)
@@ -230,15 +235,24 @@ def plays_the_play_list_of_the_medium(bin_dir):
         recorder.wait_log("Updated play list.  3 entries")
         recorder.do("standby-off")
         recorder.set("PlayMedia", 2)
-        # The first time it begins where the last recording does; from then on at its start.
-        recorder.do("play")
-        recorder.do("standby-off")
-        expected = clip_numbers(second) + clip_numbers(first) + clip_numbers(second)
+        # By itself it would begin where the last recording does.
+        recorder.do("goto", 0)
+        parts = [clip_numbers(second), clip_numbers(first), clip_numbers(second)]
+        wait_until("it stands on the first frame", lambda: rig.shown(recorder.frames(1)) == parts[0][:1])
         watch = recorder.watch_output()
+
+        def seen():
+            return rig.changes(rig.shown(rig.playback_only(list(watch.frames))))
+
         recorder.do("play")
-        time.sleep(len(expected) / 25 + 2)
-        numbers = rig.changes(rig.shown([frame for frame in watch.finish() if frame["content"] == "playback"]))
-        check(numbers == expected, f"{numbers} is not {expected}")
+        try:
+            wait_until("all three parts are shown", lambda: len(turns(seen(), parts)) == 3, 30)
+        finally:
+            watch.finish()
+        # A busy machine may pass over frames; none comes out of turn.
+        ahead = iter(parts[0] + parts[1] + parts[2])
+        check(all(number in ahead for number in seen()), f"{seen()} of {parts}")
+        check(seen()[0] == parts[0][0], f"begins with {seen()[:3]}")
 
 
 if __name__ == "__main__":
