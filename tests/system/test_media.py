@@ -9,6 +9,10 @@ import rig
 from rig import Recorder, check, clip_numbers, main, probe, stream_of, wait_until
 
 
+# Little work for the machine; a format that has no number of its own.
+FORMAT = "1280x720p25"
+
+
 class Medium:
     """A mounted medium of its own beside the recorder's."""
 
@@ -79,12 +83,12 @@ def reasons(recorder):
 
 def start(recorder):
     recorder.start()
-    recorder.wait_for("InputFormat", 20)
+    recorder.wait_for("InputFormat", 1)
     time.sleep(1)
 
 
 def stops_at_ten_percent_without_rollover(bin_dir):
-    with Recorder(bin_dir, size="1g") as recorder:
+    with Recorder(bin_dir, source_format=FORMAT, size="384m") as recorder:
         start(recorder)
         fill_to(recorder.medium, 11.9)
         recorder.do("record")
@@ -99,7 +103,7 @@ def stops_at_ten_percent_without_rollover(bin_dir):
 
 def record_is_refused_at(percent, is_refused):
     def test(bin_dir):
-        with Recorder(bin_dir, size="1g") as recorder:
+        with Recorder(bin_dir, source_format=FORMAT, size="384m") as recorder:
             start(recorder)
             fill_to(recorder.medium, percent)
             result = recorder.ctl("--wait", "--timeout", "3", "record")
@@ -113,7 +117,7 @@ def record_is_refused_at(percent, is_refused):
 
 
 def rolls_over_with_every_frame_once(bin_dir):
-    with Recorder(bin_dir, size="1g") as recorder, Medium(recorder, "second", "2g") as second:
+    with Recorder(bin_dir, source_format=FORMAT, size="384m") as recorder, Medium(recorder, "second", "1g") as second:
         start(recorder)
         recorder.set("RolloverPath", second.path)
         recorder.set("RolloverEnable", 1)
@@ -139,7 +143,7 @@ def rolls_over_with_every_frame_once(bin_dir):
 
 
 def rolls_over_and_back_in_one_recording(bin_dir):
-    with Recorder(bin_dir, size="1g") as recorder, Medium(recorder, "second", "1g") as second:
+    with Recorder(bin_dir, source_format=FORMAT, size="384m") as recorder, Medium(recorder, "second", "384m") as second:
         start(recorder)
         recorder.set("RolloverPath", second.path)
         recorder.set("RolloverEnable", 1)
@@ -163,7 +167,7 @@ def rolls_over_and_back_in_one_recording(bin_dir):
 
 
 def without_room_elsewhere_it_stops_at_eight_percent(bin_dir):
-    with Recorder(bin_dir, size="1g") as recorder, Medium(recorder, "second", "1g") as second:
+    with Recorder(bin_dir, source_format=FORMAT, size="384m") as recorder, Medium(recorder, "second", "384m") as second:
         start(recorder)
         fill_to(second.path, 14)
         recorder.set("RolloverPath", second.path)
@@ -179,7 +183,7 @@ def without_room_elsewhere_it_stops_at_eight_percent(bin_dir):
 
 
 def lists_clips_that_come_and_go(bin_dir):
-    with Recorder(bin_dir) as recorder:
+    with Recorder(bin_dir, source_format=FORMAT) as recorder:
         start(recorder)
         wait_said(recorder, "0 clips on")
         clip = recorder.record(1)
@@ -204,7 +208,7 @@ def lists_clips_that_come_and_go(bin_dir):
 
 
 def follows_a_medium_that_is_mounted_and_unmounted(bin_dir):
-    with Recorder(bin_dir) as recorder, Medium(recorder, "slot") as slot:
+    with Recorder(bin_dir, source_format=FORMAT) as recorder, Medium(recorder, "slot") as slot:
         start(recorder)
         clip = recorder.record(1)
         recorder.do("standby-off")
@@ -225,7 +229,7 @@ def turns(numbers, parts):
 
 
 def plays_the_play_list_of_the_medium(bin_dir):
-    with Recorder(bin_dir) as recorder:
+    with Recorder(bin_dir, source_format=FORMAT) as recorder:
         start(recorder)
         first, second = recorder.record(1), recorder.record(1)
         names = [os.path.basename(second), "no such clip.mov", "./" + os.path.basename(first), os.path.basename(second)]
