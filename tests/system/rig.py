@@ -205,11 +205,12 @@ class Recorder:
         before = set(self.clips())
         self.do("record")
         time.sleep(seconds)
+        closed = self.log_text().count("STREAM: Close is Done")
         self.do("stop")
         new = wait_until("a clip is there", lambda: set(self.clips()) - before)
-        path = new.pop()
-        wait_until("the clip is closed", lambda: "STREAM: Close is Done" in self.log_text())
-        return path
+        wait_until("the clip is closed",
+                   lambda: self.log_text().count("STREAM: Close is Done") > closed)
+        return new.pop()
 
 
 class OutputWatch:
