@@ -16,6 +16,7 @@ namespace {
 constexpr char logFile[] = "keyboardtransport.cpp";
 constexpr int pollPeriodMs = 100;
 constexpr int redrawsBetweenForced = 20;
+constexpr int mostKeysAPoll = 4096; ///< all that a terminal holds
 constexpr double speedStep = 0.1;
 
 /// The quit key is deliberately not listed.
@@ -81,7 +82,8 @@ void KeyboardTransport::setCurrentTimecode(const OrbTimecode &tc)
 
 void KeyboardTransport::timerEvent(QTimerEvent *)
 {
-    while (kbhit()) {
+    // Bounded: input that never ends, as from a pipe, must not keep the event loop.
+    for (int keys = 0; keys < mostKeysAPoll && kbhit(); ++keys) {
         const int key = getch();
         if (key == -1)
             break;

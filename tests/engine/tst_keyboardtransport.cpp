@@ -21,6 +21,11 @@ private slots:
     void signalsAndSlotsStandInOrder();
     void keys_data();
     void keys();
+    void everyOtherByteIsIgnored();
+    void varispeedFollowsTheLastStateReceived();
+    void spaceFollowsTheSpeedFlags();
+    void inputThatNeverEndsLeavesTheLoopItsTurn();
+    void withoutStandardInputItRuns();
     void theTerminalIsRawWhileItLives();
     void theHelpIsLogged();
     void theStatusLineIsPrintedWhenItChangesAndEveryTwoSeconds();
@@ -33,12 +38,13 @@ namespace {
 class Terminal
 {
 public:
-    explicit Terminal(bool isAtEnd = false)
+    /// A terminal, or the file \a path as standard input.
+    explicit Terminal(const char *path = nullptr)
         : _savedIn(dup(STDIN_FILENO)), _savedOut(dup(STDOUT_FILENO))
     {
         fflush(stdout);
-        if (isAtEnd) {
-            _slave = open("/dev/null", O_RDONLY);
+        if (path != nullptr) {
+            _slave = open(path, O_RDONLY);
         } else {
             _master = posix_openpt(O_RDWR | O_NOCTTY);
             grantpt(_master);
@@ -67,6 +73,15 @@ public:
         fflush(stdout);
         QFile file(_out.fileName());
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    /// Sets everything that a raw terminal has not.
+    void tangle()
+    {
+        termios t = settings();
+        t.c_iflag |= IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON;
+        t.c_lflag |= ECHO | ECHONL | ICANON | ISIG | IEXTEN;
+        t.c_cflag = (t.c_cflag & ~tcflag_t(CSIZE)) | CS7;
+        tcsetattr(_slave, TCSANOW, &t);
     }
     termios settings() const
     {
@@ -177,6 +192,94 @@ void TestKeyboardTransport::keys()
     QCOMPARE(found, seen);
 }
 
+void TestKeyboardTransport::everyOtherByteIsIgnored()
+{
+    const QByteArray commands = " rRfFsSqQ+-nNpPoOcCmMvV";
+    QByteArray others;
+    for (int byte = 0; byte < 256; ++byte)
+        if (!commands.contains(char(byte)))
+            others += char(byte);
+    QCOMPARE(others.size(), 256 - commands.size());
+    QStringList found;
+    {
+        Terminal terminal;
+        Console console;
+        terminal.press(others + "n");
+        SimDispatcher::runFor(250);
+        found = console.seen;
+    }
+    QCOMPARE(found, QStringList{"step 1"}); // all of them were read, nothing but the last did
+}
+
+void TestKeyboardTransport::varispeedFollowsTheLastStateReceived()
+{
+    QStringList found;
+    {
+        Terminal terminal;
+        Console console;
+        terminal.press("+-"); // the default state stands still
+        SimDispatcher::runFor(100);
+        console.keys.setVtrState(playing(-0.5));
+        terminal.press("++-");
+        SimDispatcher::runFor(100);
+        console.keys.setVtrState(playing(0.1));
+        terminal.press("-");
+        SimDispatcher::runFor(100);
+        found = console.seen;
+    }
+    QCOMPARE(found, (QStringList{"play 0.1", "play -0.1", "play -0.4", "play -0.4", "play -0.6",
+                                 "play 0"}));
+}
+
+void TestKeyboardTransport::spaceFollowsTheSpeedFlags()
+{
+    QStringList found;
+    {
+        Terminal terminal;
+        Console console;
+        for (const double speed : {0.0, -0.0, -1.0, 0.25, 8.0}) {
+            console.keys.setVtrState(playing(speed));
+            terminal.press(" ");
+            SimDispatcher::runFor(100);
+        }
+        found = console.seen;
+    }
+    QCOMPARE(found, (QStringList{"play 1", "play 1", "still", "still", "still"}));
+}
+
+void TestKeyboardTransport::inputThatNeverEndsLeavesTheLoopItsTurn()
+{
+    int refreshes = 0;
+    QStringList seen;
+    {
+        Terminal terminal("/dev/zero");
+        Console console;
+        SimDispatcher::runFor(550);
+        refreshes = console.refreshes;
+        seen = console.seen;
+    }
+    QCOMPARE(refreshes, 5);
+    QCOMPARE(seen, QStringList{});
+}
+
+void TestKeyboardTransport::withoutStandardInputItRuns()
+{
+    QByteArray printed;
+    int refreshes = 0;
+    {
+        Terminal terminal("/dev/null");
+        close(STDIN_FILENO);
+        {
+            Console console;
+            SimDispatcher::runFor(550);
+            refreshes = console.refreshes;
+        }
+        printed = terminal.printed();
+    }
+    QCOMPARE(refreshes, 5);
+    QCOMPARE(printed, "[--:--:--:--] 0.000 Startup  " + QByteArray(20, ' ') + "\r\n\n");
+}
+
 void TestKeyboardTransport::theTerminalIsRawWhileItLives()
 {
     termios before = {};
@@ -184,6 +287,7 @@ void TestKeyboardTransport::theTerminalIsRawWhileItLives()
     termios after = {};
     {
         Terminal terminal;
+        terminal.tangle();
         before = terminal.settings();
         {
             const Console console;
@@ -191,15 +295,19 @@ void TestKeyboardTransport::theTerminalIsRawWhileItLives()
         }
         after = terminal.settings();
     }
-    QCOMPARE(during.c_lflag & (ECHO | ECHONL | ICANON | ISIG | IEXTEN), tcflag_t(0));
-    QCOMPARE(during.c_iflag
-                 & (IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON),
-             tcflag_t(0));
-    QCOMPARE(during.c_cflag & (CSIZE | PARENB), tcflag_t(CS8));
+    // Every flag that is cleared was set before, so that none of these says nothing.
+    constexpr tcflag_t input = IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON;
+    constexpr tcflag_t local = ECHO | ECHONL | ICANON | ISIG | IEXTEN;
+    QCOMPARE(before.c_iflag & input, input);
+    QCOMPARE(before.c_lflag & local, local);
+    QCOMPARE(during.c_iflag, before.c_iflag & ~input);
+    QCOMPARE(during.c_lflag, before.c_lflag & ~local);
+    QCOMPARE(during.c_cflag, (before.c_cflag & ~tcflag_t(CSIZE | PARENB)) | CS8);
     QCOMPARE(during.c_oflag, before.c_oflag);
     QCOMPARE(after.c_lflag, before.c_lflag);
     QCOMPARE(after.c_iflag, before.c_iflag);
     QCOMPARE(after.c_cflag, before.c_cflag);
+    QCOMPARE(after.c_oflag, before.c_oflag);
 }
 
 void TestKeyboardTransport::theHelpIsLogged()
@@ -207,16 +315,21 @@ void TestKeyboardTransport::theHelpIsLogged()
     QStringList logged;
     const int sink = OrbLog::defaultLog()->addSink(
         [&](int level, const QString &file, int, const QString &text) {
-            logged << QString("%1 %2 %3").arg(level).arg(file, text.trimmed());
+            logged << QString("%1 %2 %3").arg(level).arg(file, text);
         });
     {
         Terminal terminal;
         const Console console;
     }
     OrbLog::defaultLog()->removeSink(sink);
-    QCOMPARE(logged.size(), 11);
-    QCOMPARE(logged.first(), QString("3 keyboardtransport.cpp Space  Toggle Play/Still"));
-    QCOMPARE(logged.last(), QString("3 keyboardtransport.cpp +/-    Varispeed"));
+    const QStringList lines{"Space  Toggle Play/Still", "R      Rewind", "F      Fast Forward",
+                            "S      Stop", "N      Step to next frame",
+                            "P      Step to previous frame", "O      Standby Off (E-E mode)",
+                            "C      Record", "V      Toggle Camera Record",
+                            "M      Toggle Debug Metadata", "+/-    Varispeed"};
+    QCOMPARE(logged.size(), lines.size());
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        QCOMPARE(logged[i], "3 keyboardtransport.cpp " + lines[i]);
     QVERIFY(logged.filter("Quit").isEmpty()); // deliberately not listed
 }
 
@@ -248,7 +361,7 @@ void TestKeyboardTransport::endOfInputStopsThePolling()
     QStringList seen;
     int refreshes = 0;
     {
-        Terminal terminal(true);
+        Terminal terminal("/dev/null");
         Console console;
         SimDispatcher::runFor(1050);
         seen = console.seen;
