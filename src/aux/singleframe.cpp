@@ -31,6 +31,7 @@ void SingleFrame::clear()
 {
     _frame = OrbFrame();
     _frameNumber = -1;
+    ++_loads;
     _abandonedReads += _isReading ? 1 : 0;
     _isReading = false;
     if (!_stream->isClosed())
@@ -42,8 +43,14 @@ void SingleFrame::load(int fnum, const QString &file)
     clear();
     _frameNumber = fnum;
     _stream->setDesc(QVariant(file));
-    if (!_stream->open(accessRead))
-        emit failed();
+    if (_stream->open(accessRead))
+        return;
+    // Refused at once, told like every other failure: through the event loop.
+    const auto tell = [this, refused = _loads] {
+        if (refused == _loads)
+            emit failed();
+    };
+    QMetaObject::invokeMethod(this, tell, Qt::QueuedConnection);
 }
 
 void SingleFrame::openIsDone(int, const OrbError &err)

@@ -31,6 +31,7 @@ public slots:
 
 private:
     int _frameNumber = -1; ///< -1 when none is asked for
+    quint64 _loads = 0;    ///< begun or given up: tells a load from those before
     OrbFrame _frame;
     OrbStream *_stream;
     bool _isReading = false;

@@ -16,7 +16,11 @@ private slots:
     void signalsAndSlotsStandInOrder();
     void loadsTheFrameAskedFor();
     void aFileThatCannotBeOpenedFailsOnce();
-    void aFileNoDriverTakesFails();
+    void aFileNoDriverTakesFailsThroughTheEventLoop();
+    void aRefusedLoadGivenUpIsNotReported();
+    void emptyPathsFail();
+    void anAnswerToNobodyIsKept();
+    void anErrorAtTheOpenClosesNothing();
     void aFrameBehindTheEndFailsAndTheStreamIsClosed();
     void clearEmptiesTheFrame();
     void loadEmptiesTheFrameAtOnce();
@@ -87,12 +91,52 @@ void TestSingleFrame::aFileThatCannotBeOpenedFailsOnce()
     QVERIFY(_stage->loader.frame().isNull());
 }
 
-void TestSingleFrame::aFileNoDriverTakesFails()
+void TestSingleFrame::aFileNoDriverTakesFailsThroughTheEventLoop()
 {
     _stage->media.opens.push_back({.isRefused = true});
     _stage->loader.load(0, "/a");
+    QCOMPARE(_stage->seen, QStringList{});
     SimDispatcher::runFor(100);
     QCOMPARE(_stage->seen, QStringList{"failed"});
+}
+
+void TestSingleFrame::aRefusedLoadGivenUpIsNotReported()
+{
+    _stage->media.opens.push_back({.isRefused = true});
+    _stage->loader.load(0, "/a");
+    _stage->loader.load(7, "/a");
+    SimDispatcher::runFor(100);
+    QCOMPARE(_stage->seen, QStringList{"ready"});
+    _stage->media.opens.push_back({.isRefused = true});
+    _stage->loader.load(0, "/a");
+    _stage->loader.clear();
+    SimDispatcher::runFor(100);
+    QCOMPARE(_stage->seen, QStringList{"ready"});
+}
+
+void TestSingleFrame::emptyPathsFail()
+{
+    ScriptedMedia::uninstall(); // the drivers that ship
+    _stage->loader.load(0, QString());
+    QVERIFY(SimDispatcher::runUntil([&] { return !_stage->seen.isEmpty(); }, 1000));
+    QCOMPARE(_stage->seen, QStringList{"failed"});
+    QVERIFY(_stage->loader.frame().isNull());
+}
+
+void TestSingleFrame::anAnswerToNobodyIsKept()
+{
+    OrbFrame frame;
+    frame.meta().insert(OrbIdFrameNumber, 3);
+    _stage->loader.readIsDone(3, frame, OrbError(), nullptr);
+    QCOMPARE(_stage->seen, QStringList{"ready"});
+    QCOMPARE(number(), 3);
+}
+
+void TestSingleFrame::anErrorAtTheOpenClosesNothing()
+{
+    _stage->loader.openIsDone(1, OrbError(5));
+    QCOMPARE(_stage->seen, QStringList{"failed"});
+    QCOMPARE(_stage->transcript.lines(), QStringList{});
 }
 
 void TestSingleFrame::aFrameBehindTheEndFailsAndTheStreamIsClosed()
