@@ -1,0 +1,24 @@
+#pragma once
+
+#include "frame_law.h"
+#include "liborb/orbimagedesc.h"
+
+namespace law {
+
+/// A format that clips are made in.
+struct ClipFormat {
+    const char *name;
+    int width;
+    int height;
+    int rateNum;
+    int rateDen;
+    OrbImageDesc::ScanMode scan;
+    int fps; ///< labels a second
+};
+
+/// Makes \a clip (id, name, path, length and first label filled in) in \a format: moving pictures with
+/// their number in the bar, coded by the device's own coder at the lowest quality. Fills in the
+/// rate. What went wrong, or an empty text.
+QString makeClip(TestClip &clip, const ClipFormat &format);
+
+} // namespace law

@@ -1,0 +1,129 @@
+#include "frame_law_player.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QRegularExpression>
+#include <QTimer>
+
+namespace law {
+
+namespace {
+
+constexpr int pollMs = 5;
+constexpr int patienceMs = 15'000;
+constexpr std::size_t framesToBeSure = 4;
+
+} // namespace
+
+Player::Player(const char *input, const char *inputFormat)
+{
+    qputenv("RVD_INPUT", input);
+    qputenv("RVD_INPUT_FORMAT", inputFormat);
+    _vtr = std::make_unique<VtrObject>();
+    connect(_vtr.get(), &VtrObject::requestPlaybackStreamDesc, this,
+            [this](QVariant &desc, int &) { desc = _desc; });
+    connect(_vtr.get(), &VtrObject::requestRecordStreamDesc, this,
+            [this](QVariant &desc) { desc = _recordPath; });
+    connect(_vtr.get(), &VtrObject::streamIsOpen, this, [this] { _isStreamOpen = true; });
+    connect(_vtr.get(), &VtrObject::streamIsClosed, this, [this] { _isStreamOpen = false; });
+    connect(_vtr.get(), &VtrObject::frameDropped, this, [this] { ++_dropped; });
+    connect(_vtr.get(), &VtrObject::shutdownIsComplete, this, [this] { _isShutdown = true; });
+    _watch = std::make_unique<Watch>(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString());
+    _vtr->start();
+    waitFor([this] { return !_vtr->hasPendingModeChange() && _watch->count() > 0; }, patienceMs);
+}
+
+Player::~Player()
+{
+    waitFor([this] { return !_vtr->hasPendingModeChange(); }, patienceMs);
+    _vtr->shutdown();
+    waitFor([this] { return _isShutdown; }, patienceMs);
+}
+
+bool Player::waitFor(const std::function<bool()> &isSo, int timeoutMs)
+{
+    QElapsedTimer watch;
+    watch.start();
+    QTimer poll;
+    poll.setTimerType(Qt::PreciseTimer);
+    poll.start(pollMs);
+    while (!isSo()) {
+        if (watch.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+bool Player::waitForFrames(std::size_t from, std::size_t count)
+{
+    return waitFor([&] { return _watch->count() >= from + count; }, patienceMs);
+}
+
+void Player::runFor(int ms)
+{
+    waitFor([] { return false; }, ms);
+}
+
+QString Player::standbyOff()
+{
+    _vtr->standbyOff();
+    const bool isThere = waitFor(
+        [this] {
+            return _vtr->state().isInModeStandbyOff() && !_vtr->hasPendingModeChange()
+                   && !_isStreamOpen && _watch->last().content != bus::Content::Playback;
+        },
+        patienceMs);
+    return isThere ? QString() : QStringLiteral("no Standby Off: ") + _vtr->stateToString();
+}
+
+QString Player::load(const Material &material)
+{
+    if (const QString problem = standbyOff(); !problem.isEmpty())
+        return problem;
+    offer(material);
+    _vtr->still();
+    const bool isOpen = waitFor([this] { return _isStreamOpen; }, patienceMs);
+    return isOpen ? standOn(material, 0)
+                  : QStringLiteral("the stream does not open: ") + _vtr->stateToString();
+}
+
+QString Player::standOn(const Material &material, int frame)
+{
+    _vtr->cue(frame);
+    const bool isThere = waitFor(
+        [&] {
+            const std::size_t count = _watch->count();
+            if (count < framesToBeSure)
+                return false;
+            for (const Shown &seen : _watch->since(count - framesToBeSure)) {
+                const bool isShown = seen.content == bus::Content::Playback
+                                     || seen.content == bus::Content::Held;
+                if (!isShown || !material.differs(seen, frame).isEmpty())
+                    return false;
+            }
+            return true;
+        },
+        patienceMs);
+    return isThere ? QString()
+                   : QStringLiteral("cue to %1 does not arrive; seen %2; %3")
+                         .arg(frame).arg(_watch->last().toString(), _vtr->stateToString());
+}
+
+QString Player::record(const QString &path, int ms)
+{
+    _recordPath = path;
+    _vtr->record();
+    if (!waitFor([this] { return _isStreamOpen; }, patienceMs))
+        return QStringLiteral("no recording: ") + _vtr->stateToString();
+    runFor(ms);
+    return standbyOff();
+}
+
+int Player::lateBeats() const
+{
+    static const QRegularExpression number(QStringLiteral("(\\d+) without a frame"));
+    return number.match(_vtr->stateToString()).captured(1).toInt();
+}
+
+} // namespace law
