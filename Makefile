@@ -4,6 +4,8 @@
 #   make test     build and run every test
 #   make demo     record and play a live stream end to end and check what is seen
 #   make bench    measure against what a user would pick instead
+#   make soak     what takes long: ten minutes of recording, the frames seen at every speed
+#   make coverage which lines and branches of the engine its tests run
 #   make packages install what is missing
 
 PRESET ?= release
@@ -11,7 +13,7 @@ JOBS ?= $(shell nproc)
 BUILD = build/$(PRESET)
 export PATH := $(PATH):/usr/sbin:/sbin
 
-.PHONY: all run test demo bench soak packages build clean
+.PHONY: all run test demo bench soak coverage packages build clean
 
 all: build
 
@@ -37,6 +39,9 @@ bench: build
 # Ten minutes of recording: no dropped frame, memory flat.
 soak: build
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
+
+coverage: packages
+	@scripts/coverage.sh
 
 clean:
 	rm -rf build out

@@ -238,7 +238,6 @@ private:
     void dropHeldFrame();
     void finishRecordCache();
     void resumePlaybackPosition();
-    void reportInput(int inputNumber, const OrbVideoState &state);
     void setIdSetting(OrbId (VtrState::*value)() const, void (VtrState::*store)(const OrbId &),
                       const OrbId &id, const char *name, int line = __builtin_LINE());
     bool isIdSettingValid(const OrbId &id, const char *name, int line = __builtin_LINE()) const;

@@ -159,9 +159,10 @@ void VtrObject::videoDeviceReset()
 
 // What the device reports -------------------------------------------------------------------------
 
+/// Means nothing until the mode asked for has begun.
 void VtrObject::videoDeviceFrameDropped()
 {
-    if (_state.mode() != _previousState.mode() || !canProcess())
+    if (!_isBeginDone || !canProcess())
         return;
     const DroppedFrameRule *rule = droppedFrameRule(_state);
     if (!rule)

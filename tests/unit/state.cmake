@@ -5,3 +5,4 @@ rv_test(tst_timecodetrigger fast ${CMAKE_CURRENT_LIST_DIR}/tst_timecodetrigger.c
 target_link_libraries(tst_timecodetrigger PRIVATE vtraux)
 rv_test(tst_decisions fast ${CMAKE_CURRENT_LIST_DIR}/tst_decisions.cpp)
 target_link_libraries(tst_decisions PRIVATE transport)
+set_property(TEST tst_vtrstate tst_timecodetrigger tst_decisions APPEND PROPERTY LABELS engine)
