@@ -18,6 +18,7 @@
 #include <cstring>
 #include <tuple>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -25,6 +26,19 @@ namespace {
 constexpr char logFile[] = "main.cpp";
 constexpr char defaultLogFile[] = "/rvd.log";
 constexpr int highestPriority = -40; ///< beyond what the kernel grants, which clamps it
+
+/// Standard input, output or error that the parent closed lead nowhere from now on. The next file
+/// opened would take the place otherwise: keys would be read from the lock file, and what is
+/// printed would land in it.
+void occupyStandardDescriptors()
+{
+    int fd = -1;
+    do {
+        fd = ::open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd > STDERR_FILENO)
+        ::close(fd);
+}
 
 void qtMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
@@ -107,6 +121,7 @@ void localQtMessageHandler(QtMsgType type, const char *message)
 
 int process::run(int argc, char **argv, MakeController makeController, const Paths &paths)
 {
+    occupyStandardDescriptors();
     OrbLockFile lockFile(paths.lockFile);
     const Switches switches = Switches::of(argc, argv);
     const QString requestedLog = requestedLogFile(paths.kernelCmdLine);
