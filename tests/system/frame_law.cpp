@@ -78,7 +78,8 @@ private:
             return seen.samples == 0 ? QString() : QStringLiteral("sound where silence belongs");
         if (seen.samples == 0)
             return QStringLiteral("no sound at normal speed");
-        if (seen.sound != _material.soundOf(wanted))
+        const std::optional<int> sound = _material.soundOf(wanted);
+        if (sound && seen.sound != sound)
             return QStringLiteral("the sound of another frame (%1)").arg(seen.sound.value_or(-1));
         return QString();
     }
@@ -251,10 +252,12 @@ const TestClip &Material::clipOf(int number, int &inClip) const
     return _clips[clip];
 }
 
-int Material::soundOf(int number) const
+std::optional<int> Material::soundOf(int number) const
 {
     int inClip = 0;
     const TestClip &clip = clipOf(number, inClip);
+    if (!clip.soundIsPicture)
+        return std::nullopt;
     return static_cast<int>(clip.pictureOf(inClip));
 }
 
@@ -266,7 +269,7 @@ QString Material::differs(const Shown &seen, int number) const
         return QStringLiteral("the bus says frame %1").arg(seen.number);
     if (seen.picture != clip.pictureOf(inClip))
         return QStringLiteral("the picture is not %1").arg(clip.pictureOf(inClip));
-    const Label label = labelOf(clip.startLabel + inClip, clip.fps, false);
+    const Label label = labelOf(clip.startLabel + inClip, clip.fps, clip.isDrop);
     if (!seen.hasLabel || seen.label != label)
         return QStringLiteral("the label is not %1").arg(label.toString());
     if (isJoined() && QString::fromStdString(seen.clip) != clip.name)

@@ -66,19 +66,19 @@ struct Shown {
     QString toString() const;
 };
 
-/// A clip made for the test: frame n shows pictureOf(n), and its sound has that value throughout.
+/// A clip whose frame n shows picture firstPicture + n.
 struct TestClip {
-    int id = 0;
     QString name;
     QString path;
     int length = 0;
-    std::int64_t startLabel = 0; ///< in frames
-    int rateNum = 0;
-    int rateDen = 1;
+    std::uint32_t firstPicture = 0;
+    bool soundIsPicture = true; ///< every sample has the picture's number; else it is just not silent
     int fps = 0;
+    bool isDrop = false;
+    std::int64_t startLabel = 0; ///< frames since midnight
     std::uint32_t pictureOf(int frame) const
     {
-        return static_cast<std::uint32_t>(id * 10'000 + frame);
+        return firstPicture + static_cast<std::uint32_t>(frame);
     }
 };
 
@@ -99,7 +99,8 @@ public:
     /// Why \a seen is not frame \a number; empty when it is. Looks at number, picture, label and
     /// clip name.
     QString differs(const Shown &seen, int number) const;
-    int soundOf(int number) const;
+    /// The value of its samples; nothing when any sound will do.
+    std::optional<int> soundOf(int number) const;
 
 private:
     const TestClip &clipOf(int number, int &inClip) const;

@@ -40,11 +40,8 @@ OrbImageDesc descOf(const ClipFormat &format)
 
 } // namespace
 
-QString makeClip(TestClip &test, const ClipFormat &format)
+QString makeClip(const TestClip &test, const ClipFormat &format)
 {
-    test.rateNum = format.rateNum;
-    test.rateDen = format.rateDen;
-    test.fps = format.fps;
     clip::ClipInfo info;
     info.video = {clip::Codec::ProRes422Proxy, format.width, format.height, format.rateNum, format.rateDen,
                   format.scan == OrbImageDesc::Interlaced ? clip::Scan::Interlaced

@@ -16,9 +16,8 @@ struct ClipFormat {
     int fps; ///< labels a second
 };
 
-/// Makes \a clip (id, name, path, length and first label filled in) in \a format: moving pictures with
-/// their number in the bar, coded by the device's own coder at the lowest quality. Fills in the
-/// rate. What went wrong, or an empty text.
-QString makeClip(TestClip &clip, const ClipFormat &format);
+/// Makes \a clip (labels without drop frame) in \a format: moving pictures with their number in the bar,
+/// coded by the device's own coder at the lowest quality. What went wrong, or an empty text.
+QString makeClip(const TestClip &clip, const ClipFormat &format);
 
 } // namespace law

@@ -22,9 +22,8 @@ struct Plan {
 
 const std::vector<int> everySpeed = {10,   25,   50,   100,  110,  200,  400,   800,   1600, 2000,
                                      -10,  -25,  -50,  -100, -110, -200, -400,  -800,  -1600, -2000};
-const std::vector<int> someSpeeds = {100, -100, 200, -400, 50, 2000, -2000};
 
-Plan planOf(Extent extent)
+Plan planOf(Extent extent, const ClipFormat &format)
 {
     if (extent == Extent::Full) {
         return {everySpeed, everySpeed, everySpeed,
@@ -32,7 +31,12 @@ Plan planOf(Extent extent)
                  {-2000, 2000}, {100, 0}, {-1600, 0}, {200, 100}, {-100, 100}, {110, -25}},
                 500, 160, 50, 300};
     }
-    return {someSpeeds, {100, -400}, {2000}, {{100, 400}, {400, -200}, {-200, 100}}, 220, 120, 10, 100};
+    // Each format has its part.
+    if (format.scan == OrbImageDesc::Interlaced)
+        return {{}, {100, -400}, {}, {{100, 400}, {400, -200}, {-200, 100}}, 120, 60, 0, 0};
+    if (format.rateDen == 1001)
+        return {{}, {}, {2000}, {}, 130, 110, 10, 100};
+    return {{100, -100, 200, -400, 50, 2000, -2000}, {}, {}, {}, 220, 40, 0, 0};
 }
 
 QString textOf(Speed speed)
@@ -67,7 +71,7 @@ public:
 private:
     void line(const Material &material, Speed speed, bool looping, const QString &where, int start,
               int outputs, bool reachesEnd);
-    QString comeToStill(const Run &run);
+    QString comeToStill();
     void cueOnce(const Material &material, std::mt19937 &random);
     void add(const QString &speed, bool looping, const QString &where, const Finding &finding);
     bool load(const Material &material);
@@ -88,7 +92,8 @@ bool Playback::prepare(const Plan &plan)
     const int lengths[] = {plan.longLength, plan.shortLength, plan.shortLength + 17};
     for (int i = 0; i < 3; ++i) {
         TestClip clip;
-        clip.id = i + 1;
+        clip.firstPicture = static_cast<std::uint32_t>(i + 1) * 10'000;
+        clip.fps = _format.fps;
         clip.name = QStringLiteral("clip%1").arg(i + 1);
         clip.path = QStringLiteral("%1/%2-%3.mov").arg(_folder, QLatin1String(_format.name), clip.name);
         clip.path.replace(QStringLiteral("24000/1001"), QStringLiteral("23"));
@@ -128,31 +133,16 @@ void Playback::add(const QString &speed, bool looping, const QString &where, con
 void Playback::line(const Material &material, Speed speed, bool looping, const QString &where, int start,
                     int outputs, bool reachesEnd)
 {
-    VtrObject &vtr = _player.vtr();
-    const Run run {start, speed, looping};
-    Finding finding;
-    finding.problem = _player.standOn(material, start);
-    if (finding.holds()) {
-        vtr.setLooping(looping);
-        const int lateBefore = _player.lateBeats();
-        const std::size_t from = _player.watch().count();
-        vtr.play(speed.value());
-        const std::size_t wanted = static_cast<std::size_t>(outputs) + 6;
-        if (!_player.waitForFrames(from, wanted))
-            finding.problem = QStringLiteral("the bus stands still");
-        const std::vector<Shown> seen = _player.watch().since(from);
-        if (finding.holds())
-            finding = follow(seen, material, run, _player.lateBeats() - lateBefore);
-        if (finding.holds() && reachesEnd && !looping)
-            finding.problem = comeToStill(run);
-    }
-    vtr.setLooping(false);
-    vtr.still();
+    Finding finding = _player.play(material, {start, speed, looping}, outputs);
+    if (finding.holds() && reachesEnd && !looping)
+        finding.problem = comeToStill();
+    _player.vtr().setLooping(false);
+    _player.vtr().still();
     add(textOf(speed), looping, where, finding);
 }
 
 /// At the end it ran towards, the engine is at still.
-QString Playback::comeToStill(const Run &)
+QString Playback::comeToStill()
 {
     const bool isStill =
         _player.waitFor([this] { return _player.vtr().state().speedFlags().isStill(); }, 1000);
@@ -161,7 +151,7 @@ QString Playback::comeToStill(const Run &)
 
 void Playback::playThrough(const Plan &plan)
 {
-    if (!load(_single))
+    if (plan.middle.empty() || !load(_single))
         return;
     const int length = _single.length();
     for (const int hundredths : plan.middle) {
@@ -176,7 +166,7 @@ void Playback::playThrough(const Plan &plan)
 
 void Playback::playOverEnds(const Plan &plan)
 {
-    if (!load(_single))
+    if (plan.ends.empty() || !load(_single))
         return;
     const int length = _single.length();
     for (const int hundredths : plan.ends) {
@@ -194,7 +184,7 @@ void Playback::playOverEnds(const Plan &plan)
 
 void Playback::playOverJoins(const Plan &plan)
 {
-    if (!load(_list))
+    if (plan.joins.empty() || !load(_list))
         return;
     for (const int hundredths : plan.joins) {
         const Speed speed {hundredths};
@@ -218,7 +208,7 @@ void Playback::playOverJoins(const Plan &plan)
 
 void Playback::changeSpeeds(const Plan &plan)
 {
-    if (!load(_single))
+    if (plan.changes.empty() || !load(_single))
         return;
     VtrObject &vtr = _player.vtr();
     for (const auto &[first, second] : plan.changes) {
@@ -249,7 +239,7 @@ void Playback::changeSpeeds(const Plan &plan)
 
 void Playback::holdStill(const Plan &plan)
 {
-    if (!load(_single))
+    if (plan.stillFrames == 0 || !load(_single))
         return;
     for (const int frame : {0, _single.length() / 2, _single.length() - 1}) {
         Finding finding;
@@ -310,6 +300,8 @@ void Playback::cueOnce(const Material &material, std::mt19937 &random)
 
 void Playback::cueAround(const Plan &plan, std::uint32_t seed)
 {
+    if (plan.cues == 0)
+        return;
     std::mt19937 random(seed);
     std::printf("cues and steps with seed %u\n", seed);
     for (const Material &material : {_single, _list}) {
@@ -354,7 +346,7 @@ void Playback::reopen()
 void runPlayback(Table &table, const ClipFormat &format, Extent extent, const QString &folder,
                  std::uint32_t seed)
 {
-    const Plan plan = planOf(extent);
+    const Plan plan = planOf(extent, format);
     Playback playback(table, format, folder);
     if (!playback.prepare(plan))
         return;

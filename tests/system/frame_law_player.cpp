@@ -12,6 +12,7 @@ namespace {
 constexpr int pollMs = 5;
 constexpr int patienceMs = 15'000;
 constexpr std::size_t framesToBeSure = 4;
+constexpr std::size_t framesToStart = 6;
 
 } // namespace
 
@@ -108,6 +109,24 @@ QString Player::standOn(const Material &material, int frame)
     return isThere ? QString()
                    : QStringLiteral("cue to %1 does not arrive; seen %2; %3")
                          .arg(frame).arg(_watch->last().toString(), _vtr->stateToString());
+}
+
+Finding Player::play(const Material &material, const Run &run, int outputs)
+{
+    Finding finding;
+    finding.problem = standOn(material, run.start);
+    if (!finding.holds())
+        return finding;
+    _vtr->setLooping(run.looping);
+    const int lateBefore = lateBeats();
+    const std::size_t from = _watch->count();
+    _vtr->play(run.speed.value());
+    if (!waitForFrames(from, static_cast<std::size_t>(outputs) + framesToStart)) {
+        finding.problem = QStringLiteral("the bus stands still");
+        return finding;
+    }
+    const std::vector<Shown> seen = _watch->since(from);
+    return follow(seen, material, run, lateBeats() - lateBefore);
 }
 
 QString Player::record(const QString &path, int ms)

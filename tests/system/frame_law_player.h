@@ -35,6 +35,8 @@ public:
     void offer(const Material &material) { _desc = material.desc(); }
     /// Stands on \a frame, which is on the bus some frames long.
     QString standOn(const Material &material, int frame);
+    /// From still on the start of \a run through \a outputs of its frames and a few more, compared.
+    Finding play(const Material &material, const Run &run, int outputs);
     QString standbyOff();
     /// Records into \a path for \a ms; answers when the clip is closed.
     QString record(const QString &path, int ms);
