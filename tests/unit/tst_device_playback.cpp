@@ -96,7 +96,10 @@ private slots:
     void framesComeOutInOrder();
     void framesThatAreNotShownAreNeverDecoded();
     void onlyAFewFramesAreDecodedAhead();
-    void aShortQueueGivesWhatItHas();
+    void aShortQueueIsWaitedForAndThenGivesWhatItHas();
+    void aShortQueueThatFillsLosesNoFrame();
+    void aNewSpeedCountsForFramesQueuedAfterIt();
+    void aNewSpeedHasItsRoomAtOnce();
     void anEmptyQueueLosesNoStep();
     void aHeldFrameIsDecodedOnce();
     void clearingStartsOverAndCancels();
@@ -126,6 +129,8 @@ void tst_device_playback::stepsNeverDrift()
 {
     QCOMPARE(shown(0.1, 100'001).last(), 10'000);
     QCOMPARE(shown(1.03, 100'001).last(), 103'000);
+    QCOMPARE(shown(0.29, 101).last(), 29); // 0.29 * 100 is a little less than 29 in binary
+    QCOMPARE(shown(1.15, 101).last(), 115);
 }
 
 void tst_device_playback::reverseAndStillShowEachQueuedFrameOnce()
@@ -190,14 +195,58 @@ void tst_device_playback::onlyAFewFramesAreDecodedAhead()
     QCOMPARE(bench.jobs.size(), 4);
 }
 
-void tst_device_playback::aShortQueueGivesWhatItHas()
+void tst_device_playback::aShortQueueIsWaitedForAndThenGivesWhatItHas()
 {
     Bench bench;
     bench.queue.setSpeed(5.0);
     bench.fill(0, 4);
     QCOMPARE(bench.beat(), 0);
-    QCOMPARE(bench.beat(), 3);
+    int waited = 0;
+    for (; bench.beat() == -1 && waited < 100; ++waited)
+        QCOMPARE(bench.queue.size(), 3);
+    QVERIFY(waited > 4 && waited < 30);
+    QCOMPARE(bench.onOutput, 3);
     QCOMPARE(bench.queue.size(), 0);
+}
+
+void tst_device_playback::aShortQueueThatFillsLosesNoFrame()
+{
+    Bench bench;
+    bench.queue.setSpeed(5.0);
+    bench.fill(0, 4);
+    QCOMPARE(bench.beat(), 0);
+    QCOMPARE(bench.beat(), -1);
+    QCOMPARE(bench.beat(), -1);
+    bench.fill(4, 10);
+    QCOMPARE(bench.beat(), 5);
+    QCOMPARE(bench.beat(), 10);
+}
+
+/// A beat may fall between the change and the flush that comes with it.
+void tst_device_playback::aNewSpeedCountsForFramesQueuedAfterIt()
+{
+    Bench bench;
+    bench.fill(0, 8);
+    QCOMPARE(bench.beat(), 0);
+    bench.queue.setSpeed(4.0);
+    QCOMPARE(bench.beat(), 1);
+    bench.queue.clear();
+    bench.fill(1, 20);
+    QCOMPARE(bench.beat(), 1);
+    QCOMPARE(bench.beat(), 5);
+    bench.queue.setSpeed(1.0);
+    bench.queue.push(numbered(21));
+    QCOMPARE(bench.beat(), 6);
+}
+
+void tst_device_playback::aNewSpeedHasItsRoomAtOnce()
+{
+    Bench bench;
+    bench.fill(0, 8);
+    QCOMPARE(bench.queue.room(), 0);
+    bench.queue.setSpeed(20.0);
+    QCOMPARE(bench.queue.room(), 52);
+    QCOMPARE(bench.queue.speed(), 20.0);
 }
 
 void tst_device_playback::anEmptyQueueLosesNoStep()

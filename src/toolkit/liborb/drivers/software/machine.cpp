@@ -317,12 +317,14 @@ QString Machine::stateAsString() const
     const ClockStats clock = _clock.stats();
     const EncoderStats coder = _encoder.stats();
     const std::lock_guard lock(_mutex);
-    return QStringLiteral("%1, %2 unreleased, %3 late, %4 skipped, %5 coded")
+    return QStringLiteral("%1, %2 unreleased, %3 late, %4 skipped, %5 coded, "
+                          "%6 without a frame")
         .arg(_stateText)
         .arg(_capture.unreleased())
         .arg(clock.late)
         .arg(clock.skipped)
-        .arg(coder.coded);
+        .arg(coder.coded)
+        .arg(_unfed);
 }
 
 } // namespace ferin

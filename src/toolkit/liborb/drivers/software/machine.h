@@ -93,6 +93,7 @@ private:
     void playbackBeat(const Beat &beat);
     PlaybackQueue::Step pickFrame(PlaybackEntry &entry, quint64 &generation);
     bool isPrerolling(bool isNormal);
+    bool isSameFrame(const OrbMetadataHash &one, const OrbMetadataHash &other) const;
     void showFrame(const PlaybackEntry &entry, quint64 generation, OutputFrame &out);
     QByteArray soundOf(const OrbFrame &frame) const;
     QString clipOf(const OrbMetadataHash &meta) const;
@@ -119,6 +120,7 @@ private:
     OrbMetadataHash _firstQueued;          ///< of the first frame queued since the playback began
     bool _flowing = false;                 ///< a frame was shown since the last flush or setup
     int _prerolled = 0;                    ///< beats waited for the queue to fill
+    quint64 _unfed = 0;                    ///< beats since the start whose frame did not come in time
     std::optional<int> _keyFrame;          ///< frame number shown last since the flush
     int _playMode = OrbIdPlayModeEE;
     QString _clipName;

@@ -49,6 +49,7 @@ void Machine::playbackBeat(const Beat &now)
     {
         const std::lock_guard lock(_mutex);
         const bool isNormal = _playMode == OrbIdPlayModePlay && _play.speed() == 1.0;
+        _unfed += isShort && _flowing ? 1 : 0;
         isDrop = isShort && isNormal && _flowing && !metaFlag(_shown.meta, OrbIdEndOfStream);
         label = _shown.meta.valueFor(OrbIdTimecode).value<OrbTimecode>();
         if (_shown.hasFrame) {
@@ -73,7 +74,7 @@ PlaybackQueue::Step Machine::pickFrame(PlaybackEntry &entry, quint64 &generation
     if (isPrerolling(isNormal))
         return PlaybackQueue::Step::Hold;
     const PlaybackQueue::Step step = _play.pick(entry);
-    if (step == PlaybackQueue::Step::Hold)
+    if (step != PlaybackQueue::Step::Show)
         _play.done(step);
     return step;
 }
@@ -87,6 +88,16 @@ bool Machine::isPrerolling(bool isNormal)
     if (metaFlag(_play.head().meta(), OrbIdEndOfStream))
         return false;
     return ++_prerolled <= prerollBeats;
+}
+
+/// Numbers begin anew with every stream; the label and the clip tell one frame 0 from another.
+bool Machine::isSameFrame(const OrbMetadataHash &one, const OrbMetadataHash &other) const
+{
+    const auto isEqual = [&](OrbIdValue id) { return one.valueFor(id) == other.valueFor(id); };
+    const auto labelOf = [](const OrbMetadataHash &meta) {
+        return meta.valueFor(OrbIdTimecode).value<OrbTimecode>();
+    };
+    return isEqual(OrbIdFrameNumber) && labelOf(one) == labelOf(other) && clipOf(one) == clipOf(other);
 }
 
 /// Brings a picked frame on output, unless it has become void in the meantime.
@@ -103,7 +114,7 @@ void Machine::showFrame(const PlaybackEntry &entry, quint64 generation, OutputFr
         if (generation != _generation)
             return;
         _play.done(PlaybackQueue::Step::Show);
-        isRepeat = _shown.hasFrame && _shown.meta.valueFor(OrbIdFrameNumber).toInt() == number;
+        isRepeat = _shown.hasFrame && isSameFrame(_shown.meta, meta);
         isKey = metaFlag(meta, OrbIdKeyFrame) && _keyFrame != number;
         _keyFrame = number;
         _shown = {meta, true};

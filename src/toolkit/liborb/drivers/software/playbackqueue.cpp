@@ -8,6 +8,8 @@ namespace ferin {
 
 namespace {
 
+constexpr int shortBeats = 10; ///< that a queue shorter than the step is waited for
+
 OrbBuffer pictureBuffer(const OrbFrame &frame)
 {
     return frame.vids().isEmpty() ? OrbBuffer() : frame.vids().first().buffer();
@@ -28,6 +30,7 @@ int PlaybackQueue::room() const
 
 void PlaybackQueue::push(const OrbFrame &frame)
 {
+    _stepper.setSpeed(_speed);
     PlaybackEntry entry;
     entry.frame = frame;
     // A stream that is held hands over its last frame again and again: it is decoded once.
@@ -44,8 +47,10 @@ void PlaybackQueue::clear()
             entry.job->cancel();
     }
     _entries.clear();
+    _stepper.setSpeed(_speed);
     _stepper.restart();
     _picked = 0;
+    _short = 0;
 }
 
 OrbFrame PlaybackQueue::head() const
@@ -97,7 +102,10 @@ PlaybackQueue::Step PlaybackQueue::pick(PlaybackEntry &entry)
         return Step::Hold;
     if (_entries.empty())
         return Step::Empty;
-    // A queue that is shorter than the step gives what it has: fast motion slows down, but goes on.
+    // A queue that stays shorter than the step gives what it has: the frames before a change of
+    // format, or a medium that cannot keep up.
+    if (move > size() && _short < shortBeats)
+        return Step::Empty;
     _picked = std::min(move, size());
     PlaybackEntry &chosen = _entries[static_cast<std::size_t>(_picked - 1)];
     startDecoding(chosen);
@@ -107,8 +115,11 @@ PlaybackQueue::Step PlaybackQueue::pick(PlaybackEntry &entry)
 
 void PlaybackQueue::done(Step step)
 {
-    if (step == Step::Empty)
+    if (step == Step::Empty) {
+        ++_short;
         return;
+    }
+    _short = 0;
     _stepper.advance();
     if (step != Step::Show || _picked <= 0 || _picked > size())
         return;

@@ -17,8 +17,9 @@ struct PlaybackEntry {
 };
 
 /// The frames queued for output and the order they come out in. Coded pictures wait as they are;
-/// only those that will be shown at the speed of the moment are decoded, a few ahead. Not
-/// thread-safe.
+/// only those that will be shown at the speed of the moment are decoded, a few ahead. A new speed
+/// counts once the queue has been cleared or a frame is queued: what was queued before it comes out
+/// as it would have. Not thread-safe.
 class PlaybackQueue
 {
 public:
@@ -26,17 +27,17 @@ public:
 
     /// What the coming beat shows.
     enum class Step {
-        Empty, ///< nothing is queued
+        Empty, ///< not enough is queued
         Hold,  ///< the speed shows the frame on output again
         Show   ///< the frame that pick() answers
     };
 
     void setDecode(const Decode &decode) { _decode = decode; }
     void setAhead(int pictures) { _ahead = pictures; }
-    void setSpeed(double speed) { _stepper.setSpeed(speed); }
-    double speed() const { return _stepper.speed(); }
+    void setSpeed(double speed) { _speed = SpeedStepper::usable(speed); }
+    double speed() const { return _speed; }
 
-    int capacity() const { return SpeedStepper::slotsFor(_stepper.speed()); }
+    int capacity() const { return SpeedStepper::slotsFor(_speed); }
     int size() const { return static_cast<int>(_entries.size()); }
     int room() const;
     void push(const OrbFrame &frame);
@@ -51,8 +52,8 @@ public:
     /// it starts the entry's decoding if need be. A beat that cannot be carried out is simply asked
     /// for again.
     Step pick(PlaybackEntry &entry);
-    /// The beat picked last has been carried out: a frame shown leaves, with those that were passed
-    /// over.
+    /// What was picked last is what the beat came to: a frame shown leaves, with those that were
+    /// passed over.
     void done(Step step);
 
 private:
@@ -60,11 +61,13 @@ private:
     bool isWanted(const std::shared_ptr<DecodeJob> &job) const;
 
     Decode _decode;
+    double _speed = 1.0; // wanted; the stepper's, once it counts
     SpeedStepper _stepper;
     std::deque<PlaybackEntry> _entries;
     PlaybackEntry _last; // shown last; a repeat of the same frame uses its picture again
     int _ahead = 4;
     int _picked = 0; // entries that leave with the beat picked last
+    int _short = 0;  // beats in a row that the queue was too short for
 };
 
 } // namespace ferin

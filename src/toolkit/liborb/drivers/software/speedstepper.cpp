@@ -11,11 +11,24 @@ constexpr int fewestSlots = 8;
 constexpr int mostSlots = 64;
 constexpr double fastest = 20.0;
 
+/// Frames that the output stands on after \a beats. A speed written in decimals has no exact
+/// binary value: a product that misses a whole frame by no more than that is that frame.
+double framesAfter(std::int64_t beats, double speed)
+{
+    constexpr double noise = 1e-6;
+    return std::floor(static_cast<double>(beats) * speed + noise);
+}
+
 } // namespace
+
+double SpeedStepper::usable(double speed)
+{
+    return std::isfinite(speed) ? std::clamp(speed, -fastest, fastest) : 0.0;
+}
 
 void SpeedStepper::setSpeed(double speed)
 {
-    const double wanted = std::isfinite(speed) ? std::clamp(speed, -fastest, fastest) : 0.0;
+    const double wanted = usable(speed);
     if (wanted == _speed)
         return;
     _speed = wanted;
@@ -32,9 +45,7 @@ int SpeedStepper::next() const
 {
     if (_first || _speed <= 0.0)
         return 1;
-    const double from = std::floor(static_cast<double>(_beats) * _speed);
-    const double to = std::floor(static_cast<double>(_beats + 1) * _speed);
-    return static_cast<int>(to - from);
+    return static_cast<int>(framesAfter(_beats + 1, _speed) - framesAfter(_beats, _speed));
 }
 
 void SpeedStepper::advance()

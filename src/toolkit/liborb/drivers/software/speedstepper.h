@@ -14,6 +14,8 @@ public:
     double speed() const { return _speed; }
     /// Another speed starts counting anew.
     void setSpeed(double speed);
+    /// \a speed within the bounds of what the output can do; 0.0 for one that is not finite.
+    static double usable(double speed);
     /// The next frame in the queue is the first one shown.
     void restart();
     /// Frames to move on at the coming beat, 0 to hold; the first one is always shown.
