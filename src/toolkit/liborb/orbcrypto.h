@@ -12,7 +12,8 @@ class OrbCryptoKey
 public:
     static constexpr int maxLength = 32;
 
-    explicit OrbCryptoKey(int length = 0);
+    OrbCryptoKey() : OrbCryptoKey(0) {}
+    explicit OrbCryptoKey(int length);
     OrbCryptoKey(const OrbCryptoKey &);
     OrbCryptoKey &operator=(const OrbCryptoKey &);
     ~OrbCryptoKey();
