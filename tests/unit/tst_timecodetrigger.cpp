@@ -18,6 +18,10 @@ private slots:
     void theSameStateIsNeverSignalledTwice();
     void confirmationsDeliberatelyLeaveAPendingChangeAlone();
     void withoutADelayTheSecondObservationCounts();
+    void aNewDelayLeavesWhatWasCounted();
+    void matchingIgnoresRateAndFlags();
+    void midnightBeforeAnyTimecodePassesForARepeat();
+    void everyThirdEqualFrameIsLetPassAgain();
 };
 
 namespace {
@@ -162,6 +166,53 @@ void TestTimecodeTrigger::withoutADelayTheSecondObservationCounts()
     Watcher w(0);
     w.run(4);
     QCOMPARE(w.take(), QStringList{"start 3"});
+}
+
+void TestTimecodeTrigger::aNewDelayLeavesWhatWasCounted()
+{
+    Watcher w(10);
+    w.run(6); // five observations of running, confirmed four times
+    w.trigger.setDelay(4);
+    QCOMPARE(w.take(), QStringList{});
+    w.run(1);
+    QCOMPARE(w.take(), QStringList{"start 1"});
+    w.trigger.setDelay(0);
+    w.run(10); // the state stays as well
+    QCOMPARE(w.take(), QStringList{});
+}
+
+void TestTimecodeTrigger::matchingIgnoresRateAndFlags()
+{
+    Watcher w(0);
+    w.run(4);
+    QCOMPARE(w.take(), QStringList{"start 3"});
+    for (int i = 0; i < 4; ++i) {
+        OrbTimecode same = w.tc;
+        same.setFPS(i % 2 != 0 ? 30 : 24);
+        same.setDropFrame(i % 2 == 0);
+        w.feed(same);
+    }
+    QCOMPARE(w.take(), QStringList{"stop 4"});
+}
+
+void TestTimecodeTrigger::midnightBeforeAnyTimecodePassesForARepeat()
+{
+    // It equals the label that stands for none, so it is not stored.
+    Watcher w(0);
+    w.tc = OrbTimecode(23, 59, 59, 24, 25, 0);
+    w.run(5);
+    QCOMPARE(w.take(), QStringList{"start 4"});
+}
+
+void TestTimecodeTrigger::everyThirdEqualFrameIsLetPassAgain()
+{
+    Watcher w(1);
+    w.run(10);
+    w.take();
+    w.freeze(5); // passed, judged, passed, judged, passed
+    QCOMPARE(w.take(), QStringList{});
+    w.freeze(1); // judged: the third observation
+    QCOMPARE(w.take(), QStringList{"stop 1"});
 }
 
 QTEST_APPLESS_MAIN(TestTimecodeTrigger)
