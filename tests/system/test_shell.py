@@ -4,6 +4,7 @@ import os
 import pty
 import re
 import resource
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -11,7 +12,7 @@ import termios
 import threading
 import time
 
-from rig import check, main, wait_until
+from rig import Recorder, check, main, wait_until
 
 STATUS_LINE = b"[--:--:--:--] 0.000 "
 USAGE = ("Usage: rvd [flags]\nFlags:\n"
@@ -352,6 +353,50 @@ def the_terminal_is_raw_and_given_back(bin_dir):
         check(not os.path.exists(daemon.resets), "the console is not reset")
 
 
+def options_reach_the_recorder(bin_dir):
+    benchmark = "/rvd_bench.txt"
+    existed = os.path.exists(benchmark)
+    with Recorder(bin_dir) as recorder:
+        try:
+            recorder.start_store()
+            recorder.start_media()
+            recorder.start_daemon("-bp")
+            wait_until("it answers", lambda: recorder.ctl("status").returncode == 0)
+            first, second = recorder.record(1), recorder.record(1)
+            wait_until("the newest is current",
+                       lambda: recorder.get("CurrentClip") == os.path.basename(second))
+            recorder.wait_log(" 3 vtrobject.cpp:")
+            recorder.wait_log(f"Benchmark file opened: {benchmark}")
+            recorder.set("ClipCounter", 7)
+            recorder.wait_log("Changed: [")
+            recorder.ctl("shutdown")
+            check(recorder.processes["rvd"].wait(20) == 0, "it ends")
+            lines = read(benchmark).splitlines()
+            check(len(lines) > 20, f"{len(lines)} lines")
+            for line in lines:
+                check(re.fullmatch(r"\d+ \d+\.\d{6}", line), line)
+            numbers = [int(line.split()[0]) for line in lines]
+            begin = numbers.index(0, 1)
+            check(numbers[:begin] == list(range(begin)), "a line a frame")
+            stamps = [float(line.split()[1]) for line in lines]
+            check(stamps == sorted(stamps) and abs(stamps[-1] - time.time()) < 600, "times of day")
+        finally:
+            if not existed and os.path.exists(benchmark):
+                os.unlink(benchmark)
+        recorder.set("CurrentClip", "N/A")
+        elsewhere = os.path.join(recorder.dir, "elsewhere", "Named.mov")
+        os.mkdir(os.path.dirname(elsewhere))
+        shutil.copy(first, elsewhere)
+        recorder.start_daemon("-c", elsewhere, "-l")
+        wait_until("it answers", lambda: recorder.ctl("status").returncode == 0)
+        wait_until("the clip named is current",
+                   lambda: recorder.get("CurrentClip") == "Named.mov")
+        recorder.do("play")
+        recorder.wait_log(elsewhere)
+        time.sleep(2)  # twice as long as the clip
+        check(recorder.status()["stateNumber"] == 3, f"it loops: {recorder.status()}")
+
+
 if __name__ == "__main__":
     main([fatal_signals_trace_and_abort, the_first_exit_signal_ends_the_loop,
           the_second_exit_signal_ends_the_process_with_one, other_signals_are_logged_and_ignored,
@@ -360,4 +405,4 @@ if __name__ == "__main__":
           help_is_printed_and_the_daemon_still_starts,
           a_letter_inside_a_word_deliberately_does_not_keep_it_in_front, statistics_come_every_second,
           closed_standard_descriptors_lead_nowhere, ended_and_endless_input_leave_the_console_running,
-          the_terminal_is_raw_and_given_back])
+          the_terminal_is_raw_and_given_back, options_reach_the_recorder])
