@@ -40,7 +40,7 @@ public:
     }
 
     /// The start frame, held.
-    QString atStart(const Shown &seen) { return compare(seen, _run.start, false); }
+    QString atStart(const Shown &seen, bool isNew) { return compare(seen, _run.start, isNew); }
     /// Output \a k comes next.
     void jumpTo(std::int64_t k) { _k = k; }
     std::int64_t outputs() const { return _k; }
@@ -99,14 +99,14 @@ QString at(const Shown &seen, const QString &problem)
 
 /// Whether the frames follow the run, however many or few of its outputs they reach.
 Finding followPart(std::span<const Shown> seen, const Material &material, const Run &run,
-                   int lateAllowed, int patience)
+                   int lateAllowed, int patience, Start start = Start::Held)
 {
     Finding finding;
     finding.frames = static_cast<int>(seen.size());
     Walk walk(material, run, lateAllowed);
     std::size_t i = 0;
     for (; i < seen.size() && seen[i].number == run.start; ++i) {
-        if (const QString problem = walk.atStart(seen[i]); !problem.isEmpty()) {
+        if (const QString problem = walk.atStart(seen[i], i == 0 && start == Start::New); !problem.isEmpty()) {
             finding.problem = at(seen[i], problem);
             return finding;
         }
@@ -280,9 +280,9 @@ QString Material::differs(const Shown &seen, int number) const
 // Comparisons -------------------------------------------------------------------------------------
 
 Finding follow(std::span<const Shown> seen, const Material &material, const Run &run, int lateAllowed,
-               int patience)
+               int patience, Start start)
 {
-    Finding finding = followPart(seen, material, run, lateAllowed, patience);
+    Finding finding = followPart(seen, material, run, lateAllowed, patience, start);
     const bool moves = outputsOnStart(run.start, material.length(), run.speed, run.looping).has_value();
     if (finding.holds() && moves && finding.startHeld == finding.frames)
         finding.problem = QStringLiteral("it does not move");

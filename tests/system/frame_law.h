@@ -126,11 +126,17 @@ struct Finding {
     bool holds() const { return problem.isEmpty(); }
 };
 
+/// What the start frame is on the bus when a comparison begins.
+enum class Start {
+    Held, ///< it was there before
+    New   ///< it comes for the first time
+};
+
 /// Compares \a seen, which begins with the frame after the command, with \a run. The start frame may
 /// stand before output 0 for at most \a patience frames (the command is on its way, the queue fills);
 /// a repeated frame counts as late, and is wrong when there are more than \a lateAllowed.
 Finding follow(std::span<const Shown> seen, const Material &material, const Run &run, int lateAllowed,
-               int patience = 12);
+               int patience = 12, Start start = Start::Held);
 
 /// Compares a run at \a before whose speed is changed: the command for \a after comes before
 /// seen[commandAt]. Up to two frames more may still be of the old speed.

@@ -22,7 +22,10 @@ Player::Player(const char *input, const char *inputFormat)
     qputenv("RVD_INPUT_FORMAT", inputFormat);
     _vtr = std::make_unique<VtrObject>();
     connect(_vtr.get(), &VtrObject::requestPlaybackStreamDesc, this,
-            [this](QVariant &desc, int &) { desc = _desc; });
+            [this](QVariant &desc, int &startFrame) {
+                desc = _desc;
+                startFrame = _startFrame;
+            });
     connect(_vtr.get(), &VtrObject::requestRecordStreamDesc, this,
             [this](QVariant &desc) { desc = _recordPath; });
     connect(_vtr.get(), &VtrObject::streamIsOpen, this, [this] { _isStreamOpen = true; });

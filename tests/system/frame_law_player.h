@@ -32,7 +32,11 @@ public:
     /// Into Play at still on \a material's first frame, from Standby Off.
     QString load(const Material &material);
     /// The material for the next open of the stream.
-    void offer(const Material &material) { _desc = material.desc(); }
+    void offer(const Material &material, int startFrame = 0)
+    {
+        _desc = material.desc();
+        _startFrame = startFrame;
+    }
     /// Stands on \a frame, which is on the bus some frames long.
     QString standOn(const Material &material, int frame);
     /// From still on the start of \a run through \a outputs of its frames and a few more, compared.
@@ -49,6 +53,7 @@ private:
     std::unique_ptr<VtrObject> _vtr;
     std::unique_ptr<Watch> _watch;
     QVariant _desc;
+    int _startFrame = 0;
     QString _recordPath;
     int _dropped = 0;
     bool _isStreamOpen = false;

@@ -3,6 +3,7 @@ add_executable(frame_law
     ${CMAKE_CURRENT_LIST_DIR}/frame_law_main.cpp
     ${CMAKE_CURRENT_LIST_DIR}/frame_law.cpp
     ${CMAKE_CURRENT_LIST_DIR}/frame_law_clips.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/frame_law_commands.cpp
     ${CMAKE_CURRENT_LIST_DIR}/frame_law_drop.cpp
     ${CMAKE_CURRENT_LIST_DIR}/frame_law_playback.cpp
     ${CMAKE_CURRENT_LIST_DIR}/frame_law_player.cpp
