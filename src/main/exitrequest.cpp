@@ -1,5 +1,7 @@
 #include "main/exitrequest.h"
 
+#include "liborb/orbconnect.h"
+
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QSocketNotifier>
@@ -10,6 +12,8 @@
 #include <unistd.h>
 
 namespace {
+
+constexpr char logFile[] = "main.cpp";
 
 int readEnd = -1;
 int writeEnd = -1;
@@ -48,7 +52,8 @@ void exitrequest::watch(QObject *owner)
     if (readEnd < 0)
         return;
     auto *notifier = new QSocketNotifier(readEnd, QSocketNotifier::Read, owner);
-    QObject::connect(notifier, &QSocketNotifier::activated, owner, [] { obey(); });
+    ORB_TESTED(
+        QObject::connect(notifier, &QSocketNotifier::activated, owner, [] { obey(); }));
 }
 
 void exitrequest::repeatEarly()

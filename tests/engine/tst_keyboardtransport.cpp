@@ -8,6 +8,7 @@
 #include <QTemporaryFile>
 
 #include <cstdlib>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,6 +31,10 @@ private slots:
     void theHelpIsLogged();
     void theStatusLineIsPrintedWhenItChangesAndEveryTwoSeconds();
     void endOfInputStopsThePolling();
+    void aTerminalHungUpStopsThePolling();
+    void anyTimerIsAPoll();
+    void keysCountBeforeTheLineAndTheLineBeforeTheSignal();
+    void textsAreNotTakenForFormats();
 };
 
 namespace {
@@ -67,6 +72,7 @@ public:
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
+    void hangUp() { close(std::exchange(_master, -1)); }
     void press(const QByteArray &keys) { QVERIFY(write(_master, keys, keys.size()) > 0); }
     QByteArray printed()
     {
@@ -369,6 +375,74 @@ void TestKeyboardTransport::endOfInputStopsThePolling()
     }
     QCOMPARE(seen, QStringList{});
     QCOMPARE(refreshes, 10);
+}
+
+void TestKeyboardTransport::aTerminalHungUpStopsThePolling()
+{
+    QStringList seen;
+    int refreshes = 0;
+    {
+        Terminal terminal;
+        Console console;
+        terminal.press("r");
+        SimDispatcher::runFor(250);
+        terminal.hangUp();
+        SimDispatcher::runFor(800);
+        seen = console.seen;
+        refreshes = console.refreshes;
+    }
+    QCOMPARE(seen, QStringList{"rewind"});
+    QCOMPARE(refreshes, 10);
+}
+
+void TestKeyboardTransport::anyTimerIsAPoll()
+{
+    QStringList seen;
+    int refreshes = 0;
+    {
+        Terminal terminal;
+        Console console;
+        terminal.press("f");
+        QTimerEvent event(12345);
+        QCoreApplication::sendEvent(&console.keys, &event);
+        seen = console.seen;
+        refreshes = console.refreshes;
+    }
+    QCOMPARE(seen, QStringList{"fastfwd"});
+    QCOMPARE(refreshes, 1);
+}
+
+void TestKeyboardTransport::keysCountBeforeTheLineAndTheLineBeforeTheSignal()
+{
+    QByteArray printedAtSignal;
+    {
+        Terminal terminal;
+        Console console;
+        KeyboardTransport *keys = &console.keys;
+        connect(keys, &KeyboardTransport::rewind, keys,
+                [keys] { keys->setVtrState(playing(-8.0)); });
+        connect(keys, &KeyboardTransport::refreshed, keys,
+                [&] { printedAtSignal = terminal.printed(); });
+        terminal.press("r");
+        SimDispatcher::runFor(110);
+    }
+    QCOMPARE(printedAtSignal, "[--:--:--:--] -8.000 Play  " + QByteArray(20, ' ') + "\r");
+}
+
+void TestKeyboardTransport::textsAreNotTakenForFormats()
+{
+    QByteArray printed;
+    {
+        Terminal terminal;
+        {
+            Console console;
+            console.keys.setStatus("%1 %2 %s %n 100%");
+            SimDispatcher::runFor(110);
+        }
+        printed = terminal.printed();
+    }
+    QVERIFY2(printed.startsWith("[--:--:--:--] 0.000 Startup  %1 %2 %s %n 100%  "),
+             printed.constData());
 }
 
 SIM_TEST_MAIN(TestKeyboardTransport)
