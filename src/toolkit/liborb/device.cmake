@@ -1,6 +1,7 @@
 # The software video device: frame clock, capture, playback, program output.
 rv_library(orbdevice
     drivers/software/capturequeue.cpp
+    drivers/software/colouring.cpp
     drivers/software/deviceconfig.cpp
     drivers/software/frameclock.cpp
     drivers/software/frameschedule.cpp

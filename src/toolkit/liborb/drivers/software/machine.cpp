@@ -110,6 +110,7 @@ void Machine::applySetup(const OrbVideoDeviceSetup &setup)
     format.scanMode = run.image.scanMode();
     format.audioChannels = busChannels(run.channels);
     _output.setFormat(format);
+    _output.setColour(colourTableOf(setup.outputLut(), run.image.height()));
     enterMode(run);
     _run = run;
     _started = false;
@@ -142,6 +143,7 @@ void Machine::prepareSources(const Run &run)
         _pool.reset();
         _poolRaster = raster;
     }
+    _inputColour.set(run.setup.inputLut(), raster, raws + 2);
     if (draws && !_pool)
         _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), raws + 2);
     if (draws && !isInternal)

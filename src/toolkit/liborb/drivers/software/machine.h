@@ -1,6 +1,7 @@
 #pragma once
 
 #include "liborb/drivers/software/capturequeue.h"
+#include "liborb/drivers/software/colouring.h"
 #include "liborb/drivers/software/decoder.h"
 #include "liborb/drivers/software/deviceconfig.h"
 #include "liborb/drivers/software/encoder.h"
@@ -56,6 +57,7 @@ private:
         RawPictureRef picture;
         bool isShared = false;           ///< a still picture that takes no memory of its own
         const SignalGenerator *drawn = nullptr;
+        bool isColoured = false;         ///< the picture has been through the input table
         OrbTimecode inputTimecode;
         bool hasRecordFlag = false;
         bool recordFlag = false;
@@ -80,6 +82,7 @@ private:
     std::vector<Grab> grab(const Beat &beat);
     std::vector<Grab> grabInput(const Beat &beat);
     Grab grabGenerator(SignalGenerator &generator, const Beat &beat);
+    void colour(Grab &grab);
     void countSkipped(int frames);
     void noteInput(const InputFrame &frame);
     void drainInput();
@@ -135,6 +138,7 @@ private:
     std::unique_ptr<RawPicturePool> _pool;
     QSize _poolRaster;
     Allowance _raws {1};
+    InputColouring _inputColour;
     std::unique_ptr<SignalGenerator> _generator;
     SoundGenerator _tone;
     SoundFifo _inputSound;

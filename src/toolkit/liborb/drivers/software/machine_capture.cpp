@@ -24,7 +24,9 @@ constexpr int mostSkippedTold = 1000;
 
 void Machine::captureBeat(const Beat &now)
 {
-    const std::vector<Grab> grabs = grab(now);
+    std::vector<Grab> grabs = grab(now);
+    for (Grab &item : grabs)
+        colour(item);
     OrbTimecode label;
     QByteArray sound;
     for (const Grab &item : grabs) {
@@ -104,6 +106,21 @@ std::vector<Machine::Grab> Machine::grabInput(const Beat &now)
     if (_starved > patience)
         grabs.push_back(Grab());
     return grabs;
+}
+
+/// The input's look-up table belongs here, once: what is recorded and what is shown comes after it.
+void Machine::colour(Grab &item)
+{
+    if (!_inputColour.table() || !item.hasSignal || !item.picture)
+        return;
+    RawPictureRef coloured = item.isShared ? _inputColour.throughOnce(item.picture)
+                                           : _inputColour.through(item.picture);
+    if (!coloured) {
+        item.isLost = true; // the output still shows it
+        return;
+    }
+    item.picture = std::move(coloured);
+    item.isColoured = true;
 }
 
 /// Frames that are lost before they could be captured.
@@ -221,6 +238,8 @@ OutputFrame Machine::liveOutput(const std::vector<Grab> &grabs, const QByteArray
         out.content = bus::Content::Live;
         out.picture = grabs.back().picture;
         out.drawn = grabs.back().drawn;
+        if (!grabs.back().isColoured)
+            out.inputColour = _inputColour.table();
         out.sound = sound;
         out.soundChannels = _run->channels;
     }

@@ -67,20 +67,36 @@ bool ProgramOutput::isUsable(std::int64_t nowNs)
     return false;
 }
 
+/// The picture, through the tables that it has yet to go through. A slot may be its own source.
+void ProgramOutput::put(const picture::View &from, const ColourTableRef &inputColour,
+                        const picture::View &slot) const
+{
+    if (!inputColour && !_colour) {
+        if (from.plane[0] != slot.plane[0])
+            picture::copy(from, slot);
+        return;
+    }
+    const ColourTableRef &first = inputColour ? inputColour : _colour;
+    first->apply(from, slot);
+    if (inputColour && _colour)
+        _colour->apply(slot, slot);
+}
+
 bus::Content ProgramOutput::drawPicture(const picture::View &slot, const OutputFrame &frame)
 {
-    // An output look-up table belongs here, between the picture and the slot.
     if (fits(frame.picture, _format)) {
-        picture::copy(frame.picture->view, slot);
+        put(frame.picture->view, frame.inputColour, slot);
         _held = frame.picture;
+        _heldColour = frame.inputColour;
         return frame.content;
     }
     if (frame.drawn != nullptr) {
         frame.drawn->draw(slot);
+        put(slot, frame.inputColour, slot);
         return frame.content;
     }
     if (frame.content == bus::Content::Held && fits(_held, _format)) {
-        picture::copy(_held->view, slot);
+        put(_held->view, _heldColour, slot);
         return frame.content;
     }
     picture::drawBlack(slot);

@@ -1,0 +1,3 @@
+# Colour tables on pictures: the arithmetic, and the device that applies them.
+rv_test(tst_colourtable fast ${CMAKE_CURRENT_LIST_DIR}/tst_colourtable.cpp)
+target_link_libraries(tst_colourtable PRIVATE picture)
