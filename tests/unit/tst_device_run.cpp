@@ -343,6 +343,7 @@ private slots:
     void aClipPlaysFrameByFrame();
     void doubleSpeedShowsEverySecondFrame();
     void halfSpeedShowsEachFrameTwice();
+    void aSetupForAnotherRasterComesAfterTheFramesQueued();
     void aFlushStopsWhereTheOutputIs();
     void keyFramesAreToldOnce();
     void aStarvedOutputDropsFramesUnlessTheStreamHasEnded();
@@ -685,6 +686,28 @@ void tst_device_run::halfSpeedShowsEachFrameTwice()
         ++shown[static_cast<int>(frame.info.frameNumber)];
     for (int i = 1; i + 1 < numbers.size(); ++i)
         QVERIFY(shown.value(numbers.at(i)) >= 2);
+}
+
+void tst_device_run::aSetupForAnotherRasterComesAfterTheFramesQueued()
+{
+    const QList<OrbFrame> frames = clip().mid(0, 8);
+    Bench bench;
+    QVERIFY(bench.runSetup(setupFor(OrbVideoDeviceSetup::Playback)));
+    bench.driver->setProperty(OrbIdPropSpeed, 0.5);
+    for (const OrbFrame &frame : frames)
+        QVERIFY(!bench.driver->writeFrame(frame).isError());
+    OrbVideoDeviceSetup other = setupFor(OrbVideoDeviceSetup::Playback);
+    OrbImageDesc small = imageDesc(OrbIdImageProRes422);
+    small.setSize(64, 64);
+    other.setImageDesc(small);
+    QVERIFY(bench.runSetup(other));
+    QCOMPARE(bench.played(), (QList<int> {0, 1, 2, 3, 4, 5, 6, 7}));
+
+    QVERIFY(bench.runSetup(setupFor(OrbVideoDeviceSetup::Playback)));
+    QVERIFY(!bench.driver->writeFrame(frames.first()).isError());
+    bench.driver->setProperty(OrbIdPropSpeed, 0.01);
+    bench.driver->flush(); // nobody wants them any more
+    QVERIFY(bench.runSetup(other));
 }
 
 void tst_device_run::aFlushStopsWhereTheOutputIs()

@@ -23,6 +23,7 @@ constexpr int defaultBuffers = 40;
 constexpr int fewestRaws = 4;
 constexpr int mostAhead = 4;
 constexpr int fewestAhead = 2;
+constexpr int mostSetupBeats = 100; ///< that a setup waits for queued frames
 
 bool isUsable(const OrbVideoDeviceSetup &setup)
 {
@@ -88,8 +89,36 @@ OrbError Machine::setup(const OrbVideoDeviceSetup &setup)
         const std::lock_guard lock(_mutex);
         _mode = OrbVideoDeviceSetup::None;
     }
-    _clock.call([this, setup] { applySetup(setup); });
+    _clock.call([this, setup] { takeSetup(setup); });
     return OrbError();
+}
+
+/// From one playback setup to the next, what is queued in the format before is shown first: at a
+/// slow speed that takes longer than whoever sends the setup can know. A flush cuts it short.
+void Machine::takeSetup(const OrbVideoDeviceSetup &setup)
+{
+    if (!_run || _run->setup.isInCapture() || setup.isInCapture()) {
+        applySetup(setup);
+        return;
+    }
+    _nextSetup = setup;
+    _setupBeats = 0;
+    applyWhenPlayedOut();
+}
+
+void Machine::applyWhenPlayedOut()
+{
+    if (!_nextSetup)
+        return;
+    bool isPlayedOut = false;
+    {
+        const std::lock_guard lock(_mutex);
+        isPlayedOut = _play.isPlayedOut();
+    }
+    if (!isPlayedOut && ++_setupBeats <= mostSetupBeats)
+        return;
+    _clock.call([this, setup = *_nextSetup] { applySetup(setup); });
+    _nextSetup.reset();
 }
 
 void Machine::applySetup(const OrbVideoDeviceSetup &setup)
@@ -193,6 +222,7 @@ void Machine::beat(const Beat &now)
         captureBeat(now);
     else
         playbackBeat(now);
+    applyWhenPlayedOut();
     if (_started)
         return;
     _started = true;

@@ -69,6 +69,8 @@ private:
     };
 
     // The clock's thread: setups (machine.cpp)
+    void takeSetup(const OrbVideoDeviceSetup &setup);
+    void applyWhenPlayedOut();
     void applySetup(const OrbVideoDeviceSetup &setup);
     void prepareSources(const Run &run);
     void enterMode(const Run &run);
@@ -134,6 +136,8 @@ private:
     EncoderPool _encoder;
     DecoderPool _decoder;
     std::optional<Run> _run;
+    std::optional<OrbVideoDeviceSetup> _nextSetup; ///< waits for the frames queued to be shown
+    int _setupBeats = 0;                           ///< that it has waited
     bool _started = false;
     std::unique_ptr<RawPicturePool> _pool;
     QSize _poolRaster;

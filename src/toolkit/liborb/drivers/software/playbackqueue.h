@@ -43,6 +43,8 @@ public:
     void push(const OrbFrame &frame);
     /// Drops everything and starts over: the next frame queued is the next one shown.
     void clear();
+    /// Every frame queued has been shown for as long as the speed says.
+    bool isPlayedOut() const { return _entries.empty() && _stepper.next() != 0; }
     /// The frame queued longest; a null frame when none is.
     OrbFrame head() const;
 
