@@ -209,7 +209,7 @@ Finding Playback::overMixedJoin(Speed speed)
     const int lateBefore = _player.lateBeats();
     const std::size_t from = _player.watch().count();
     _player.vtr().play(speed.value());
-    _player.waitFor([&] { return _player.watch().last().number == next; }, 5000);
+    _player.waitFor([&] { return _player.watch().last().number == next; }, 12'000);
     _player.waitForFrames(_player.watch().count(), 15);
     const std::vector<Shown> seen = _player.watch().since(from);
     const int late = _player.lateBeats() - lateBefore;
@@ -239,7 +239,7 @@ void Playback::playMixed(const Plan &plan)
 {
     if (!plan.hasMixed || !load(_mixed))
         return;
-    for (const int hundredths : {100, -100, 50, -50}) {
+    for (const int hundredths : {100, -100, 50, -50, 25, 10}) {
         const Finding finding = overMixedJoin(Speed {hundredths});
         _player.vtr().still();
         _player.runFor(700); // a reset that was asked for is over
@@ -268,6 +268,7 @@ void Playback::stormOnce(const Material &material, std::mt19937 &random, int num
             _player.runFor(any(150));
     }
     vtr.setLooping(false);
+    _player.runFor(150); // a step that is under way would be added to a cue
     if (finding.holds())
         finding.problem = _player.standOn(material, any(material.length() - 1));
     for (const Shown &seen : _player.watch().since(from)) {
