@@ -26,7 +26,7 @@ QStringList setsOf(MemoryStore &store)
 QString published(const char *name)
 {
     ShmString reader(name);
-    return reader.create(64) ? QString::fromStdString(reader.get()) : QString();
+    return reader.open() ? QString::fromStdString(reader.read()) : QString();
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "services/rvctl/report.h"
 
 #include "libmessages/alarm.h"
+#include "libvanta/shmstring.h"
 #include "services/rvctl/names.h"
 
 #include <algorithm>
@@ -8,10 +9,7 @@
 #include <csignal>
 #include <cstdio>
 
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <time.h>
-#include <unistd.h>
 
 namespace
 {
@@ -19,15 +17,8 @@ namespace
 /// A text that the daemon keeps in shared memory for every frame; empty when there is none.
 std::string sharedText(const char *name)
 {
-    const int fd = shm_open(name, O_RDONLY | O_CLOEXEC, 0);
-    if (fd < 0) {
-        return {};
-    }
-    char text[64];
-    const ssize_t size = read(fd, text, sizeof text);
-    close(fd);
-    return size > 0 ? std::string(text, strnlen(text, static_cast<std::size_t>(size)))
-                    : std::string();
+    ShmString text(name);
+    return text.open() ? text.read() : std::string();
 }
 
 std::string lowerText(std::string text)
