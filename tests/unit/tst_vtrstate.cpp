@@ -25,6 +25,8 @@ private slots:
     void everySettingMakesADifference();
     void stopOnLossOfVideoIsDeliberatelyNotCompared();
     void speedsAreComparedExactly();
+    void sharedDataIsEqualWhateverItHolds();
+    void theRecordIsComparedFieldByField();
     void travelsAsAVariantUnderItsName();
 };
 
@@ -244,6 +246,33 @@ void TestVtrState::speedsAreComparedExactly()
     a.setSpeed(1.0);
     b.setSpeed(1.0000001);
     QVERIFY(a != b);
+}
+
+void TestVtrState::sharedDataIsEqualWhateverItHolds()
+{
+    VtrState a;
+    a.setSpeed(NAN); // equal to nothing, not even to itself
+    VtrState b = a;
+    QVERIFY(!(a != b));
+    b.setAudioChans(b.audioChans()); // a record of its own
+    QVERIFY(a != b);
+}
+
+void TestVtrState::theRecordIsComparedFieldByField()
+{
+    VtrStateData a;
+    VtrStateData b;
+    QVERIFY(a == b && !(a != b));
+    QCOMPARE(a.speedFlags(), VtrSpeedFlags::fromSpeed(0.0));
+    a.setSpeed(-2.0);
+    QCOMPARE(a.speedFlags(), VtrSpeedFlags::fromSpeed(-2.0));
+    QVERIFY(a != b);
+    b.setSpeed(-2.0);
+    b.stopOnLossOfVideo = false;
+    QVERIFY(a == b);
+    b.mode = VtrState::Mode(9);
+    QVERIFY(a != b);
+    QCOMPARE(b.toString(), QStringLiteral("-2.000 Mode 9 "));
 }
 
 void TestVtrState::travelsAsAVariantUnderItsName()
