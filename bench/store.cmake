@@ -1,3 +1,3 @@
-# How long a set takes to reach another client of the parameter store.
-rv_program(store_latency store_latency.cpp)
+# The parameter store: how long a set takes to reach another client, and the same beside an MQTT broker.
+rv_program(store_latency ${PROJECT_SOURCE_DIR}/bench/store_latency.cpp)
 target_link_libraries(store_latency PRIVATE config store)

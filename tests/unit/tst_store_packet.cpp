@@ -50,7 +50,7 @@ std::vector<std::string> everyPacket()
     add([](Packet &p) { p.mutable_list_request()->set_from(0); });
     add([](Packet &p) { p.mutable_attributes_request()->set_parameter(eParamAlarm1904); });
     add([](Packet &p) { p.mutable_subscribe_request()->set_subscription(0); });
-    add([](Packet &p) { p.mutable_goodbye()->set_subscription(1); });
+    add([](Packet &p) { p.mutable_goodbye(); });
     add([](Packet &p) { p.mutable_events_ack()->set_sequence(1); });
     add([](Packet &p) { p.mutable_subscribe_reply()->set_subscription(1); });
     add([](Packet &p) { p.mutable_heartbeat()->set_sequence(3); });
@@ -62,6 +62,9 @@ std::vector<std::string> everyPacket()
         item->set_revision(5);
     });
     add([](Packet &p) { p.mutable_list_reply()->set_next(1); });
+    add([](Packet &p) { p.mutable_refusal()->set_status(lumo::store::NoSubscription); });
+    add([](Packet &p) { p.mutable_keep_request()->set_revision(1); });
+    add([](Packet &p) { p.mutable_keep_reply()->set_revision(1); });
     return all;
 }
 
@@ -85,12 +88,22 @@ private slots:
     {
         QCOMPARE(crc32c(bytesOf("123456789")), 0xe3069283u);
         QCOMPARE(crc32c(bytesOf("6789"), crc32c(bytesOf("12345"))), 0xe3069283u);
+        // However it is cut, and whichever of the two ways each part goes.
+        std::string text;
+        for (int i = 0; i < 100; i++) {
+            text += static_cast<char>(i * 37);
+            std::uint32_t bytewise = 0;
+            for (const char c : text) {
+                bytewise = crc32c(bytesOf(std::string(1, c)), bytewise);
+            }
+            QCOMPARE(crc32c(bytesOf(text)), bytewise);
+        }
     }
 
     void frameIsBigEndian()
     {
         const std::string datagram = sample();
-        QCOMPARE(datagram.substr(0, 6), std::string("RVPS\1\0", 6));
+        QCOMPARE(datagram.substr(0, 6), std::string("RVPS\2\0", 6));
         QCOMPARE(std::size_t(datagram[7]), datagram.size() - packetFrameBytes);
         QCOMPARE(datagram[6], '\0');
     }
@@ -104,7 +117,7 @@ private slots:
         QCOMPARE(errorOf(good + "x"), PacketError::Length);
         QCOMPARE(errorOf(std::string(1201, 'x')), PacketError::Length);
         QCOMPARE(errorOf("X" + good.substr(1)), PacketError::Magic);
-        QCOMPARE(errorOf(good.substr(0, 4) + '\2' + good.substr(5)), PacketError::Version);
+        QCOMPARE(errorOf(good.substr(0, 4) + '\1' + good.substr(5)), PacketError::Version);
         std::string flipped = good;
         flipped.back() ^= 1;
         QCOMPARE(errorOf(flipped), PacketError::Checksum);
@@ -137,7 +150,8 @@ private slots:
         QFETCH(unsigned int, seed);
         std::mt19937 random(seed);
         StoreCore core(
-            1, [](const Peer &, const std::string &) {}, [](eParam_t, const ParamValue &) {});
+            1, StoreSecret{}, [](const Peer &, const std::string &) {}, [](eParam_t, const ParamValue &, std::uint64_t) {},
+            {});
         StoreLink link(7, [](const std::string &) {});
         std::vector<ConfigEvent> events;
         const auto packets = everyPacket();

@@ -34,9 +34,13 @@ public:
     void startStore()
     {
         core = std::make_unique<StoreCore>(
-            ++_epoch,
+            ++_epoch, StoreSecret{_epoch, 7},
             [this](const Peer &peer, const std::string &datagram) { post(peer.port, datagram); },
-            [this](eParam_t id, const ParamValue &value) { kept[id] = value; });
+            [this](eParam_t id, const ParamValue &value, std::uint64_t revision) {
+                kept[id] = value;
+                keptRevision = revision;
+            },
+            [this] { hurried++; });
         for (const auto &[id, value] : kept) {
             core->values().restore(id, value, {});
         }
@@ -75,6 +79,8 @@ public:
     std::unique_ptr<StoreCore> core;
     std::vector<Client> clients;
     std::map<eParam_t, ParamValue> kept;
+    std::uint64_t keptRevision = 0;
+    int hurried = 0;
     unsigned int lossPercent = 0;
     unsigned int repeatPercent = 0;
     unsigned int longestDelayMs = 1;
@@ -139,6 +145,71 @@ private:
 std::uint32_t numberOf(StoreLink &link, eParam_t id)
 {
     return std::get<std::uint32_t>(*link.value(id));
+}
+
+/// One client that says exactly what a test wants, and what the store answered it.
+class Asker
+{
+public:
+    explicit Asker(bool isSubscribed = true)
+        : core(
+              5, StoreSecret{1, 2},
+              [this](const Peer &to, const std::string &datagram) {
+                  PacketError error;
+                  answers.push_back(*decodePacket(bytesOf(datagram), error));
+                  peers.push_back(to);
+                  sizes.push_back(datagram.size());
+              },
+              [this](eParam_t, const ParamValue &, std::uint64_t revision) { toKeep = revision; }, {})
+    {
+        if (isSubscribed) {
+            subscribe();
+        }
+    }
+
+    Packet packet(std::uint64_t request) const
+    {
+        Packet made;
+        made.set_client(1);
+        made.set_request(request);
+        made.set_subscription(subscription);
+        return made;
+    }
+
+    std::size_t send(const Packet &packet, Peer from = {0x7f000001, 1}, std::int64_t nowMs = 1)
+    {
+        const std::string datagram = encodePacket(packet);
+        core.receive(from, bytesOf(datagram), {nowMs, {}});
+        return datagram.size();
+    }
+
+    void subscribe(Peer from = {0x7f000001, 1}, std::uint64_t client = 1)
+    {
+        Packet ask = packet(0);
+        ask.set_client(client);
+        ask.set_padding(std::string(64, 'p'));
+        ask.mutable_subscribe_request()->set_subscription(subscription);
+        send(ask, from);
+        ask.mutable_subscribe_request()->set_cookie(answers.back().subscribe_reply().cookie());
+        send(ask, from);
+        subscription = answers.back().subscribe_reply().subscription();
+    }
+
+    StoreCore core;
+    std::vector<Packet> answers;
+    std::vector<Peer> peers;
+    std::vector<std::size_t> sizes;
+    std::uint64_t subscription = 0;
+    std::uint64_t toKeep = 0;
+};
+
+Packet setPacket(const Asker &asker, std::uint64_t request, std::uint32_t id, std::uint32_t value)
+{
+    Packet packet = asker.packet(request);
+    auto *set = packet.mutable_set_request()->add_set();
+    set->set_parameter(id);
+    set->mutable_value()->set_number(value);
+    return packet;
 }
 
 } // namespace
@@ -292,24 +363,185 @@ private slots:
 
     void repeatedRequestIsCarriedOutOnceAndAnsweredTwice()
     {
-        std::vector<std::string> sent;
-        StoreCore core(
-            5, [&sent](const Peer &, const std::string &datagram) { sent.push_back(datagram); },
-            [](eParam_t, const ParamValue &) {});
-        Packet packet;
-        packet.set_client(1);
-        packet.set_request(1);
-        auto *set = packet.mutable_set_request()->add_set();
-        set->set_parameter(eParamTransportCommand);
-        set->mutable_value()->set_number(7);
-        const std::string datagram = encodePacket(packet);
-        core.receive({1, 1}, bytesOf(datagram), {1, {}});
-        core.receive({1, 1}, bytesOf(datagram), {2, {}});
-        QCOMPARE(core.counters().sets, std::uint64_t(1));
-        QCOMPARE(core.counters().duplicates, std::uint64_t(1));
-        QCOMPARE(sent.size(), std::size_t(2));
-        QCOMPARE(sent[0], sent[1]);
-        QCOMPARE(core.values().find(eParamTransportCommand)->revision, std::uint64_t(1));
+        Asker asker;
+        const Packet set = setPacket(asker, 1, eParamTransportCommand, 7);
+        asker.send(set);
+        asker.send(set);
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(1));
+        QCOMPARE(asker.core.counters().duplicates, std::uint64_t(1));
+        QCOMPARE(asker.answers.size(), std::size_t(4));
+        QCOMPARE(asker.answers[2].SerializeAsString(), asker.answers[3].SerializeAsString());
+        QCOMPARE(asker.core.values().find(eParamTransportCommand)->revision, std::uint64_t(1));
+    }
+
+    void lateCopyOfARequestIsNotCarriedOutAfterItsSubscriptionEnded()
+    {
+        Asker asker;
+        const Packet set = setPacket(asker, 1, eParamTransportCommand, 7);
+        asker.send(set);
+        Packet goodbye = asker.packet(0);
+        goodbye.mutable_goodbye();
+        asker.send(goodbye);
+        asker.subscribe();
+        asker.send(set);
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(1));
+        QCOMPARE(int(asker.answers.back().refusal().status()), int(Status::NoSubscription));
+    }
+
+    void floodOfOtherClientsForgetsNoRequest()
+    {
+        Asker asker;
+        const Packet set = setPacket(asker, 1, eParamTransportCommand, 7);
+        asker.send(set);
+        const std::uint64_t mine = asker.subscription;
+        for (std::uint64_t client = 2; client < 5000; client++) {
+            asker.subscribe({0x7f000001, std::uint16_t(client)}, client);
+            Packet other = setPacket(asker, 1, eParamTransportCommand, 8);
+            other.set_client(client);
+            asker.send(other, {0x7f000001, std::uint16_t(client)});
+        }
+        QCOMPARE(asker.core.subscribers(), StoreCore::maxSubscribers);
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(StoreCore::maxSubscribers));
+        QVERIFY(asker.core.counters().busy > 4000);
+        asker.subscription = mine;
+        asker.send(set);
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(StoreCore::maxSubscribers));
+        QCOMPARE(asker.core.counters().duplicates, std::uint64_t(1));
+    }
+
+    void strangersAreNeverSentMoreThanTheySent()
+    {
+        Asker asker(false);
+        std::mt19937 random(1);
+        for (int i = 0; i < 2000; i++) {
+            Packet packet = asker.packet(random());
+            packet.set_client(1 + random());
+            if (random() % 2) {
+                packet.set_padding(std::string(random() % 90, 'p'));
+            }
+            switch (random() % 6) {
+            case 0: packet.mutable_list_request(); break;
+            case 1: packet.mutable_get_request()->set_parameter(eParamCurrentClip); break;
+            case 2: packet.mutable_attributes_request()->set_parameter(eParamAlarm1904); break;
+            case 3: packet.mutable_subscribe_request()->set_cookie(random()); break;
+            case 4: packet.mutable_keep_request(); break;
+            default: packet = setPacket(asker, random(), eParamEncodeType, 2); break;
+            }
+            asker.sizes.clear();
+            const std::size_t sent = asker.send(packet, {0x7f000001, 9});
+            std::size_t got = 0;
+            for (const std::size_t size : asker.sizes) {
+                got += size;
+            }
+            QVERIFY2(got <= sent, qPrintable(QString("%1 for %2").arg(got).arg(sent)));
+        }
+        QCOMPARE(asker.core.subscribers(), std::size_t(0));
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(0));
+        QVERIFY(asker.core.counters().withheld > 0);
+    }
+
+    void cookieOfOneAddressIsWorthNothingAtAnother()
+    {
+        Asker asker(false);
+        Packet ask = asker.packet(1);
+        ask.set_padding(std::string(64, 'p'));
+        ask.mutable_subscribe_request();
+        asker.send(ask);
+        const std::uint64_t cookie = asker.answers.back().subscribe_reply().cookie();
+        ask.mutable_subscribe_request()->set_cookie(cookie);
+        asker.send(ask, {0x7f000001, 2});
+        QCOMPARE(int(asker.answers.back().subscribe_reply().status()), int(Status::Prove));
+        asker.send(ask, {0x7f000001, 1}, 40000);
+        QCOMPARE(int(asker.answers.back().subscribe_reply().status()), int(Status::Prove));
+        asker.send(ask);
+        QCOMPARE(int(asker.answers.back().subscribe_reply().status()), int(Status::Ok));
+    }
+
+    void subscriptionIsNotTakenOverFromAnotherAddress()
+    {
+        Asker asker;
+        const std::uint64_t mine = asker.subscription;
+        asker.subscribe({0x7f000001, 2});
+        // The second asker named the first one's subscription: it has moved.
+        QCOMPARE(asker.subscription, mine);
+        asker.subscription = 0;
+        asker.subscribe({0x7f000001, 3});
+        QCOMPARE(int(asker.answers.back().subscribe_reply().status()), int(Status::Busy));
+        asker.subscription = mine;
+        asker.send(setPacket(asker, 1, eParamEncodeType, 2), {0x7f000001, 3});
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(0));
+        asker.send(setPacket(asker, 1, eParamEncodeType, 2), {0x7f000001, 2});
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(1));
+    }
+
+    void keptValuesAreConfirmedOnlyWhenTheyAreOnTheMedium()
+    {
+        Asker asker;
+        asker.send(setPacket(asker, 1, eParamEncodeType, 2));
+        asker.send(setPacket(asker, 2, eParamTransportState, 3));
+        QCOMPARE(asker.toKeep, std::uint64_t(1));
+        asker.answers.clear();
+        Packet keep = asker.packet(3);
+        keep.mutable_keep_request()->set_revision(2);
+        asker.send(keep);
+        asker.send(keep);
+        QVERIFY(asker.answers.empty());
+        asker.core.kept(1);
+        QCOMPARE(asker.answers.size(), std::size_t(1));
+        QCOMPARE(int(asker.answers[0].keep_reply().status()), int(Status::Ok));
+        QCOMPARE(asker.answers[0].request(), std::uint64_t(3));
+        asker.send(setPacket(asker, 4, eParamEncodeType, 3));
+        asker.answers.clear();
+        asker.send(keep);
+        QCOMPARE(asker.answers.size(), std::size_t(0));
+        asker.core.setKeeping(false);
+        QCOMPARE(int(asker.answers.at(0).keep_reply().status()), int(Status::NotKept));
+    }
+
+    void clientWaitsForTheMediumWhenItIsAskedTo()
+    {
+        World world;
+        const int a = world.addClient();
+        world.run(50);
+        world.link(a).set(eParamEncodeType, 2u);
+        world.run(50);
+        QVERIFY(world.link(a).isIdle());
+        QCOMPARE(world.hurried, 0);
+        world.link(a).wantKept(true);
+        QVERIFY(!world.link(a).isIdle());
+        world.run(50);
+        QVERIFY(!world.link(a).isIdle());
+        QVERIFY(world.hurried > 0);
+        world.core->kept(world.keptRevision);
+        world.run(50);
+        QVERIFY(world.link(a).isIdle());
+        QVERIFY(world.link(a).takeRefusals().empty());
+        world.link(a).set(eParamEncodeType, 3u);
+        world.core->setKeeping(false);
+        world.run(50);
+        QVERIFY(world.link(a).isIdle());
+        const auto refusals = world.link(a).takeRefusals();
+        QCOMPARE(refusals.size(), std::size_t(1));
+        QCOMPARE(int(refusals[0].status), int(Status::NotKept));
+        QCOMPARE(refusals[0].id, eParamEncodeType);
+    }
+
+    void frozenClientComesBackAndNoCommandOfItIsCarriedOutTwice()
+    {
+        World world;
+        const int a = world.addClient();
+        const int b = world.addClient();
+        world.run(50);
+        auto frozen = std::move(world.clients[std::size_t(a)].link);
+        world.clients[std::size_t(a)].link = std::make_unique<StoreLink>(999, [](const std::string &) {});
+        world.run(7000);
+        QCOMPARE(world.core->subscribers(), std::size_t(1));
+        world.clients[std::size_t(a)].link = std::move(frozen);
+        world.run(100);
+        QVERIFY(world.link(a).isReachable());
+        world.link(a).set(eParamTransportCommand, 7u);
+        world.run(50);
+        QCOMPARE(world.events(b), QStringList("TransportCommand=7"));
     }
 
     void requestsAreAnswered_data()
@@ -330,45 +562,27 @@ private slots:
         QFETCH(unsigned int, id);
         QFETCH(bool, isText);
         QFETCH(int, status);
-        std::string sent;
-        StoreCore core(
-            5, [&sent](const Peer &, const std::string &datagram) { sent = datagram; },
-            [](eParam_t, const ParamValue &) {});
-        Packet packet;
-        packet.set_client(1);
-        packet.set_request(1);
-        auto *set = packet.mutable_set_request()->add_set();
-        set->set_parameter(id);
+        Asker asker;
+        Packet packet = setPacket(asker, 1, id, 3);
+        auto *set = packet.mutable_set_request()->mutable_set(0);
         set->set_epoch(4);
         if (isText) {
             set->mutable_value()->set_bytes("3");
-        } else {
-            set->mutable_value()->set_number(3);
         }
-        core.receive({1, 1}, bytesOf(encodePacket(packet)), {1, {}});
-        PacketError error;
-        const auto reply = decodePacket(bytesOf(sent), error);
-        QVERIFY(reply);
-        QCOMPARE(int(reply->set_reply().result(0).status()), status);
+        asker.send(packet);
+        QCOMPARE(int(asker.answers.back().set_reply().result(0).status()), status);
     }
 
     void attributesAndSingleValuesAreServed()
     {
-        std::string sent;
-        StoreCore core(
-            5, [&sent](const Peer &, const std::string &datagram) { sent = datagram; },
-            [](eParam_t, const ParamValue &) {});
-        PacketError error;
-        Packet packet;
-        packet.set_client(1);
+        Asker asker;
+        Packet packet = asker.packet(1);
         packet.mutable_attributes_request()->set_parameter(eParamAlarm1903);
-        core.receive({1, 1}, bytesOf(encodePacket(packet)), {1, {}});
-        auto reply = decodePacket(bytesOf(sent), error);
-        QCOMPARE(reply->attributes_reply().attribute(0), std::string("raise_on_record_pressed"));
+        asker.send(packet);
+        QCOMPARE(asker.answers.back().attributes_reply().attribute(0), std::string("raise_on_record_pressed"));
         packet.mutable_get_request()->set_parameter(eParamCurrentClip);
-        core.receive({1, 1}, bytesOf(encodePacket(packet)), {1, {}});
-        reply = decodePacket(bytesOf(sent), error);
-        QCOMPARE(reply->get_reply().item().value().bytes(), std::string("N/A"));
+        asker.send(packet);
+        QCOMPARE(asker.answers.back().get_reply().item().value().bytes(), std::string("N/A"));
     }
 
     void lostDaemonIsShownAsNotRunning()
@@ -391,12 +605,12 @@ private slots:
     void subscribersAreBounded()
     {
         World world;
-        for (int i = 0; i < 40; i++) {
+        for (std::size_t i = 0; i < StoreCore::maxSubscribers + 8; i++) {
             world.addClient();
         }
         world.run(300);
         QCOMPARE(world.core->subscribers(), StoreCore::maxSubscribers);
-        QVERIFY(!world.link(39).isReachable());
+        QVERIFY(!world.link(int(StoreCore::maxSubscribers) + 7).isReachable());
     }
 
     void tooManyCommandsForAStalledClientEndInAResync()
@@ -439,8 +653,8 @@ private slots:
             world.addClient();
         }
         world.run(100);
-        world.lossPercent = 10;
-        world.repeatPercent = 20;
+        world.lossPercent = 30;
+        world.repeatPercent = 30;
         world.longestDelayMs = 8;
         std::mt19937 random(seed);
         QStringList commands;

@@ -10,7 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <iterator>
 #include <string>
+
+#include <arpa/inet.h>
 
 namespace
 {
@@ -24,20 +27,41 @@ void stopServer(int)
 
 void printUsage(FILE *to)
 {
-    std::fprintf(to,
-                 "usage: rvstore [--db FILE] [--no-db] [--port PORT]\n"
-                 "\n"
-                 "Holds every parameter of the recorder and publishes their changes.\n"
-                 "  --db FILE    keep values here; default $STATE_DIRECTORY/rvstore.db,\n"
-                 "               or ./rvstore.db without that variable\n"
-                 "  --no-db      keep nothing\n"
-                 "  --port PORT  UDP port of 127.0.0.1; default $RVD_STORE_PORT or 7461, 0 any\n");
+    std::fputs("usage: rvstore [--db FILE] [--no-db] [--port PORT] [--listen ADDRESS]\n"
+               "\n"
+               "Holds every parameter of the recorder and publishes their changes.\n"
+               "  --db FILE         keep values here; default $STATE_DIRECTORY/rvstore.db,\n"
+               "                    or ./rvstore.db without that variable\n"
+               "  --no-db           keep nothing\n"
+               "  --port PORT       UDP port; default $RVD_STORE_PORT or 7461, 0 any\n"
+               "  --listen ADDRESS  a loopback address, default 127.0.0.1; any other is refused\n",
+               to);
 }
 
 struct Options {
     std::string database;
     std::uint16_t port = storePort();
+    std::uint32_t host = loopbackHost;
 };
+
+/// A loopback address; packets carry no signature, so whoever can send one is obeyed.
+bool parseHost(const char *text, std::uint32_t &host)
+{
+    in_addr address{};
+    if (inet_pton(AF_INET, text, &address) != 1) {
+        std::fprintf(stderr, "rvstore: %s is no IPv4 address\n", text);
+        return false;
+    }
+    host = ntohl(address.s_addr);
+    if (host >> 24 == loopbackHost >> 24) {
+        return true;
+    }
+    std::fprintf(stderr,
+                 "rvstore: refuses to listen on %s: packets are not signed, so anybody there could work the recorder.\n"
+                 "Reach it through a tunnel that ends on this machine, such as ssh or WireGuard.\n",
+                 text);
+    return false;
+}
 
 bool parseOptions(int argc, char **argv, Options &options)
 {
@@ -49,6 +73,10 @@ bool parseOptions(int argc, char **argv, Options &options)
             options.database.clear();
         } else if (option == "--db" && i + 1 < argc) {
             options.database = argv[++i];
+        } else if (option == "--listen" && i + 1 < argc) {
+            if (!parseHost(argv[++i], options.host)) {
+                return false;
+            }
         } else if (option == "--port" && i + 1 < argc) {
             const char *end = argv[i + 1] + std::strlen(argv[i + 1]);
             const auto parsed = std::from_chars(argv[i + 1], end, options.port);
@@ -73,6 +101,26 @@ void handleSignals(StoreServer &server)
     sigaction(SIGINT, &action, nullptr);
 }
 
+/// What a run was like, for whoever looks for the reason of something.
+void printCounters(const StoreServer &server)
+{
+    const StoreCore::Counters &counters = server.core().counters();
+    const struct {
+        const char *name;
+        std::uint64_t count;
+    } rows[] = {
+        {"received", counters.received},     {"malformed", counters.malformed}, {"missed", server.missed()},
+        {"sets", counters.sets},             {"refused", counters.refused},     {"repeated", counters.duplicates},
+        {"no subscription", counters.homeless}, {"withheld", counters.withheld},   {"busy", counters.busy},
+        {"overflows", counters.overflows},   {"expired", counters.expired},
+    };
+    std::fprintf(stderr, "rvstore: ends;");
+    for (const auto &row : rows) {
+        std::fprintf(stderr, " %s %llu%s", row.name, static_cast<unsigned long long>(row.count),
+                     &row == std::end(rows) - 1 ? "\n" : ",");
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -92,7 +140,7 @@ int main(int argc, char **argv)
     }
     StoreServer server(file.get());
     std::string problem;
-    const bool isOpen = server.open(options.port, problem);
+    const bool isOpen = server.open(options.port, problem, options.host);
     if (!problem.empty()) {
         std::fprintf(stderr, "rvstore: %s\n", problem.c_str());
     }
@@ -100,9 +148,12 @@ int main(int argc, char **argv)
         return 1;
     }
     handleSignals(server);
-    std::fprintf(stderr, "rvstore: ready on 127.0.0.1:%u, %zu parameters, %s\n",
-                 unsigned(server.port()), allDescriptors().size(),
-                 file ? options.database.c_str() : "nothing kept");
+    in_addr host{htonl(options.host)};
+    char address[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &host, address, sizeof address);
+    std::fprintf(stderr, "rvstore: ready on %s:%u, %zu parameters, %s\n", address, unsigned(server.port()),
+                 allDescriptors().size(), file ? options.database.c_str() : "nothing kept");
     server.run();
+    printCounters(server);
     return 0;
 }

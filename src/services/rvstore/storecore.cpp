@@ -7,8 +7,8 @@
 using lumo::store::Packet;
 using lumo::store::Status;
 
-StoreCore::StoreCore(std::uint64_t epoch, Send send, Keep keep)
-    : _epoch(epoch), _send(std::move(send)), _keep(std::move(keep)),
+StoreCore::StoreCore(std::uint64_t epoch, const StoreSecret &secret, Send send, Keep keep, Hurry hurry)
+    : _epoch(epoch), _secret(secret), _send(std::move(send)), _keep(std::move(keep)), _hurry(std::move(hurry)),
       _values([this](const StoreValues::Entry &entry) { changed(entry); })
 {
 }
@@ -22,29 +22,42 @@ void StoreCore::receive(const Peer &peer, std::span<const std::uint8_t> datagram
         _counters.malformed++;
         return;
     }
-    switch (packet->body_case()) {
-    case Packet::kSetRequest:
-        return handleSet(peer, *packet, now);
-    case Packet::kGetRequest:
-        return handleGet(peer, *packet);
-    case Packet::kListRequest:
-        return handleList(peer, *packet);
-    case Packet::kAttributesRequest:
-        return handleAttributes(peer, *packet);
-    case Packet::kSubscribeRequest:
+    _allowedBytes = datagram.size();
+    if (packet->body_case() == Packet::kSubscribeRequest) {
         return handleSubscribe(peer, *packet, now);
-    case Packet::kGoodbye:
-        std::erase_if(_subscribers, [&](const Subscriber &s) {
-            return s.client() == packet->client() && s.id() == packet->goodbye().subscription();
-        });
-        return;
-    case Packet::kEventsAck: {
-        const auto &ack = packet->events_ack();
-        if (Subscriber *subscriber = findSubscriber(packet->client(), ack.subscription())) {
-            subscriber->acknowledge(ack.sequence());
-        }
-        return;
     }
+    Subscriber *subscriber = findSubscriber(packet->client());
+    if (subscriber && subscriber->id() == packet->subscription() && subscriber->peer() == peer) {
+        _allowedBytes = maxPacketBytes;
+        return handleRequest(*subscriber, *packet, now);
+    }
+    _counters.homeless++;
+    if (packet->request() != 0) {
+        Packet reply = replyTo(*packet);
+        reply.mutable_refusal()->set_status(Status::NoSubscription);
+        send(peer, reply);
+    }
+}
+
+void StoreCore::handleRequest(Subscriber &subscriber, const Packet &packet, StoreTime now)
+{
+    const Peer peer = subscriber.peer();
+    switch (packet.body_case()) {
+    case Packet::kSetRequest:
+        return handleSet(subscriber, packet, now);
+    case Packet::kGetRequest:
+        return handleGet(peer, packet);
+    case Packet::kListRequest:
+        return handleList(peer, packet);
+    case Packet::kAttributesRequest:
+        return handleAttributes(peer, packet);
+    case Packet::kKeepRequest:
+        return handleKeep(subscriber, packet);
+    case Packet::kGoodbye:
+        std::erase_if(_subscribers, [&](const Subscriber &s) { return s.client() == packet.client(); });
+        return;
+    case Packet::kEventsAck:
+        return subscriber.acknowledge(packet.events_ack().sequence());
     default:
         // What only the store says.
         _counters.malformed++;
@@ -79,8 +92,9 @@ std::int64_t StoreCore::step(StoreTime now)
 
 void StoreCore::changed(const StoreValues::Entry &entry)
 {
-    if (entry.descriptor->isPersistent()) {
-        _keep(entry.descriptor->id(), entry.value);
+    if (_keep && entry.descriptor->isPersistent()) {
+        _lastToKeep = entry.revision;
+        _keep(entry.descriptor->id(), entry.value, entry.revision);
     }
     const lumo::store::Item item = itemToWire(entry);
     for (Subscriber &subscriber : _subscribers) {
@@ -88,32 +102,29 @@ void StoreCore::changed(const StoreValues::Entry &entry)
     }
 }
 
-void StoreCore::handleSet(const Peer &peer, const Packet &packet, StoreTime now)
+void StoreCore::handleSet(Subscriber &subscriber, const Packet &packet, StoreTime now)
 {
-    Client &client = clientRecord(packet.client(), now.monotonicMs);
-    if (packet.request() <= client.lastRequest) {
+    if (packet.request() <= subscriber.lastSet().request) {
         _counters.duplicates++;
-        const auto found = std::ranges::find(client.replies, packet.request(),
-                                             [](const auto &reply) { return reply.first; });
-        if (found != client.replies.end()) {
-            _send(peer, found->second);
+        // Only the last one can still be waited for.
+        if (packet.request() == subscriber.lastSet().request) {
+            _send(subscriber.peer(), subscriber.lastSet().reply);
         }
         return;
     }
-    client.lastRequest = packet.request();
     Packet reply = replyTo(packet);
     auto *results = reply.mutable_set_reply();
     for (const lumo::store::Set &set : packet.set_request().set()) {
         *results->add_result() = carryOut(set, packet.client(), now.wall);
     }
-    const std::string datagram = encodePacket(reply);
-    client.replies.emplace_back(packet.request(), datagram);
-    if (client.replies.size() > maxReplies) {
-        client.replies.pop_front();
+    std::string datagram = encodePacket(reply);
+    if (datagram.empty()) {
+        // So many sets in one packet that their results fit in none: then only that they were done is told.
+        reply.mutable_set_reply()->clear_result();
+        datagram = encodePacket(reply);
     }
-    if (!datagram.empty()) {
-        _send(peer, datagram);
-    }
+    _send(subscriber.peer(), datagram);
+    subscriber.rememberSet(packet.request(), std::move(datagram));
 }
 
 lumo::store::SetResult StoreCore::carryOut(const lumo::store::Set &set, std::uint64_t origin,
@@ -188,46 +199,97 @@ void StoreCore::handleAttributes(const Peer &peer, const Packet &packet)
     send(peer, reply);
 }
 
+void StoreCore::handleKeep(Subscriber &subscriber, const Packet &packet)
+{
+    subscriber.waitForKeep({packet.request(), packet.keep_request().revision()});
+    answerKeep(subscriber);
+    if (subscriber.waitedKeep().request != 0 && _hurry) {
+        _hurry();
+    }
+}
+
+/// Answer who waits for the medium, if there is an answer yet.
+void StoreCore::answerKeep(Subscriber &subscriber)
+{
+    const Subscriber::WaitedKeep waited = subscriber.waitedKeep();
+    const bool isKept = !_keep || std::min(waited.revision, _lastToKeep) <= _kept;
+    if (waited.request == 0 || (!isKept && _isKeeping)) {
+        return;
+    }
+    Packet reply;
+    reply.set_client(subscriber.client());
+    reply.set_request(waited.request);
+    reply.set_epoch(_epoch);
+    reply.mutable_keep_reply()->set_status(isKept ? Status::Ok : Status::NotKept);
+    reply.mutable_keep_reply()->set_revision(isKept ? std::max(waited.revision, _kept) : _kept);
+    _send(subscriber.peer(), encodePacket(reply));
+    subscriber.waitForKeep({});
+}
+
+void StoreCore::kept(std::uint64_t revision)
+{
+    _kept = std::max(_kept, revision);
+    _isKeeping = true;
+    std::ranges::for_each(_subscribers, [this](Subscriber &subscriber) { answerKeep(subscriber); });
+}
+
+void StoreCore::setKeeping(bool isKeeping)
+{
+    _isKeeping = isKeeping;
+    std::ranges::for_each(_subscribers, [this](Subscriber &subscriber) { answerKeep(subscriber); });
+}
+
 void StoreCore::handleSubscribe(const Peer &peer, const Packet &packet, StoreTime now)
 {
+    const auto &request = packet.subscribe_request();
     Packet reply = replyTo(packet);
     auto *body = reply.mutable_subscribe_reply();
-    Subscriber *subscriber =
-        findSubscriber(packet.client(), packet.subscribe_request().subscription());
-    if (subscriber) {
-        subscriber->renew(peer, now.monotonicMs);
-    } else {
-        std::erase_if(_subscribers,
-                      [&](const Subscriber &s) { return s.client() == packet.client(); });
-        if (_subscribers.size() >= maxSubscribers) {
-            body->set_status(Status::Busy);
-            return send(peer, reply);
-        }
-        subscriber =
-            &_subscribers.emplace_back(packet.client(), ++_lastSubscription, peer, now.monotonicMs);
+    Subscriber *subscriber = findSubscriber(packet.client());
+    const bool isRenewal = subscriber && subscriber->peer() == peer && subscriber->id() == request.subscription();
+    if (!isRenewal && !isCookieGood(_secret, packet.client(), peer, now.monotonicMs, request.cookie())) {
+        body->set_status(Status::Prove);
+        body->set_cookie(makeCookie(_secret, packet.client(), peer, now.monotonicMs));
+        return send(peer, reply);
     }
+    _allowedBytes = maxPacketBytes;
+    // A client that asks again, because the answer was lost, gets the same; one that has moved says
+    // which one was its own.
+    if (!subscriber) {
+        subscriber = newSubscriber(packet.client(), peer, now.monotonicMs);
+    } else if (subscriber->peer() != peer && subscriber->id() != request.subscription()) {
+        subscriber = nullptr;
+    }
+    if (!subscriber) {
+        _counters.busy++;
+        body->set_status(Status::Busy);
+        return send(peer, reply);
+    }
+    subscriber->renew(peer, now.monotonicMs);
     body->set_subscription(subscriber->id());
     body->set_sequence(subscriber->sequence());
     send(peer, reply);
 }
 
-Subscriber *StoreCore::findSubscriber(std::uint64_t client, std::uint64_t subscription)
+Subscriber *StoreCore::findSubscriber(std::uint64_t client)
 {
-    const auto found = std::ranges::find_if(_subscribers, [&](const Subscriber &s) {
-        return s.client() == client && s.id() == subscription;
-    });
+    const auto found = std::ranges::find(_subscribers, client, &Subscriber::client);
     return found == _subscribers.end() ? nullptr : &*found;
 }
 
-StoreCore::Client &StoreCore::clientRecord(std::uint64_t client, std::int64_t nowMs)
+/// Null when all subscriptions are taken.
+Subscriber *StoreCore::newSubscriber(std::uint64_t client, const Peer &peer, std::int64_t nowMs)
 {
-    if (!_clients.count(client) && _clients.size() >= maxClients) {
-        _clients.erase(std::ranges::min_element(
-            _clients, {}, [](const auto &other) { return other.second.usedAtMs; }));
+    if (_subscribers.size() >= maxSubscribers) {
+        return nullptr;
     }
-    Client &record = _clients[client];
-    record.usedAtMs = nowMs;
-    return record;
+    // A number that nobody can foretell: it is what a client's requests are known by.
+    const std::uint64_t count = ++_lastSubscription;
+    std::array<std::uint8_t, 8> bytes;
+    for (std::size_t i = 0; i < bytes.size(); i++) {
+        bytes[i] = static_cast<std::uint8_t>(count >> (8 * i));
+    }
+    const std::uint64_t id = sipHash(_secret, bytes);
+    return &_subscribers.emplace_back(client, id ? id : 1, peer, nowMs);
 }
 
 Packet StoreCore::replyTo(const Packet &packet) const
@@ -242,7 +304,9 @@ Packet StoreCore::replyTo(const Packet &packet) const
 void StoreCore::send(const Peer &peer, const Packet &packet)
 {
     const std::string datagram = encodePacket(packet);
-    if (!datagram.empty()) {
+    if (datagram.size() > _allowedBytes) {
+        _counters.withheld++;
+    } else if (!datagram.empty()) {
         _send(peer, datagram);
     }
 }

@@ -11,6 +11,7 @@
 #include <random>
 
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -23,6 +24,19 @@ namespace
 // Datagrams taken in before what is due is sent, so that no client keeps the others waiting.
 constexpr int maxReceived = 64;
 constexpr int receiveBufferBytes = 1 << 20;
+
+// The kernel's filter of the socket, in its own machine's words: offsets count from the UDP header.
+constexpr std::uint32_t udpHeaderBytes = 8;
+sock_filter filterSteps[] = {
+    BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
+    BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, udpHeaderBytes + maxPacketBytes, 4, 0),
+    BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, udpHeaderBytes + packetFrameBytes, 0, 3),
+    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, udpHeaderBytes),
+    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, packetMagic, 0, 1),
+    BPF_STMT(BPF_RET | BPF_K, 0xffffffff),
+    BPF_STMT(BPF_RET | BPF_K, 0),
+};
+const sock_fprog packetFilter{std::size(filterSteps), filterSteps};
 
 std::uint64_t randomNumber()
 {
@@ -54,14 +68,14 @@ sockaddr_in toSocketAddress(const Peer &peer)
 StoreServer::StoreServer(ValueFile *file)
     : _file(file), _wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       _core(
-          randomNumber(),
+          randomNumber(), {randomNumber(), randomNumber()},
           [this](const Peer &peer, const std::string &datagram) { send(peer, datagram); },
-          [this](eParam_t id, const ParamValue &value) {
-              if (_file) {
-                  _file->keep(id, value);
-              }
-          })
+          file ? [file](eParam_t id, const ParamValue &value,
+                        std::uint64_t revision) { file->keep(id, value, revision); }
+               : StoreCore::Keep(),
+          file ? [file] { file->hurry(); } : StoreCore::Hurry())
 {
+    static_assert(std::atomic<bool>::is_always_lock_free, "stop() is called by signal handlers");
 }
 
 StoreServer::~StoreServer()
@@ -74,31 +88,56 @@ StoreServer::~StoreServer()
     }
 }
 
-bool StoreServer::open(std::uint16_t port, std::string &problem)
+bool StoreServer::open(std::uint16_t port, std::string &problem, std::uint32_t host)
 {
-    _socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_in address = toSocketAddress({loopbackHost, port});
-    auto *plain = reinterpret_cast<sockaddr *>(&address);
-    if (_wake < 0 || _socket < 0 || bind(_socket, plain, sizeof address) != 0) {
+    if (!bindSocket(port, host)) {
         problem = "cannot bind port " + std::to_string(port) + ": " + std::strerror(errno);
         return false;
     }
+    if (_file) {
+        restore(problem);
+    }
+    return true;
+}
+
+bool StoreServer::bindSocket(std::uint16_t port, std::uint32_t host)
+{
+    _socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_in address = toSocketAddress({host, port});
+    auto *plain = reinterpret_cast<sockaddr *>(&address);
+    if (_wake < 0 || _socket < 0) {
+        return false;
+    }
+    // What does not even begin like a packet takes no room from those that do.
+    setsockopt(_socket, SOL_SOCKET, SO_ATTACH_FILTER, &packetFilter, sizeof packetFilter);
     setsockopt(_socket, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes);
+    const int on = 1;
+    setsockopt(_socket, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
+    if (bind(_socket, plain, sizeof address) != 0) {
+        return false;
+    }
     socklen_t length = sizeof address;
     getsockname(_socket, plain, &length);
     _port = ntohs(address.sin_port);
-    if (_file) {
-        for (const auto &[id, value] : _file->load(problem)) {
-            _core.values().restore(id, value, currentTime().wall);
-        }
-    }
     return true;
+}
+
+void StoreServer::restore(std::string &problem)
+{
+    std::size_t misfits = 0;
+    for (const auto &[id, value] : _file->load(problem, [this] { wake(); })) {
+        misfits += !_core.values().restore(id, value, currentTime().wall);
+    }
+    if (misfits > 0) {
+        problem += (problem.empty() ? "" : "; ") + std::to_string(misfits) +
+                   " kept values fit no parameter any more and are left out";
+    }
 }
 
 void StoreServer::run()
 {
     std::array<pollfd, 2> fds{{{_socket, POLLIN, 0}, {_wake, POLLIN, 0}}};
-    for (;;) {
+    while (!_stop) {
         const StoreTime now = currentTime();
         const std::int64_t next = _core.step(now);
         const std::int64_t wait = next < 0 ? -1 : std::max<std::int64_t>(next - now.monotonicMs, 0);
@@ -106,13 +145,25 @@ void StoreServer::run()
             return;
         }
         if (fds[1].revents) {
-            return;
+            std::uint64_t count = 0;
+            [[maybe_unused]] const ssize_t got = read(_wake, &count, sizeof count);
+            if (_file) {
+                const ValueFile::Progress progress = _file->progress();
+                _core.kept(progress.revision);
+                _core.setKeeping(!progress.isFailing);
+            }
         }
         receive();
     }
 }
 
 void StoreServer::stop()
+{
+    _stop = true;
+    wake();
+}
+
+void StoreServer::wake()
 {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = write(_wake, &one, sizeof one);
@@ -122,14 +173,27 @@ void StoreServer::receive()
 {
     // One byte more than a packet may have, so that a longer datagram is seen as such.
     std::array<std::uint8_t, maxPacketBytes + 1> buffer;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint32_t))> control;
     const StoreTime now = currentTime();
     for (int i = 0; i < maxReceived; i++) {
         sockaddr_in from{};
-        socklen_t length = sizeof from;
-        const ssize_t size = recvfrom(_socket, buffer.data(), buffer.size(), 0,
-                                      reinterpret_cast<sockaddr *>(&from), &length);
+        iovec part{buffer.data(), buffer.size()};
+        msghdr message{};
+        message.msg_name = &from;
+        message.msg_namelen = sizeof from;
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t size = recvmsg(_socket, &message, 0);
         if (size < 0) {
             return;
+        }
+        if (const cmsghdr *header = CMSG_FIRSTHDR(&message); header && header->cmsg_type == SO_RXQ_OVFL) {
+            std::uint32_t missed = 0;
+            std::memcpy(&missed, CMSG_DATA(header), sizeof missed);
+            // The kernel's count wraps at 32 bits; ours does not.
+            _missed += static_cast<std::uint32_t>(missed - static_cast<std::uint32_t>(_missed));
         }
         const Peer peer{ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)};
         _core.receive(peer, {buffer.data(), static_cast<std::size_t>(size)}, now);

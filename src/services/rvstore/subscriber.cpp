@@ -7,7 +7,7 @@
 namespace
 {
 
-constexpr std::int64_t firstResendMs = 20;
+constexpr std::int64_t firstResendMs = 10;
 constexpr std::int64_t lastResendMs = 500;
 // What a packet of events holds besides its items.
 constexpr std::size_t eventsOverheadBytes = 64;

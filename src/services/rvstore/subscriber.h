@@ -15,7 +15,8 @@ struct Peer {
     auto operator<=>(const Peer &) const = default;
 };
 
-/// What the store owes one subscribed client: the changes that it has not acknowledged. One
+/// What the store knows of one subscribed client: what it must not carry out twice, and what it owes
+/// it, the changes that it has not acknowledged. One
 /// datagram is on its way at a time; what changes meanwhile waits, and a parameter that changes
 /// again while it waits waits once, with its last value. Momentary parameters wait in order and
 /// keep every set; nothing that was set after one of them overtakes it.
@@ -37,6 +38,22 @@ public:
 
     void renew(Peer peer, std::int64_t nowMs);
     bool isExpired(std::int64_t nowMs) const { return nowMs >= _leaseEndMs; }
+
+    /// The last request that was carried out, and what it was answered with.
+    struct LastSet {
+        std::uint64_t request = 0;
+        std::string reply;
+    };
+    const LastSet &lastSet() const { return _lastSet; }
+    void rememberSet(std::uint64_t request, std::string reply) { _lastSet = {request, std::move(reply)}; }
+
+    /// A request to be told when a revision is on the medium; 0: none.
+    struct WaitedKeep {
+        std::uint64_t request = 0;
+        std::uint64_t revision = 0;
+    };
+    const WaitedKeep &waitedKeep() const { return _waitedKeep; }
+    void waitForKeep(WaitedKeep waited) { _waitedKeep = waited; }
 
     /// Owe one more change. False when too many wait: then all are dropped, and the client will be
     /// told to fetch the list again.
@@ -69,4 +86,6 @@ private:
     std::string _underway;
     std::int64_t _resendAtMs = 0;
     std::int64_t _resendAfterMs = 0;
+    LastSet _lastSet;
+    WaitedKeep _waitedKeep;
 };

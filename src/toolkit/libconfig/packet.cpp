@@ -1,30 +1,36 @@
 #include "libconfig/packet.h"
 
 #include <array>
-#include <cstring>
 
 using lumo::store::Packet;
 
 namespace
 {
 
-constexpr std::uint8_t magic[4] = {'R', 'V', 'P', 'S'};
-constexpr std::uint8_t version = 1;
+constexpr std::uint8_t version = 2;
 
-constexpr std::array<std::uint32_t, 256> makeCrcTable()
+// Row k holds what a byte does that k more bytes follow: eight bytes are taken at a time.
+using CrcTable = std::array<std::array<std::uint32_t, 256>, 8>;
+
+constexpr CrcTable makeCrcTable()
 {
-    std::array<std::uint32_t, 256> table{};
+    CrcTable table{};
     for (std::uint32_t n = 0; n < 256; n++) {
         std::uint32_t crc = n;
         for (int bit = 0; bit < 8; bit++) {
             crc = (crc >> 1) ^ ((crc & 1) ? 0x82f63b78u : 0u);
         }
-        table[n] = crc;
+        table[0][n] = crc;
+    }
+    for (std::size_t k = 1; k < 8; k++) {
+        for (std::size_t n = 0; n < 256; n++) {
+            table[k][n] = (table[k - 1][n] >> 8) ^ table[0][table[k - 1][n] & 0xff];
+        }
     }
     return table;
 }
 
-constexpr auto crcTable = makeCrcTable();
+constexpr CrcTable crcTable = makeCrcTable();
 
 std::uint32_t checksum(std::span<const std::uint8_t> datagram)
 {
@@ -37,13 +43,27 @@ std::uint32_t readBig32(const std::uint8_t *bytes)
            std::uint32_t(bytes[2]) << 8 | bytes[3];
 }
 
+void writeBig32(std::uint8_t *bytes, std::uint32_t number)
+{
+    for (int i = 0; i < 4; i++) {
+        bytes[i] = static_cast<std::uint8_t>(number >> (24 - 8 * i));
+    }
+}
+
 } // namespace
 
 std::uint32_t crc32c(std::span<const std::uint8_t> bytes, std::uint32_t before)
 {
     std::uint32_t crc = ~before;
+    for (; bytes.size() >= 8; bytes = bytes.subspan(8)) {
+        const auto at = [&](std::size_t i) -> std::uint32_t {
+            return i < 4 ? (bytes[i] ^ (crc >> (8 * i))) & 0xff : bytes[i];
+        };
+        crc = crcTable[7][at(0)] ^ crcTable[6][at(1)] ^ crcTable[5][at(2)] ^ crcTable[4][at(3)] ^
+              crcTable[3][at(4)] ^ crcTable[2][at(5)] ^ crcTable[1][at(6)] ^ crcTable[0][at(7)];
+    }
     for (const std::uint8_t byte : bytes) {
-        crc = (crc >> 8) ^ crcTable[(crc ^ byte) & 0xff];
+        crc = (crc >> 8) ^ crcTable[0][(crc ^ byte) & 0xff];
     }
     return ~crc;
 }
@@ -58,7 +78,7 @@ std::optional<Packet> decodePacket(std::span<const std::uint8_t> datagram, Packe
     if (datagram.size() < packetFrameBytes || datagram.size() > maxPacketBytes) {
         return fail(PacketError::Length);
     }
-    if (std::memcmp(datagram.data(), magic, sizeof magic) != 0) {
+    if (readBig32(datagram.data()) != packetMagic) {
         return fail(PacketError::Magic);
     }
     if (datagram[4] != version || datagram[5] != 0) {
@@ -87,15 +107,12 @@ std::string encodePacket(const Packet &packet)
     }
     std::string datagram(packetFrameBytes + length, '\0');
     auto *bytes = reinterpret_cast<std::uint8_t *>(datagram.data());
-    std::memcpy(bytes, magic, sizeof magic);
+    writeBig32(bytes, packetMagic);
     bytes[4] = version;
     bytes[6] = static_cast<std::uint8_t>(length >> 8);
     bytes[7] = static_cast<std::uint8_t>(length);
     packet.SerializeWithCachedSizesToArray(bytes + packetFrameBytes);
-    const std::uint32_t crc = checksum({bytes, datagram.size()});
-    for (int i = 0; i < 4; i++) {
-        bytes[8 + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
-    }
+    writeBig32(bytes + 8, checksum({bytes, datagram.size()}));
     return datagram;
 }
 

@@ -12,7 +12,7 @@
 //
 //   offset  bytes  content
 //        0      4  "RVPS"
-//        4      1  version, 1
+//        4      1  version, 2
 //        5      1  0
 //        6      2  bytes of the message that follows the frame
 //        8      4  CRC-32C of bytes 0 to 7 and of the message
@@ -20,6 +20,8 @@
 
 inline constexpr std::size_t maxPacketBytes = 1200;
 inline constexpr std::size_t packetFrameBytes = 12;
+/// "RVPS" as a big-endian number.
+inline constexpr std::uint32_t packetMagic = 0x52565053;
 
 /// Why a datagram is no packet.
 enum class PacketError {

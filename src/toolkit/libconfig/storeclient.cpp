@@ -125,21 +125,38 @@ std::optional<ParamValue> StoreClient::value(eParam_t id) const
     return _link.value(id);
 }
 
+timeval StoreClient::when(eParam_t id) const
+{
+    const std::lock_guard lock(_mutex);
+    return _link.when(id);
+}
+
 bool StoreClient::set(eParam_t id, const ParamValue &value)
 {
     bool isSet = false;
+    bool isSooner = false;
     {
         const std::lock_guard lock(_mutex);
         isSet = _link.set(id, value);
+        // Sent from here, so that the way out costs no change of threads.
+        const std::int64_t now = monotonicMs();
+        isSooner = _link.step(now) < _sleepsUntilMs;
     }
-    wake();
+    if (isSooner) {
+        wake();
+    }
     return isSet;
 }
 
 StoreClient::Outcome StoreClient::flush(Milliseconds timeout)
 {
     std::unique_lock lock(_mutex);
+    _flushing++;
+    _link.wantKept(true);
+    wake();
     const bool isComplete = _progress.wait_for(lock, timeout, [this] { return _link.isIdle(); });
+    _flushing--;
+    _link.wantKept(_flushing > 0);
     return {isComplete, _link.takeRefusals()};
 }
 
@@ -173,7 +190,8 @@ void StoreClient::run()
                 return;
             }
             const std::int64_t now = monotonicMs();
-            wait = std::max<std::int64_t>(_link.step(now) - now, 0);
+            _sleepsUntilMs = _link.step(now);
+            wait = std::max<std::int64_t>(_sleepsUntilMs - now, 0);
         }
         _progress.notify_all();
         deliverReachability();

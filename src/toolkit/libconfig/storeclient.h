@@ -42,10 +42,12 @@ public:
 
     /// The mirrored value; none when the parameter is unknown.
     std::optional<ParamValue> value(eParam_t id) const;
+    /// When the store's value was set; zero when it never was.
+    timeval when(eParam_t id) const;
     /// Queue a value. False when it does not fit, too many wait, or the store does not answer; in
     /// the latter case the last value of a parameter that is not momentary is sent when it does.
     bool set(eParam_t id, const ParamValue &value);
-    /// Wait until the store has answered all sets so far.
+    /// Wait until the store has answered all sets so far, and has those of kept parameters on its medium.
     Outcome flush(Milliseconds timeout);
 
     /// Tell a listener of every change from now on, on this client's thread; and at once, in the
@@ -65,10 +67,12 @@ private:
 
     int _socket;
     int _wake;
-    mutable std::mutex _mutex; ///< guards _link and _stop
+    mutable std::mutex _mutex; ///< guards what follows but for the listeners
     std::condition_variable _progress;
     StoreLink _link;
     bool _stop = false;
+    int _flushing = 0;
+    std::int64_t _sleepsUntilMs = 0; ///< when the thread looks again by itself
     std::recursive_mutex _dispatch; ///< held while listeners are called; never taken inside _mutex
     bool _toldReachable = true;     ///< what listeners have been told; guarded by _dispatch
     std::vector<ConfigEventListener *> _listeners;

@@ -11,8 +11,11 @@ using lumo::store::Status;
 namespace
 {
 
-// A request is sent, and sent again after each of these times; then the store counts as lost.
-constexpr std::array<std::int64_t, 5> retryAfterMs{50, 100, 200, 400, 800};
+// A request is sent, and sent again after each of these times and then always after the last.
+constexpr std::array<std::int64_t, 6> retryAfterMs{10, 20, 40, 80, 160, 320};
+// A request is made as long as any answer to it that the store may send to a stranger.
+constexpr std::size_t subscribePaddingBytes = 64;
+constexpr std::size_t requestPaddingBytes = 8;
 // While the store is lost: quickly at first, then at a pace that costs nothing.
 constexpr std::int64_t quickSearchMs = 20;
 constexpr std::int64_t slowSearchMs = 200;
@@ -40,6 +43,18 @@ std::optional<ParamValue> StoreLink::value(eParam_t id) const
         return std::nullopt;
     }
     return entry->wanted ? *entry->wanted : entry->value;
+}
+
+timeval StoreLink::when(eParam_t id) const
+{
+    const Entry *entry = find(id);
+    return entry ? entry->when : timeval{};
+}
+
+bool StoreLink::isIdle() const
+{
+    const bool isKept = _toKeep <= _kept && !(_isKeepUnsure && _phase != Phase::Live);
+    return _queue.empty() && _underway.empty() && (!_wantsKept || isKept);
 }
 
 bool StoreLink::set(eParam_t id, const ParamValue &value)
@@ -114,6 +129,7 @@ void StoreLink::lose(std::int64_t nowMs)
     _subscribeAtMs = nowMs + quickSearchMs;
     _subscribeAttempts = 0;
     _list = {};
+    _keep = {};
     requeue();
     // A command is meant for now, not for whenever the store comes back.
     std::erase_if(_queue, [this](const Queued &queued) {
@@ -142,12 +158,13 @@ std::int64_t StoreLink::step(std::int64_t nowMs)
         lose(nowMs);
     }
     stepSets(nowMs);
+    stepKeep(nowMs);
 
     std::int64_t next = _subscribeAtMs;
     if (_phase != Phase::Lost) {
         next = std::min(next, _heardAtMs + silenceMs);
     }
-    for (const Request *request : {&_list, &_sets}) {
+    for (const Request *request : {&_list, &_sets, &_keep}) {
         if (request->number) {
             next = std::min(next, request->dueMs);
         }
@@ -170,6 +187,9 @@ void StoreLink::stepSubscription(std::int64_t nowMs)
     packet.set_client(_client);
     packet.set_request(++_lastRequest);
     packet.mutable_subscribe_request()->set_subscription(_subscription);
+    packet.mutable_subscribe_request()->set_cookie(_cookie);
+    packet.set_padding(std::string(subscribePaddingBytes, '\0'));
+    _lastSubscribe = _lastRequest;
     _send(encodePacket(packet));
 }
 
@@ -206,12 +226,31 @@ void StoreLink::stepSets(std::int64_t nowMs)
     start(_sets, packet, nowMs);
 }
 
+void StoreLink::stepKeep(std::int64_t nowMs)
+{
+    if (_phase == Phase::Lost || !_wantsKept || _toKeep <= _kept) {
+        _keep = {};
+        return;
+    }
+    if (!_keep.number) {
+        Packet packet;
+        packet.mutable_keep_request()->set_revision(_toKeep);
+        start(_keep, packet, nowMs);
+        return;
+    }
+    // A medium may take its time; a store that is gone falls silent.
+    _keep.attempts = std::min(_keep.attempts, maxAttempts - 1);
+    sendRequest(_keep, nowMs);
+}
+
 void StoreLink::start(Request &request, Packet &packet, std::int64_t nowMs)
 {
     request = {};
     request.number = ++_lastRequest;
     packet.set_client(_client);
+    packet.set_subscription(_subscription);
     packet.set_request(request.number);
+    packet.set_padding(std::string(requestPaddingBytes, '\0'));
     request.datagram = encodePacket(packet);
     request.dueMs = nowMs;
     sendRequest(request, nowMs);
@@ -223,10 +262,11 @@ bool StoreLink::sendRequest(Request &request, std::int64_t nowMs)
     if (nowMs < request.dueMs) {
         return true;
     }
-    if (request.attempts >= static_cast<int>(retryAfterMs.size())) {
+    if (request.attempts >= maxAttempts) {
         return false;
     }
-    request.dueMs = nowMs + retryAfterMs[static_cast<std::size_t>(request.attempts++)];
+    const std::size_t pause = std::min(static_cast<std::size_t>(request.attempts++), retryAfterMs.size() - 1);
+    request.dueMs = nowMs + retryAfterMs[pause];
     _send(request.datagram);
     return true;
 }
@@ -238,7 +278,8 @@ void StoreLink::goodbye()
     }
     Packet packet;
     packet.set_client(_client);
-    packet.mutable_goodbye()->set_subscription(_subscription);
+    packet.set_subscription(_subscription);
+    packet.mutable_goodbye();
     _send(encodePacket(packet));
 }
 

@@ -32,6 +32,8 @@ public:
     static constexpr std::size_t maxRefusals = 64;
     static constexpr std::int64_t renewMs = 1500;
     static constexpr std::int64_t silenceMs = 3500;
+    /// So often a request is sent; a store that answers other things and never this one counts as lost.
+    static constexpr int maxAttempts = 24;
 
     /// `client` is random and not 0.
     StoreLink(std::uint64_t client, Send send);
@@ -44,8 +46,12 @@ public:
     bool isReachable() const { return _phase != Phase::Lost; }
     /// All values have been listed at least once.
     bool isReady() const { return _isReady; }
-    /// Nothing set waits for an answer.
-    bool isIdle() const { return _queue.empty() && _underway.empty(); }
+    /// When the store's value was set, as far as is known; zero for a default.
+    timeval when(eParam_t id) const;
+    /// Nothing set waits for an answer, nor for the store's medium if that was asked for.
+    bool isIdle() const;
+    /// From now on, have the store say when what was set is on its medium.
+    void wantKept(bool isWanted) { _wantsKept = isWanted; }
     /// The sets that failed since the last call.
     std::vector<StoreRefusal> takeRefusals();
 
@@ -69,6 +75,7 @@ private:
     struct Entry {
         const ParamDescriptor *descriptor;
         ParamValue value;                 ///< as the store has it, as far as is known
+        timeval when{};
         std::int64_t revision = -1;       ///< of the value in this epoch; -1 not known
         bool isOwn = false;               ///< this client was the last to set it
         std::optional<ParamValue> wanted; ///< set here, and not yet seen from the store
@@ -97,6 +104,10 @@ private:
     void refuse(const Queued &queued, lumo::store::Status status);
     void lose(std::int64_t nowMs);
 
+    bool isAnswer(const lumo::store::Packet &packet) const;
+    void handlePacket(const lumo::store::Packet &packet, std::int64_t nowMs, std::vector<ConfigEvent> &events);
+    void handleProve(const lumo::store::Packet &packet, std::int64_t nowMs);
+    void handleKept(const lumo::store::KeepReply &reply);
     void handleSubscribed(const lumo::store::Packet &packet, std::int64_t nowMs);
     void handleList(const lumo::store::Packet &packet, std::vector<ConfigEvent> &events);
     void handleEvents(const lumo::store::Packet &packet, std::vector<ConfigEvent> &events);
@@ -109,6 +120,7 @@ private:
 
     void stepSubscription(std::int64_t nowMs);
     void stepSets(std::int64_t nowMs);
+    void stepKeep(std::int64_t nowMs);
     bool sendRequest(Request &request, std::int64_t nowMs);
     void start(Request &request, lumo::store::Packet &packet, std::int64_t nowMs);
 
@@ -119,6 +131,9 @@ private:
     bool _isReady = false;
     std::uint64_t _epoch = 0;
     std::uint64_t _subscription = 0;
+    std::uint64_t _cookie = 0;
+    std::uint64_t _lastSubscribe = 0;  ///< the number of the last subscribe request
+    std::uint64_t _firstSubscribe = 1; ///< of the first that an answer may still belong to
     std::uint64_t _sequence = 0;
     std::uint64_t _lastRequest = 0;
     std::uint64_t _lastTicket = 0;
@@ -128,6 +143,12 @@ private:
     std::uint32_t _listFrom = 0;
     Request _list;
     Request _sets;
+    Request _keep;
+    bool _wantsKept = false;
+    bool _isKeepUnsure = false;    ///< the run of the store that was to keep something has ended
+    eParam_t _toKeepId{};          ///< the last kept parameter that was set
+    std::uint64_t _toKeep = 0;     ///< the revision of the last one
+    std::uint64_t _kept = 0;       ///< up to here the store's medium has everything
     std::vector<Queued> _underway;
     std::deque<Queued> _queue;
     std::vector<StoreRefusal> _refusals;

@@ -8,6 +8,8 @@
 #include "libconfig/packet.h"
 #include "libconfig/storelink.h"
 
+#include <algorithm>
+
 using lumo::store::Packet;
 using lumo::store::Status;
 
@@ -21,26 +23,47 @@ void StoreLink::receive(std::span<const std::uint8_t> datagram, std::int64_t now
     }
     if (packet->body_case() == Packet::kSubscribeReply) {
         handleSubscribed(*packet, nowMs);
-        return;
-    }
-    if (packet->epoch() != _epoch || _phase == Phase::Lost) {
+    } else if (packet->epoch() == _epoch && _phase != Phase::Lost) {
+        handlePacket(*packet, nowMs, events);
+    } else if (packet->epoch() != _epoch && packet->body_case() == Packet::kRefusal && isAnswer(*packet)) {
         // Another run of the store: only a subscription begins with it.
         _subscribeAtMs = std::min(_subscribeAtMs, nowMs);
-        return;
     }
+}
+
+/// Whether it answers a request that waits for one; anything else is late, or not meant for us.
+bool StoreLink::isAnswer(const Packet &packet) const
+{
+    return packet.request() != 0 && (packet.request() == _sets.number || packet.request() == _list.number ||
+                                     packet.request() == _keep.number);
+}
+
+void StoreLink::handlePacket(const Packet &packet, std::int64_t nowMs, std::vector<ConfigEvent> &events)
+{
     _heardAtMs = nowMs;
-    switch (packet->body_case()) {
+    switch (packet.body_case()) {
     case Packet::kSetReply:
-        return handleSetReply(*packet);
+        return handleSetReply(packet);
     case Packet::kListReply:
-        return handleList(*packet, events);
+        return handleList(packet, events);
     case Packet::kEvents:
-        return handleEvents(*packet, events);
+        return handleEvents(packet, events);
+    case Packet::kKeepReply:
+        if (_keep.number != 0 && packet.request() == _keep.number) {
+            handleKept(packet.keep_reply());
+        }
+        return;
     case Packet::kHeartbeat:
-        if (packet->heartbeat().subscription() == _subscription &&
-            packet->heartbeat().sequence() > _sequence) {
-            _sequence = packet->heartbeat().sequence();
+        if (packet.heartbeat().subscription() == _subscription && packet.heartbeat().sequence() > _sequence) {
+            _sequence = packet.heartbeat().sequence();
             beginListing();
+        }
+        return;
+    case Packet::kRefusal:
+        // The store has ended the subscription; what was sent within it is not carried out any more.
+        if (isAnswer(packet)) {
+            lose(nowMs);
+            _subscribeAtMs = nowMs;
         }
         return;
     default:
@@ -48,9 +71,37 @@ void StoreLink::receive(std::span<const std::uint8_t> datagram, std::int64_t now
     }
 }
 
+void StoreLink::handleKept(const lumo::store::KeepReply &reply)
+{
+    if (reply.status() != Status::Ok) {
+        if (_refusals.size() < maxRefusals) {
+            _refusals.push_back({_toKeepId, Status::NotKept});
+        }
+        _toKeep = _kept;
+    } else {
+        _kept = std::max(_kept, std::uint64_t(reply.revision()));
+    }
+    _keep = {};
+}
+
+void StoreLink::handleProve(const Packet &packet, std::int64_t nowMs)
+{
+    // Only the latest question's answer, so that repeated datagrams do not multiply.
+    if (packet.request() == _lastSubscribe) {
+        _cookie = packet.subscribe_reply().cookie();
+        _subscribeAtMs = nowMs;
+    }
+}
+
 void StoreLink::handleSubscribed(const Packet &packet, std::int64_t nowMs)
 {
     const auto &reply = packet.subscribe_reply();
+    if (packet.request() < _firstSubscribe || packet.request() > _lastSubscribe) {
+        return;
+    }
+    if (reply.status() == Status::Prove) {
+        return handleProve(packet, nowMs);
+    }
     if (reply.status() != Status::Ok) {
         return;
     }
@@ -64,8 +115,12 @@ void StoreLink::handleSubscribed(const Packet &packet, std::int64_t nowMs)
         startEpoch(packet.epoch());
     }
     if (isNew) {
+        // What is late from before belongs to another subscription.
+        _firstSubscribe = packet.request();
         _subscription = reply.subscription();
         _sequence = reply.sequence();
+        requeue();
+        _keep = {};
     }
     _subscribeAtMs = nowMs + renewMs;
     beginListing();
@@ -74,7 +129,10 @@ void StoreLink::handleSubscribed(const Packet &packet, std::int64_t nowMs)
 void StoreLink::startEpoch(std::uint64_t epoch)
 {
     _epoch = epoch;
-    requeue();
+    // What the last run had not yet said to be kept is either in the list or set again.
+    _isKeepUnsure = _isKeepUnsure || _toKeep > _kept;
+    _toKeep = 0;
+    _kept = 0;
     for (Entry &entry : _entries) {
         entry.revision = -1;
         if (entry.wanted && entry.wantedRevision >= 0) {
@@ -108,6 +166,7 @@ void StoreLink::handleList(const Packet &packet, std::vector<ConfigEvent> &event
         _list = {};
         _phase = Phase::Live;
         _isReady = true;
+        _isKeepUnsure = false;
         return;
     }
     _listFrom = reply.next();
@@ -124,7 +183,7 @@ void StoreLink::handleEvents(const Packet &packet, std::vector<ConfigEvent> &eve
     }
     Packet ack;
     ack.set_client(_client);
-    ack.mutable_events_ack()->set_subscription(_subscription);
+    ack.set_subscription(_subscription);
     ack.mutable_events_ack()->set_sequence(body.sequence());
     _send(encodePacket(ack));
     if (body.sequence() <= _sequence) {
@@ -157,9 +216,15 @@ void StoreLink::handleSetReply(const Packet &packet)
             if (isLast) {
                 entry.wanted.reset();
             }
-        } else if (isLast && entry.wanted) {
-            entry.wantedRevision =
-                static_cast<std::int64_t>(reply.result(static_cast<int>(i)).revision());
+            continue;
+        }
+        const std::uint64_t revision = reply.result(static_cast<int>(i)).revision();
+        if (entry.descriptor->isPersistent() && revision > _toKeep) {
+            _toKeep = revision;
+            _toKeepId = entry.descriptor->id();
+        }
+        if (isLast && entry.wanted) {
+            entry.wantedRevision = static_cast<std::int64_t>(revision);
             settle(entry);
         }
     }
@@ -190,6 +255,7 @@ void StoreLink::apply(const lumo::store::Item &item, bool isListed,
         return;
     }
     entry->revision = revision;
+    entry->when = when;
     if (isListed && item.origin() == 0 && entry->isOwn && takeBack(*entry, *value)) {
         return;
     }
