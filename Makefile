@@ -36,8 +36,9 @@ demo: build
 bench: build
 	@scripts/isolated.sh python3 bench/bench.py $(BUILD)/bin
 
-# Ten minutes of recording: no dropped frame, memory flat.
+# Every speed, end and join of playback, frame by frame; ten minutes of recording.
 soak: build
+	@cmake --build $(BUILD) -j $(JOBS) --target frame_law
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
 
 coverage: packages

@@ -34,7 +34,7 @@ OrbImageDesc descOf(const ClipFormat &format)
     desc.setAspectRatio(format.width, format.height);
     desc.setFrameRate(format.rateNum, format.rateDen);
     desc.setScanMode(format.scan);
-    desc.setDataType(OrbId(OrbIdImageProRes422Proxy));
+    desc.setDataType(OrbId(format.isHeavy ? OrbIdImageProRes422Hq : OrbIdImageProRes422Proxy));
     return desc;
 }
 
@@ -43,7 +43,7 @@ OrbImageDesc descOf(const ClipFormat &format)
 QString makeClip(const TestClip &test, const ClipFormat &format)
 {
     clip::ClipInfo info;
-    info.video = {clip::Codec::ProRes422Proxy, format.width, format.height, format.rateNum, format.rateDen,
+    info.video = {format.isHeavy ? clip::Codec::ProRes422Hq : clip::Codec::ProRes422Proxy, format.width, format.height, format.rateNum, format.rateDen,
                   format.scan == OrbImageDesc::Interlaced ? clip::Scan::Interlaced
                                                           : clip::Scan::Progressive,
                   true};

@@ -14,10 +14,11 @@ struct ClipFormat {
     int rateDen;
     OrbImageDesc::ScanMode scan;
     int fps; ///< labels a second
+    bool isHeavy = false; ///< coded at the quality of a recording, not the lowest
 };
 
 /// Makes \a clip (labels without drop frame) in \a format: moving pictures with their number in the bar,
-/// coded by the device's own coder at the lowest quality. What went wrong, or an empty text.
+/// coded by the device's own coder. What went wrong, or an empty text.
 QString makeClip(const TestClip &clip, const ClipFormat &format);
 
 } // namespace law

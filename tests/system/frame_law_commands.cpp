@@ -19,65 +19,81 @@ bool isOfClip(const Shown &seen)
 
 } // namespace
 
+Finding Playback::holdOn(const Plan &plan, int frame)
+{
+    Finding finding;
+    finding.problem = _player.standOn(_single, frame);
+    if (!finding.holds())
+        return finding;
+    const std::size_t from = _player.watch().count();
+    _player.waitForFrames(from, static_cast<std::size_t>(plan.stillFrames));
+    return follow(_player.watch().since(from), _single, {frame, Speed {0}, false}, 0);
+}
+
 void Playback::holdStill(const Plan &plan)
 {
     if (plan.stillFrames == 0 || !load(_single))
         return;
     for (const int frame : {0, _single.length() / 2, _single.length() - 1}) {
-        Finding finding;
-        finding.problem = _player.standOn(_single, frame);
-        if (finding.holds()) {
-            const std::size_t from = _player.watch().count();
-            _player.waitForFrames(from, static_cast<std::size_t>(plan.stillFrames));
-            finding = follow(_player.watch().since(from), _single, {frame, Speed {0}, false}, 0);
-        }
+        const Finding finding = _player.watched([&] { return holdOn(plan, frame); });
         add(QStringLiteral("0"), false, QStringLiteral("still on %1").arg(frame), finding);
     }
 }
 
-void Playback::cueOnce(const Material &material, std::mt19937 &random)
+/// One cue or step, from still or on the way.
+Finding Playback::cueBy(const Material &material, const Command &command)
 {
     VtrObject &vtr = _player.vtr();
+    Finding finding;
+    finding.problem = _player.standOn(material, command.before.start);
+    if (!finding.holds())
+        return finding;
+    const int lateBefore = _player.lateBeats();
+    const std::size_t from = _player.watch().count();
+    if (command.before.speed.hundredths != 0) {
+        vtr.play(command.before.speed.value());
+        _player.waitForFrames(from, 8);
+    }
+    if (command.isStep)
+        vtr.step(command.value);
+    else
+        vtr.cue(command.value);
+    const std::size_t commanded = _player.watch().count();
+    _player.waitFor([&] { return _player.watch().last().number == command.target; }, 2000);
+    _player.waitForFrames(std::max(commanded, _player.watch().count()), 6);
+    return followCue(_player.watch().since(from), material, command.before, command.target,
+                     _player.lateBeats() - lateBefore);
+}
+
+void Playback::cueOnce(const Material &material, std::mt19937 &random)
+{
     const int length = material.length();
     std::uniform_int_distribution<int> anyFrame(0, length - 1);
     const int kind = std::uniform_int_distribution<int>(0, 9)(random);
     const int start = anyFrame(random);
-    Finding finding;
-    finding.problem = _player.standOn(material, start);
-    QString where;
-    Run before {start, Speed {0}, false};
-    if (finding.holds()) {
-        int target = anyFrame(random);
-        const int lateBefore = _player.lateBeats();
-        const std::size_t from = _player.watch().count();
-        if (kind < 3) {
-            where = QStringLiteral("cue to %1 from %2").arg(target).arg(start);
-            vtr.cue(target);
-        } else if (kind < 5) { // on the way
-            const int speeds[] = {100, 200, -100, -400, 50};
-            before.speed = Speed {speeds[static_cast<std::size_t>(target % 5)]};
-            vtr.play(before.speed.value());
-            _player.waitForFrames(from, 8);
-            where = QStringLiteral("cue to %1 at %2").arg(target).arg(before.speed.value());
-            vtr.cue(target);
-        } else if (kind < 9) {
-            const int step = target - start;
-            where = QStringLiteral("step %1 from %2").arg(step).arg(start);
-            vtr.step(step);
-        } else {
-            const int outside[] = {-7, length, length + 1000};
-            const int wanted = outside[static_cast<std::size_t>(target % 3)];
-            target = wanted < 0 ? 0 : length - 1;
-            where = QStringLiteral("cue outside, %1").arg(wanted);
-            vtr.cue(wanted);
-        }
-        const std::size_t commanded = _player.watch().count();
-        _player.waitFor([&] { return _player.watch().last().number == target; }, 2000);
-        _player.waitForFrames(std::max(commanded, _player.watch().count()), 6);
-        finding = followCue(_player.watch().since(from), material, before, target,
-                            _player.lateBeats() - lateBefore);
+    const int target = anyFrame(random);
+    Command command {{start, Speed {0}, false}, false, target, target};
+    QString where = QStringLiteral("cue to %1 from %2").arg(target).arg(start);
+    if (kind < 2) {
+        constexpr int speeds[] = {100, 200, -100, -400, 50};
+        command.before.speed = Speed {speeds[static_cast<std::size_t>(target % 5)]};
+        where = QStringLiteral("cue to %1 at %2").arg(target).arg(command.before.speed.value());
+    } else if (kind < 6) {
+        command.isStep = true;
+        command.value = target - start;
+        where = QStringLiteral("step %1 from %2").arg(command.value).arg(start);
+    } else if (kind == 6) {
+        const int outside[] = {-7, length, length + 1000};
+        command.value = outside[static_cast<std::size_t>(target % 3)];
+        command.target = command.value < 0 ? 0 : length - 1;
+        where = QStringLiteral("cue outside, %1").arg(command.value);
+    } else if (kind == 7) {
+        command.isStep = true;
+        command.value = target % 2 == 0 ? -length - 3 : length + 3;
+        command.target = command.value < 0 ? 0 : length - 1;
+        where = QStringLiteral("step outside, %1").arg(command.value);
     }
-    add(QString(), false, where, finding);
+    add(QString(), false, where, _player.watched([&] { return cueBy(material, command); }));
 }
 
 void Playback::cueAround(const Plan &plan, std::uint32_t seed)
@@ -124,7 +140,7 @@ void Playback::enterPlay(const Plan &plan)
     for (const int hundredths : plan.entries) {
         const Speed speed {hundredths};
         const int start = hundredths > 0 ? 9 : _single.length() - 5;
-        const Finding finding = enterAt(speed, start);
+        const Finding finding = _player.watched([&] { return enterAt(speed, start); });
         _player.vtr().still();
         add(textOf(speed), false, QStringLiteral("from Standby Off"), finding);
     }
@@ -132,11 +148,12 @@ void Playback::enterPlay(const Plan &plan)
 
 /// Other material takes the place of the one being shown: no frame of the old one comes after it, and
 /// its frame 0 is new although a frame 0 was on the bus.
-void Playback::openOther(const Plan &)
+Finding Playback::openAnother()
 {
-    if (!load(_single))
-        return;
     Finding finding;
+    finding.problem = _player.load(_single);
+    if (!finding.holds())
+        return finding;
     _player.offer(_second);
     const std::size_t from = _player.watch().count();
     _player.vtr().reopenPlaybackStream();
@@ -149,48 +166,63 @@ void Playback::openOther(const Plan &)
     finding = follow(std::span(seen).subspan(i), _second, {0, Speed {0}, false}, 0, 12, Start::New);
     if (i == seen.size())
         finding.problem = QStringLiteral("the other clip never comes");
-    add(QString(), false, QStringLiteral("another clip opened"), finding);
+    return finding;
 }
 
-/// The same material is opened anew while it plays. It goes on where reading had come to: behind the frame on
-/// output by what was queued.
-void Playback::openSameAgain(const Plan &plan)
+void Playback::openOther(const Plan &plan)
 {
-    if (plan.entries.empty() || !load(_single))
+    if (plan.entries.empty())
         return;
+    add(QString(), false, QStringLiteral("another clip opened"), _player.watched([&] { return openAnother(); }));
+}
+
+/// The same material is opened anew while it plays. It goes on where reading had come to: behind the
+/// frame on output by what was queued.
+Finding Playback::openAgain()
+{
     constexpr int mostQueued = 12;
     const Run run {10, Speed {100}, false};
     Finding finding;
     finding.problem = _player.standOn(_single, run.start);
-    if (finding.holds()) {
-        const int lateBefore = _player.lateBeats();
-        const std::size_t from = _player.watch().count();
-        _player.vtr().play(run.speed.value());
-        _player.waitForFrames(from, 15);
-        _player.vtr().reopenPlaybackStream();
-        _player.waitForFrames(_player.watch().count(), 30);
-        const std::vector<Shown> seen = _player.watch().since(from);
-        const auto jump = std::adjacent_find(seen.begin(), seen.end(), [](const Shown &a, const Shown &b) {
-            return b.number > a.number + 1;
-        });
-        const bool jumps = jump != seen.end();
-        const int late = _player.lateBeats() - lateBefore;
-        const auto before = static_cast<std::size_t>(jump - seen.begin()) + (jumps ? 1 : 0);
-        std::size_t running = before;
-        while (running > 1 && seen[running - 1].number == seen[running - 2].number)
-            --running; // held while the stream opens
-        finding = follow(std::span(seen).first(running), _single, run, late);
-        if (finding.holds() && jumps) {
-            const int next = static_cast<int>(seen[before].number);
-            if (next > jump->number + mostQueued)
-                finding.problem = QStringLiteral("it goes on %1 frames further").arg(next - jump->number);
-            else
-                finding = follow(std::span(seen).subspan(before), _single, {next, run.speed, false}, late, 12,
-                                 Start::New);
-        }
-    }
+    if (!finding.holds())
+        return finding;
+    const int lateBefore = _player.lateBeats();
+    const std::size_t from = _player.watch().count();
+    _player.vtr().play(run.speed.value());
+    _player.waitForFrames(from, 15);
+    _player.vtr().reopenPlaybackStream();
+    _player.waitForFrames(_player.watch().count(), 30);
+    const std::vector<Shown> seen = _player.watch().since(from);
     _player.vtr().still();
-    add(textOf(run.speed), false, QStringLiteral("same clip opened again"), finding);
+    const auto jump = std::adjacent_find(seen.begin(), seen.end(), [](const Shown &a, const Shown &b) {
+        return b.number > a.number + 1;
+    });
+    if (jump == seen.end()) {
+        finding.problem = QStringLiteral("it does not go on from where reading was");
+        return finding;
+    }
+    const auto before = static_cast<std::size_t>(jump - seen.begin()) + 1;
+    std::size_t running = before;
+    while (running > 1 && seen[running - 1].number == seen[running - 2].number)
+        --running; // held while the stream opens
+    const int late = _player.lateBeats() - lateBefore;
+    const Finding first = follow(std::span(seen).first(running), _single, run, late);
+    const int next = static_cast<int>(seen[before].number);
+    if (!first.holds() || next > jump->number + mostQueued) {
+        finding.problem = first.holds() ? QStringLiteral("it goes on at frame %1").arg(next) : first.problem;
+        return finding;
+    }
+    finding = follow(std::span(seen).subspan(before), _single, {next, run.speed, false}, late, 12, Start::New);
+    finding.frames += first.frames;
+    return finding;
+}
+
+void Playback::openSameAgain(const Plan &plan)
+{
+    if (plan.entries.empty() || !load(_single))
+        return;
+    add(QStringLiteral("1"), false, QStringLiteral("same clip opened again"),
+        _player.watched([&] { return openAgain(); }));
 }
 
 /// The device needs another setup at the join: the last frame before it stands until that is done, and
@@ -220,6 +252,8 @@ Finding Playback::overMixedJoin(Speed speed)
         finding.problem = QStringLiteral("it does not come to frame %1").arg(next);
         return finding;
     }
+    _player.vtr().still();
+    _player.runFor(700); // a reset that was asked for is over
     finding = follow({seen.begin(), turn + 1}, _mixed, run, late);
     int black = 0;
     for (auto frame = turn + 1; frame != firstNew && finding.holds(); ++frame) {
@@ -237,19 +271,17 @@ Finding Playback::overMixedJoin(Speed speed)
 
 void Playback::playMixed(const Plan &plan)
 {
-    if (!plan.hasMixed || !load(_mixed))
+    if (!plan.hasOddities || !load(_mixed))
         return;
     for (const int hundredths : {100, -100, 50, -50, 25, 10}) {
-        const Finding finding = overMixedJoin(Speed {hundredths});
-        _player.vtr().still();
-        _player.runFor(700); // a reset that was asked for is over
+        const Finding finding = _player.watched([&] { return overMixedJoin(Speed {hundredths}); });
         add(textOf(Speed {hundredths}), false, QStringLiteral("join of two formats"), finding);
     }
 }
 
 /// Commands faster than they can be carried out. Whatever comes on the bus is a true frame of the material, and
 /// the last command is obeyed.
-void Playback::stormOnce(const Material &material, std::mt19937 &random, int number)
+Finding Playback::stormOnce(const Material &material, std::mt19937 &random)
 {
     const auto any = [&](int most) { return std::uniform_int_distribution<int>(0, most)(random); };
     constexpr double speeds[] = {1, 2, 4, 0.5, 20, -1, -2, -0.25, -20, 0, 1.1, 16};
@@ -280,7 +312,7 @@ void Playback::stormOnce(const Material &material, std::mt19937 &random, int num
         if (!problem.isEmpty() && finding.holds())
             finding.problem = problem + QStringLiteral("; seen ") + seen.toString();
     }
-    add(QString(), false, QStringLiteral("storm %1").arg(number), finding);
+    return finding;
 }
 
 void Playback::storm(const Plan &plan, std::uint32_t seed)
@@ -290,7 +322,8 @@ void Playback::storm(const Plan &plan, std::uint32_t seed)
         const Material &material = i % 2 == 0 ? _single : _list;
         if (!load(material))
             return;
-        stormOnce(material, random, i + 1);
+        add(QString(), false, QStringLiteral("storm %1").arg(i + 1),
+            _player.watched([&] { return stormOnce(material, random); }));
     }
 }
 

@@ -40,12 +40,12 @@ public:
         , _format(QString::fromLatin1(minute.inputFormat))
         , _player("pattern", minute.inputFormat)
         , _start {0, minute.minute - 1, 60 - secondsBefore, 0, minute.fps, true}
-        , _path(QStringLiteral("%1/drop-%2-%3.mov").arg(folder).arg(minute.fps).arg(minute.minute))
+        , _path(QStringLiteral("%1-drop-%2-%3.mov").arg(folder).arg(minute.fps).arg(minute.minute))
         , _seconds(seconds)
     {
     }
 
-    void run();
+    [[nodiscard]] bool run(bool isLastTry);
 
 private:
     QString recordOver();
@@ -67,11 +67,7 @@ private:
 
 void DropFrame::add(const QString &speed, const QString &where, const Finding &finding)
 {
-    Finding told = finding;
-    if (_player.watch().missed() > 0)
-        told.problem.prepend(
-            QStringLiteral("THE WATCH MISSED %1 FRAMES OF THE BUS; ").arg(_player.watch().missed()));
-    _table.add(_format, speed, false, where, told.frames, told.late, told.problem);
+    _table.add(_format, speed, false, where, finding.frames, finding.late, finding.problem);
 }
 
 /// Every frame of the recording has the label after the one before it.
@@ -167,22 +163,32 @@ Finding DropFrame::playBack(int hundredths)
     return finding;
 }
 
-void DropFrame::run()
+/// False when the machine was too busy for a recording that proves anything.
+bool DropFrame::run(bool isLastTry)
 {
     const QString minute = _start.min == 9 ? QStringLiteral("tenth minute") : QStringLiteral("minute");
     Finding recorded;
     recorded.problem = recordOver();
     recorded.frames = _framesSeen;
+    const bool isTooBusy = _player.watch().missed() > 0 || _player.droppedFrames() > 0;
+    if (isTooBusy && !isLastTry) {
+        std::printf("# the machine was too busy to record: %s\n", qPrintable(recorded.problem));
+        return false;
+    }
+    if (_player.watch().missed() > 0)
+        recorded.problem.prepend(QStringLiteral("THE WATCH MISSED FRAMES OF THE BUS; "));
     add(QStringLiteral("record"), QStringLiteral("over a ") + minute, recorded);
     if (!recorded.holds())
-        return;
+        return true;
     Finding probed;
     probed.problem = probe();
     add(QString(), QStringLiteral("start label in the file"), probed);
     if (_length <= 0)
-        return;
+        return true;
     for (const int hundredths : {100, -100})
-        add(QString::number(hundredths / 100), QStringLiteral("over a ") + minute, playBack(hundredths));
+        add(QString::number(hundredths / 100), QStringLiteral("over a ") + minute,
+            _player.watched([&] { return playBack(hundredths); }));
+    return true;
 }
 
 } // namespace
@@ -198,7 +204,11 @@ void runDropFrame(Table &table, Extent extent, const QString &folder)
     };
     const bool isFull = extent == Extent::Full;
     for (const Minute &minute : minutes) {
-        DropFrame(table, minute, folder, isFull ? 5 : 4).run();
+        for (int tries = 3; tries > 0; --tries) {
+            if (DropFrame(table, minute, QStringLiteral("%1/%2").arg(folder).arg(tries), isFull ? 5 : 4)
+                    .run(tries == 1))
+                break;
+        }
         if (!isFull)
             return;
     }

@@ -55,6 +55,7 @@ constexpr law::ClipFormat formats[] = {
     {"1280x720p50",          1280, 720,   50, 1,       OrbImageDesc::Progressive, 50},
     {"1920x1080i25",         1920, 1080,  25, 1,       OrbImageDesc::Interlaced,  25},
     {"1920x1080p24000/1001", 1920, 1080,  24000, 1001, OrbImageDesc::Progressive, 24},
+    {"1920x1080p50 HQ",      1920, 1080,  50, 1,       OrbImageDesc::Progressive, 50, true},
 };
 
 } // namespace
@@ -93,6 +94,8 @@ int main(int argc, char **argv)
     law::Table table;
     table.head();
     for (const law::ClipFormat &format : formats) {
+        if (format.isHeavy && extent == law::Extent::Short)
+            continue;
         if (only.isEmpty() || only == QLatin1String(format.name))
             law::runPlayback(table, format, extent, folder.path(), seed);
     }

@@ -14,6 +14,13 @@ const std::vector<int> everySpeed = {10,   25,   50,   100,  110,  200,  400,   
 Plan planOf(Extent extent, const ClipFormat &format)
 {
     Plan plan {};
+    if (format.isHeavy) {
+        plan.middle = {100, 200, 800, 1600, 2000, -100, -200, -800, -1600, -2000};
+        plan.ends = plan.joins = {2000, -2000};
+        plan.longLength = 500;
+        plan.shortLength = 160;
+        return plan;
+    }
     if (extent == Extent::Full) {
         plan.middle = plan.ends = plan.joins = everySpeed;
         plan.changes = {{100, 400}, {400, -200}, {-200, 100}, {100, 50}, {50, -100}, {2000, -2000},
@@ -24,7 +31,7 @@ Plan planOf(Extent extent, const ClipFormat &format)
         plan.cues = 50;
         plan.storms = 20;
         plan.stillFrames = 300;
-        plan.hasMixed = true;
+        plan.hasOddities = true;
         return plan;
     }
     // Each format has its part.
@@ -37,12 +44,12 @@ Plan planOf(Extent extent, const ClipFormat &format)
         plan.joins = {2000};
         plan.shortLength = 100;
         plan.cues = 10;
-        plan.stillFrames = 100;
     } else {
         plan.middle = {100, -100, 200, -400, 50, 2000, -2000};
         plan.entries = {100};
         plan.longLength = 200;
         plan.storms = 3;
+        plan.stillFrames = 100;
     }
     return plan;
 }
@@ -77,6 +84,22 @@ QString Playback::make(TestClip &clip, const ClipFormat &format, int number, int
     return makeClip(clip, format);
 }
 
+QString Playback::makeShortClips()
+{
+    constexpr int clipCount = 14;
+    std::vector<TestClip> clips(clipCount);
+    for (int i = 0; i < clipCount; ++i) {
+        TestClip &clip = clips[static_cast<std::size_t>(i)];
+        const int length = i == 0 ? 1 : i == 1 ? 2 : 3 + i % 4;
+        if (const QString problem = make(clip, _format, 10 + i, length); !problem.isEmpty())
+            return problem;
+    }
+    _one = Material(QStringLiteral("clip of one frame"), {clips[0]});
+    _pair = Material(QStringLiteral("clip of two frames"), {clips[1]});
+    _crumbs = Material(QStringLiteral("list of short clips"), clips);
+    return QString();
+}
+
 bool Playback::prepare(const Plan &plan)
 {
     static constexpr ClipFormat small = {"", 1280, 720, 50, 1, OrbImageDesc::Progressive, 50};
@@ -86,7 +109,9 @@ bool Playback::prepare(const Plan &plan)
     QString problem;
     for (int i = 0; i < 3 && problem.isEmpty(); ++i)
         problem = make(clips[static_cast<std::size_t>(i)], _format, i + 1, lengths[i]);
-    if (problem.isEmpty() && plan.hasMixed) {
+    if (problem.isEmpty() && plan.hasOddities)
+        problem = makeShortClips();
+    if (problem.isEmpty() && plan.hasOddities) {
         TestClip other;
         problem = make(other, _format.height == small.height ? large : small, 4, 60);
         _mixed = Material(QStringLiteral("two formats"), {clips[1], other});
@@ -112,22 +137,20 @@ bool Playback::load(const Material &material)
 
 void Playback::add(const QString &speed, bool looping, const QString &where, const Finding &finding)
 {
-    QString problem = finding.problem;
-    const std::uint64_t missed = _player.watch().missed() - _missedBefore;
-    _missedBefore += missed;
-    if (missed > 0)
-        problem.prepend(QStringLiteral("THE WATCH MISSED %1 FRAMES OF THE BUS; ").arg(missed));
-    _table.add(QLatin1String(_format.name), speed, looping, where, finding.frames, finding.late, problem);
+    _table.add(QLatin1String(_format.name), speed, looping, where, finding.frames, finding.late, finding.problem);
 }
 
 void Playback::line(const Material &material, Speed speed, bool looping, const QString &where, int start,
                     int outputs, bool reachesEnd)
 {
-    Finding finding = _player.play(material, {start, speed, looping}, outputs);
-    if (finding.holds() && reachesEnd && !looping)
-        finding.problem = comeToStill();
-    _player.vtr().setLooping(false);
-    _player.vtr().still();
+    const Finding finding = _player.watched([&] {
+        Finding run = _player.play(material, {start, speed, looping}, outputs);
+        if (run.holds() && reachesEnd && !looping)
+            run.problem = comeToStill();
+        _player.vtr().setLooping(false);
+        _player.vtr().still();
+        return run;
+    });
     add(textOf(speed), looping, where, finding);
 }
 
@@ -169,6 +192,26 @@ void Playback::playOverEnds(const Plan &plan)
             line(_single, speed, looping, hundredths > 0 ? QStringLiteral("over the end")
                                                          : QStringLiteral("over the start"),
                  start, outputs, true);
+        if (plan.hasOddities)
+            line(_single, speed, true, QStringLiteral("from the end itself"), hundredths > 0 ? length - 1 : 0, 20,
+                 false);
+    }
+    if (!plan.hasOddities)
+        return;
+    line(_single, Speed {100}, false, QStringLiteral("stays at the end"), length - 1, 20, true);
+    line(_single, Speed {-100}, false, QStringLiteral("stays at the start"), 0, 20, true);
+}
+
+/// Clips shorter than a step, and than what is read ahead.
+void Playback::playShortClips(const Plan &plan)
+{
+    if (!plan.hasOddities)
+        return;
+    for (const Material &material : {_crumbs, _pair, _one}) {
+        if (!load(material))
+            return;
+        for (const int hundredths : {100, 50, 400, 2000, -100, -50, -400, -2000})
+            line(material, Speed {hundredths}, true, material.name(), material.length() / 2, 40, false);
     }
 }
 
@@ -196,32 +239,37 @@ void Playback::playOverJoins(const Plan &plan)
     }
 }
 
+Finding Playback::changeOnce(Speed before, Speed after)
+{
+    VtrObject &vtr = _player.vtr();
+    Finding finding;
+    const Run run {before.hundredths > 0 ? 10 : _single.length() - 10, before, false};
+    finding.problem = _player.standOn(_single, run.start);
+    if (!finding.holds())
+        return finding;
+    const int lateBefore = _player.lateBeats();
+    const std::size_t from = _player.watch().count();
+    vtr.play(before.value());
+    bool isRunning = _player.waitForFrames(from, 14);
+    const std::size_t command = _player.watch().count() - from;
+    vtr.play(after.value());
+    isRunning = isRunning && _player.waitForFrames(from, command + 20);
+    const std::vector<Shown> seen = _player.watch().since(from);
+    finding = followChange(seen, command, _single, run, after, _player.lateBeats() - lateBefore);
+    if (!isRunning)
+        finding.problem = QStringLiteral("the bus stands still");
+    vtr.still();
+    return finding;
+}
+
 void Playback::changeSpeeds(const Plan &plan)
 {
     if (plan.changes.empty() || !load(_single))
         return;
-    VtrObject &vtr = _player.vtr();
     for (const auto &[first, second] : plan.changes) {
         const Speed before {first};
         const Speed after {second};
-        Finding finding;
-        const int start = first > 0 ? 10 : _single.length() - 10;
-        finding.problem = _player.standOn(_single, start);
-        if (finding.holds()) {
-            const int lateBefore = _player.lateBeats();
-            const std::size_t from = _player.watch().count();
-            vtr.play(before.value());
-            bool isRunning = _player.waitForFrames(from, 14);
-            const std::size_t command = _player.watch().count() - from;
-            vtr.play(after.value());
-            isRunning = isRunning && _player.waitForFrames(from, command + 20);
-            const std::vector<Shown> seen = _player.watch().since(from);
-            finding = followChange(seen, command, _single, {start, before, false}, after,
-                                   _player.lateBeats() - lateBefore);
-            if (!isRunning)
-                finding.problem = QStringLiteral("the bus stands still");
-        }
-        vtr.still();
+        const Finding finding = _player.watched([&] { return changeOnce(before, after); });
         add(textOf(before) + QStringLiteral(" to ") + textOf(after), false, QStringLiteral("speed change"),
             finding);
     }
@@ -237,6 +285,7 @@ void runPlayback(Table &table, const ClipFormat &format, Extent extent, const QS
     playback.playThrough(plan);
     playback.playOverEnds(plan);
     playback.playOverJoins(plan);
+    playback.playShortClips(plan);
     playback.changeSpeeds(plan);
     playback.holdStill(plan);
     playback.cueAround(plan, seed);

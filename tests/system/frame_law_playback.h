@@ -19,7 +19,15 @@ struct Plan {
     int cues;
     int storms;
     int stillFrames;
-    bool hasMixed; ///< a play list of two formats
+    bool hasOddities; ///< very short clips, a play list of two formats
+};
+
+/// A cue or a step and where it must land.
+struct Command {
+    Run before;
+    bool isStep = false;
+    int value = 0;
+    int target = 0;
 };
 
 /// The lines of one format.
@@ -34,6 +42,7 @@ public:
     void playThrough(const Plan &plan);
     void playOverEnds(const Plan &plan);
     void playOverJoins(const Plan &plan);
+    void playShortClips(const Plan &plan);
     void changeSpeeds(const Plan &plan);
 
     // Commands (frame_law_commands.cpp)
@@ -49,12 +58,18 @@ private:
     void line(const Material &material, Speed speed, bool looping, const QString &where, int start,
               int outputs, bool reachesEnd);
     QString comeToStill();
+    Finding changeOnce(Speed before, Speed after);
+    Finding holdOn(const Plan &plan, int frame);
+    Finding openAnother();
+    Finding openAgain();
+    Finding cueBy(const Material &material, const Command &command);
     void cueOnce(const Material &material, std::mt19937 &random);
-    void stormOnce(const Material &material, std::mt19937 &random, int number);
+    Finding stormOnce(const Material &material, std::mt19937 &random);
     Finding enterAt(Speed speed, int start);
     Finding overMixedJoin(Speed speed);
     void add(const QString &speed, bool looping, const QString &where, const Finding &finding);
     bool load(const Material &material);
+    QString makeShortClips();
     QString make(TestClip &clip, const ClipFormat &format, int number, int length);
 
     Table &_table;
@@ -65,7 +80,9 @@ private:
     Material _second;
     Material _list;
     Material _mixed;
-    std::uint64_t _missedBefore = 0;
+    Material _crumbs;
+    Material _pair;
+    Material _one;
 };
 
 QString textOf(Speed speed);

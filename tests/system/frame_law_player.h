@@ -39,6 +39,9 @@ public:
     }
     /// Stands on \a frame, which is on the bus some frames long.
     QString standOn(const Material &material, int frame);
+    /// Runs \a run, again when the watch missed frames of the bus meanwhile: such a run proves
+    /// nothing. The third one that it missed is a problem.
+    Finding watched(const std::function<Finding()> &run);
     /// From still on the start of \a run through \a outputs of its frames and a few more, compared.
     Finding play(const Material &material, const Run &run, int outputs);
     QString standbyOff();
