@@ -43,7 +43,8 @@ OrbImageDesc descOf(const ClipFormat &format)
 QString makeClip(const TestClip &test, const ClipFormat &format)
 {
     clip::ClipInfo info;
-    info.video = {format.isHeavy ? clip::Codec::ProRes422Hq : clip::Codec::ProRes422Proxy, format.width, format.height, format.rateNum, format.rateDen,
+    info.video = {format.isHeavy ? clip::Codec::ProRes422Hq : clip::Codec::ProRes422Proxy,
+                  format.width, format.height, format.rateNum, format.rateDen,
                   format.scan == OrbImageDesc::Interlaced ? clip::Scan::Interlaced
                                                           : clip::Scan::Progressive,
                   true};
