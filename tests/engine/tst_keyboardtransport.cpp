@@ -31,6 +31,7 @@ private slots:
     void theHelpIsLogged();
     void theStatusLineIsPrintedWhenItChangesAndEveryTwoSeconds();
     void endOfInputStopsThePolling();
+    void nothingIsReadBehindTheEnd();
     void aTerminalHungUpStopsThePolling();
     void anyTimerIsAPoll();
     void keysCountBeforeTheLineAndTheLineBeforeTheSignal();
@@ -375,6 +376,25 @@ void TestKeyboardTransport::endOfInputStopsThePolling()
     }
     QCOMPARE(seen, QStringList{});
     QCOMPARE(refreshes, 10);
+}
+
+void TestKeyboardTransport::nothingIsReadBehindTheEnd()
+{
+    QTemporaryFile input;
+    QVERIFY(input.open());
+    input.write("rs");
+    input.flush();
+    QStringList seen;
+    {
+        Terminal terminal(qPrintable(input.fileName()));
+        Console console;
+        SimDispatcher::runFor(110);
+        input.write("f"); // the end has been seen
+        input.flush();
+        SimDispatcher::runFor(200);
+        seen = console.seen;
+    }
+    QCOMPARE(seen, (QStringList{"rewind", "stop"}));
 }
 
 void TestKeyboardTransport::aTerminalHungUpStopsThePolling()
