@@ -5,7 +5,11 @@
 #include "libpicture/framebar.h"
 #include "libpicture/patterns.h"
 
+#include <cstdio>
 #include <deque>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace law {
 
@@ -83,6 +87,16 @@ QString makeClip(const TestClip &test, const ClipFormat &format)
     if (const clip::Error error = writer.close())
         return QString::fromStdString(error.text);
     return QString();
+}
+
+void forgetPages(const TestClip &clip)
+{
+    const int fd = ::open(clip.path.toLocal8Bit().constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    if (::fdatasync(fd) != 0 || ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED) != 0)
+        std::fprintf(stderr, "%s stays in memory\n", qPrintable(clip.path));
+    ::close(fd);
 }
 
 } // namespace law

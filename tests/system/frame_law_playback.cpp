@@ -144,6 +144,8 @@ void Playback::line(const Material &material, Speed speed, bool looping, const Q
                     int outputs, bool reachesEnd)
 {
     const Finding finding = _player.watched([&] {
+        if (_format.isHeavy)
+            std::ranges::for_each(material.clips(), forgetPages);
         Finding run = _player.play(material, {start, speed, looping}, outputs);
         if (run.holds() && reachesEnd && !looping)
             run.problem = comeToStill();

@@ -77,7 +77,7 @@ QString Player::standbyOff()
     const bool isThere = waitFor(
         [this] {
             return _vtr->state().isInModeStandbyOff() && !_vtr->hasPendingModeChange()
-                   && !_isStreamOpen && _watch->last().content != bus::Content::Playback;
+                   && !_isStreamOpen && _watch->count() > 0 && _watch->last().number < 0;
         },
         patienceMs);
     return isThere ? QString() : QStringLiteral("no Standby Off: ") + _vtr->stateToString();
