@@ -25,12 +25,9 @@ public:
 
     void open(const QVariant &desc, OrbAccess access, const OrbStreamInfo &info) override
     {
-        _desc = desc;
         _access = access;
-        _script->note(desc, QStringLiteral("open %1 %2")
-                                .arg(access == OrbAccess::Write ? QStringLiteral("write")
-                                                                : QStringLiteral("read"),
-                                     ScriptedMedia::pathOf(desc)));
+        _path = ScriptedMedia::pathOf(desc);
+        _script->noteOpen(_path, access);
         if (access == OrbAccess::Write)
             _script->noteInfo(info);
         _isOpening = true;
@@ -46,7 +43,7 @@ public:
 
     void write(const OrbFrame &frame) override
     {
-        _script->noteWritten(_desc, frame);
+        _script->noteWritten(_path, frame);
         ++_unwritten;
         if (_script->writeMs >= 0)
             later(_script->writeMs, [this] { finishWrite(); });
@@ -56,7 +53,7 @@ public:
 
     void close() override
     {
-        _script->note(_desc, QStringLiteral("close %1").arg(ScriptedMedia::pathOf(_desc)));
+        _script->noteClose(_path);
         _isCloseAsked = true;
         if (!_isOpening)
             beginClose();
@@ -69,7 +66,7 @@ public:
         _isOpening = false;
         const OrbError result = error.isError() || exists() ? error : OrbError(ENOENT);
         if (!result.isError() && _access == OrbAccess::Read)
-            _clip = _script->clips.value(ScriptedMedia::pathOf(_desc));
+            _clip = _script->clips.value(_path);
         _host->driverOpened(result, info());
         if (_isCloseAsked)
             beginClose();
@@ -89,6 +86,23 @@ public:
             finishWrite();
     }
 
+    /// Answers that nobody asked for.
+    void answerStray(int kind)
+    {
+        switch (kind) {
+        case 0: _host->driverFrameRead(0, OrbFrame(), OrbError(EIO), nullptr); break;
+        case 1: _host->driverFrameRead(3, _script->frameOf(_clip, 3), OrbError(), this); break;
+        case 2:
+            if (!_isClosing)
+                _host->driverClosed();
+            break;
+        default:
+            if (!_isOpening)
+                _host->driverOpened(OrbError(EIO), info());
+            break;
+        }
+    }
+
     bool isOpening() const { return _isOpening; }
     bool isClosing() const { return _isClosing; }
 
@@ -102,7 +116,7 @@ private:
     bool exists() const
     {
         return _access == OrbAccess::Write
-            || _script->clips.contains(ScriptedMedia::pathOf(_desc));
+            || _script->clips.contains(_path);
     }
 
     OrbStreamInfo info() const
@@ -150,7 +164,7 @@ private:
     OrbMediaDriverHost *_host;
     ScriptedMedia::Outcome _open;
     QObject _context; ///< what is to come goes with the driver
-    QVariant _desc;
+    QString _path;
     OrbAccess _access = OrbAccess::None;
     ScriptedClip _clip;
     bool _isOpening = false;
@@ -172,10 +186,11 @@ void ScriptedMedia::install()
     using Driver = std::unique_ptr<OrbMediaDriver>;
     OrbDrivers::setMediaFactory([this](const QVariant &desc, OrbAccess, const OrbId &,
                                        OrbMediaDriverHost *host) -> Driver {
-        const bool isQuiet = !quietPrefix.isEmpty() && pathOf(desc).startsWith(quietPrefix);
-        const Outcome outcome = isQuiet ? Outcome() : nextOpen();
-        if (outcome.isRefused)
+        const Outcome outcome = isQuiet(pathOf(desc)) ? Outcome() : nextOpen();
+        if (outcome.isRefused) {
+            ++_refusals;
             return nullptr;
+        }
         return std::make_unique<ScriptedMediaDriver>(this, host, outcome);
     });
 }
@@ -196,10 +211,31 @@ QString ScriptedMedia::pathOf(const QVariant &desc)
     return names.join(QLatin1Char('+'));
 }
 
-void ScriptedMedia::note(const QVariant &desc, const QString &line)
+bool ScriptedMedia::isQuiet(const QString &path) const
 {
-    if (quietPrefix.isEmpty() || !pathOf(desc).startsWith(quietPrefix))
-        _transcript->note(QStringLiteral("media: ") + line);
+    return !quietPrefix.isEmpty() && path.startsWith(quietPrefix);
+}
+
+void ScriptedMedia::noteOpen(const QString &path, OrbAccess access)
+{
+    if (isQuiet(path))
+        return;
+    ++_calls;
+    const bool writes = access == OrbAccess::Write;
+    if (_transcript)
+        _transcript->note(QStringLiteral("media: open %1 %2")
+                              .arg(writes ? QStringLiteral("write") : QStringLiteral("read"), path));
+    if (onOpen)
+        onOpen(path, writes);
+}
+
+void ScriptedMedia::noteClose(const QString &path)
+{
+    if (isQuiet(path))
+        return;
+    ++_calls;
+    if (_transcript)
+        _transcript->note(QStringLiteral("media: close %1").arg(path));
 }
 
 ScriptedMedia::Outcome ScriptedMedia::nextOpen()
@@ -244,9 +280,18 @@ void ScriptedMedia::finishWrites()
             driver->finishWrites();
 }
 
-void ScriptedMedia::noteWritten(const QVariant &desc, const OrbFrame &frame)
+void ScriptedMedia::answerStray(int kind)
 {
-    _recordings[pathOf(desc)] << frame;
+    if (!_drivers.isEmpty())
+        _drivers.last()->answerStray(kind);
+}
+
+void ScriptedMedia::noteWritten(const QString &path, const OrbFrame &frame)
+{
+    if (onWritten)
+        onWritten(frame);
+    else
+        _recordings[path] << frame;
 }
 
 QList<int> ScriptedMedia::recordedNumbers(const QString &path) const

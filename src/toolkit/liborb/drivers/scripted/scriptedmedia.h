@@ -38,6 +38,7 @@ public:
     };
     static constexpr int held = -1;
 
+    /// Notes what it is told in \a transcript, which may be null.
     explicit ScriptedMedia(Transcript *transcript, QObject *parent = nullptr);
     ~ScriptedMedia() override;
 
@@ -57,10 +58,17 @@ public:
     /// Paths that begin so are handled but not noted: what the engine loads besides.
     QString quietPrefix;
 
+    // Called as it happens, when set; quiet paths are left out of the first
+    std::function<void(const QString &path, bool writes)> onOpen;
+    std::function<void(const OrbFrame &)> onWritten; ///< the frame is not kept then
+
     // To make happen now
     void finishOpen(const OrbError &error = OrbError());
     void finishClose();
     void finishWrites();
+    /// An answer that nobody asked for, from the driver opened last: a failed read (0), a good one (1), a
+    /// close (2), a failed open.
+    void answerStray(int kind);
 
     // What was
     const QHash<QString, QList<OrbFrame>> &recordings() const { return _recordings; }
@@ -68,13 +76,17 @@ public:
     const QList<OrbStreamInfo> &infos() const { return _infos; } ///< of the opens for writing
     const QList<int> &reads() const { return _reads; }
     int flushCount() const { return _flushCount; }
+    int refusals() const { return _refusals; }
+    quint64 calls() const { return _calls; }      ///< opens and closes so far
+    int streamCount() const { return int(_drivers.size()); } ///< drivers alive
 
     // Called by the drivers
-    void note(const QVariant &desc, const QString &line);
+    void noteOpen(const QString &path, OrbAccess access);
+    void noteClose(const QString &path);
     Outcome nextOpen();
     Outcome nextClose();
     void noteRead(int frame) { _reads << frame; }
-    void noteWritten(const QVariant &desc, const OrbFrame &frame);
+    void noteWritten(const QString &path, const OrbFrame &frame);
     void noteInfo(const OrbStreamInfo &info) { _infos << info; }
     void noteFlush() { ++_flushCount; }
     /// The path of a clip, or of the only clip that a play list stands for in this script.
@@ -84,10 +96,14 @@ public:
 private:
     friend class ScriptedMediaDriver;
 
+    bool isQuiet(const QString &path) const;
+
     Transcript *_transcript;
     QHash<QString, QList<OrbFrame>> _recordings;
     QList<OrbStreamInfo> _infos;
     QList<int> _reads;
     int _flushCount = 0;
+    int _refusals = 0;
+    quint64 _calls = 0;
     QList<ScriptedMediaDriver *> _drivers; ///< alive, newest last
 };

@@ -103,7 +103,7 @@ QString ScriptedVideo::setupText(const OrbVideoDeviceSetup &setup)
 
 bool ScriptedVideo::driverOpen(const QString &name, OrbVideoDriverHost *host)
 {
-    _transcript->note(QStringLiteral("device: open %1").arg(name));
+    note([&] { return QStringLiteral("device: open %1").arg(name); });
     if (opens)
         _host = host;
     return opens;
@@ -113,7 +113,7 @@ void ScriptedVideo::driverClose()
 {
     if (!_host)
         return;
-    _transcript->note(QStringLiteral("device: close"));
+    note([] { return QStringLiteral("device: close"); });
     _host = nullptr;
     for (QTimer *timer : {&_setupTimer, &_flushTimer, &_tickTimer})
         timer->stop();
@@ -121,11 +121,16 @@ void ScriptedVideo::driverClose()
 
 void ScriptedVideo::driverSetProperty(const OrbId &id, const QVariant &value)
 {
-    if (_properties.value(id.value()) != value)
-        _transcript->note(
-            QStringLiteral("device: property %1 = %2").arg(int(id.value())).arg(valueText(value)));
-    _properties.insert(id.value(), value);
-    ++_propertyCounts[id.value()];
+    ++_calls;
+    Property &property = _properties[id.value()];
+    ++property.count;
+    if (property.value != value)
+        note([&] {
+            return QStringLiteral("device: property %1 = %2")
+                .arg(int(id.value()))
+                .arg(valueText(value));
+        });
+    property.value = value;
     if (id == OrbId(OrbIdPropTimecodePreset))
         _generator = value.value<OrbTimecode>();
 }
@@ -160,8 +165,10 @@ OrbError ScriptedVideo::driverWrite(const OrbFrame &frame)
     if (framesWritable() == 0)
         return EAGAIN;
     if (notesFrames)
-        _transcript->note(QStringLiteral("device: write %1")
-                              .arg(frame.meta().valueFor(OrbId(OrbIdFrameNumber)).toInt()));
+        note([&] {
+            return QStringLiteral("device: write %1")
+                .arg(frame.meta().valueFor(OrbId(OrbIdFrameNumber)).toInt());
+        });
     _queue.push_back(frame);
     return {};
 }
@@ -169,7 +176,9 @@ OrbError ScriptedVideo::driverWrite(const OrbFrame &frame)
 OrbError ScriptedVideo::driverSetup(const OrbVideoDeviceSetup &setup)
 {
     const Outcome outcome = nextOutcome(setups);
-    _transcript->note(QStringLiteral("device: setup %1").arg(setupText(setup)));
+    ++_calls;
+    note([&] { return QStringLiteral("device: setup %1").arg(setupText(setup)); });
+    _setupsWhileBusy += _isInSetup ? 1 : 0;
     _sent << setup;
     if (outcome.refused.isError())
         return outcome.refused;
@@ -185,7 +194,8 @@ OrbError ScriptedVideo::driverSetup(const OrbVideoDeviceSetup &setup)
 void ScriptedVideo::driverFlush()
 {
     const Outcome outcome = nextOutcome(flushes);
-    _transcript->note(QStringLiteral("device: flush"));
+    ++_calls;
+    note([] { return QStringLiteral("device: flush"); });
     _isFlushing = true;
     _queue.clear();
     _speedRest = 0.0;
@@ -203,6 +213,9 @@ void ScriptedVideo::finishSetup(const OrbError &error)
     _isInSetup = false;
     if (!error.isError()) {
         _applied = _pending;
+        if (onLost)
+            for (const OrbFrame &frame : _capturedFrames)
+                onLost(frame);
         _capturedFrames.clear();
         _queue.clear();
         _onOutput = OrbFrame();
@@ -260,6 +273,8 @@ void ScriptedVideo::capture()
     ++_captured;
     _onOutput = frame;
     if (int(_capturedFrames.size()) >= captureLimit) {
+        if (onLost)
+            onLost(frame);
         _host->driverFrameDropped();
         return;
     }
@@ -308,52 +323,89 @@ void ScriptedVideo::show()
         return;
     _shown << meta.valueFor(OrbId(OrbIdFrameNumber)).toInt();
     if (notesFrames)
-        _transcript->note(QStringLiteral("output: %1").arg(_shown.last()));
+        note([this] { return QStringLiteral("output: %1").arg(_shown.last()); });
+    if (onShown)
+        onShown(_onOutput);
     if (meta.valueFor(OrbId(OrbIdKeyFrame)).toBool())
         _host->driverPlayedKeyFrame(meta);
 }
 
+// What the device says by itself; nothing when it is not open -----------------------------------
+
 void ScriptedVideo::dropFrame()
 {
-    _host->driverFrameDropped();
+    if (_host)
+        _host->driverFrameDropped();
 }
 
 void ScriptedVideo::changeInput(int input, const OrbVideoState &state)
 {
-    _host->driverInputChanged(input, state);
+    if (_host)
+        _host->driverInputChanged(input, state);
+}
+
+void ScriptedVideo::reportVbi(const OrbVbiInfo &info)
+{
+    if (_host)
+        _host->driverVbi(info);
 }
 
 void ScriptedVideo::reportPlayedKeyFrame(const OrbMetadataHash &meta)
 {
-    _host->driverPlayedKeyFrame(meta);
+    if (_host)
+        _host->driverPlayedKeyFrame(meta);
 }
 
 void ScriptedVideo::reportReadFailed(const OrbError &error)
 {
-    _host->driverReadFailed(error);
+    if (_host)
+        _host->driverReadFailed(error);
 }
 
 void ScriptedVideo::reportWriteFailed(const OrbError &error)
 {
-    _host->driverWriteFailed(error, OrbFrame());
+    if (_host)
+        _host->driverWriteFailed(error, OrbFrame());
 }
 
 void ScriptedVideo::reportAncData(const OrbMetadataHash &meta)
 {
-    _host->driverInputAncDataChanged(meta);
+    if (_host)
+        _host->driverInputAncDataChanged(meta);
 }
 
 void ScriptedVideo::reportAlarm(const OrbAlarm &alarm)
 {
-    _host->driverAlarm(alarm);
+    if (_host)
+        _host->driverAlarm(alarm);
 }
 
 void ScriptedVideo::reportVfr(bool active)
 {
-    _host->driverRaiseVfrAlarm(active);
+    if (_host)
+        _host->driverRaiseVfrAlarm(active);
 }
 
 void ScriptedVideo::reportFirmware(const QString &id, bool done)
 {
-    _host->driverFirmwareLoading(id, done);
+    if (_host)
+        _host->driverFirmwareLoading(id, done);
+}
+
+void ScriptedVideo::reportStarted()
+{
+    if (_host)
+        _host->driverHardwareStarted();
+}
+
+void ScriptedVideo::reportStraySetup(const OrbError &error)
+{
+    if (_host && !_isInSetup)
+        _host->driverSetupIsDone(error);
+}
+
+void ScriptedVideo::reportStrayFlush()
+{
+    if (_host && !_isFlushing)
+        _host->driverFlushed(_onOutput.meta());
 }

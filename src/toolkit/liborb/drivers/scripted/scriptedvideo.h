@@ -28,6 +28,7 @@ public:
     };
     static constexpr int held = -1;
 
+    /// Notes what it is told in \a transcript, which may be null.
     explicit ScriptedVideo(Transcript *transcript, QObject *parent = nullptr);
     ~ScriptedVideo() override;
 
@@ -55,12 +56,19 @@ public:
     OrbTimecode inputTimecode; ///< of the next vertical intervals
     OrbVideoRefState reference;
 
+    // Called as it happens, when set
+    std::function<void(const OrbFrame &)> onShown; ///< a frame is on output, each tick in playback
+    std::function<void(const OrbFrame &)> onLost;  ///< a captured frame can no longer be read
+
     // To make happen now
     void finishSetup(const OrbError &error = OrbError());
     void finishFlush();
-    void tick();
+    void tick();    ///< captures or shows a frame, with its vertical interval
+    void capture(); ///< without it
+    void show();    ///< likewise
     void dropFrame();
     void changeInput(int input, const OrbVideoState &state);
+    void reportVbi(const OrbVbiInfo &info);
     void reportPlayedKeyFrame(const OrbMetadataHash &meta);
     void reportReadFailed(const OrbError &error);
     void reportWriteFailed(const OrbError &error);
@@ -68,6 +76,9 @@ public:
     void reportAlarm(const OrbAlarm &alarm);
     void reportVfr(bool active);
     void reportFirmware(const QString &id, bool done);
+    void reportStarted();
+    void reportStraySetup(const OrbError &error); ///< nobody asked for; nothing during a setup
+    void reportStrayFlush();                      ///< likewise
 
     // What is
     bool isOpen() const { return _host != nullptr; }
@@ -75,8 +86,10 @@ public:
     bool isFlushing() const { return _isFlushing; }
     OrbVideoDeviceSetup appliedSetup() const { return _applied; }
     const QList<OrbVideoDeviceSetup> &setupsSent() const { return _sent; }
-    QVariant property(int id) const { return _properties.value(id); }
-    int propertyCount(int id) const { return _propertyCounts.value(id); }
+    QVariant property(int id) const { return _properties.value(id).value; }
+    int propertyCount(int id) const { return _properties.value(id).count; }
+    quint64 calls() const { return _calls; } ///< setups, flushes and properties so far
+    int setupsWhileBusy() const { return _setupsWhileBusy; } ///< sent during another one
     const QList<int> &framesShown() const { return _shown; } ///< numbers, each tick in playback
     OrbFrame frameOnOutput() const { return _onOutput; }
     int framesQueued() const { return int(_queue.size()); }
@@ -100,9 +113,18 @@ public:
 private:
     void startTicking();
     void scheduleTick();
-    void capture();
-    void show();
     OrbFrame capturedFrame();
+    template<typename Compose>
+    void note(const Compose &line)
+    {
+        if (_transcript)
+            _transcript->note(line());
+    }
+
+    struct Property {
+        QVariant value;
+        int count = 0;
+    };
 
     Transcript *_transcript;
     OrbVideoDriverHost *_host = nullptr;
@@ -117,8 +139,9 @@ private:
     OrbVideoDeviceSetup _pending;
     OrbVideoDeviceSetup _applied;
     QList<OrbVideoDeviceSetup> _sent;
-    QHash<int, QVariant> _properties;
-    QHash<int, int> _propertyCounts;
+    quint64 _calls = 0;
+    int _setupsWhileBusy = 0;
+    QHash<int, Property> _properties;
     std::deque<OrbFrame> _capturedFrames;
     std::deque<OrbFrame> _queue;
     OrbFrame _onOutput;
