@@ -286,6 +286,8 @@ Finding follow(std::span<const Shown> seen, const Material &material, const Run 
     const bool moves = outputsOnStart(run.start, material.length(), run.speed, run.looping).has_value();
     if (finding.holds() && moves && finding.startHeld == finding.frames)
         finding.problem = QStringLiteral("it does not move");
+    if (finding.holds() && 2 * finding.late > finding.frames)
+        finding.problem = QStringLiteral("most frames are late");
     return finding;
 }
 

@@ -134,7 +134,8 @@ enum class Start {
 
 /// Compares \a seen, which begins with the frame after the command, with \a run. The start frame may
 /// stand before output 0 for at most \a patience frames (the command is on its way, the queue fills);
-/// a repeated frame counts as late, and is wrong when there are more than \a lateAllowed.
+/// a repeated frame counts as late, and is wrong when there are more than \a lateAllowed, or more
+/// late frames than others.
 Finding follow(std::span<const Shown> seen, const Material &material, const Run &run, int lateAllowed,
                int patience = 12, Start start = Start::Held);
 

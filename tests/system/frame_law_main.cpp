@@ -43,7 +43,10 @@ bool Table::close(double seconds) const
 {
     std::printf("%d of %d lines hold; %lld frames compared, %d late, in %.0f s\n", _lines - _wrong, _lines,
                 static_cast<long long>(_frames), _late, seconds);
-    return _lines > 0 && _wrong == 0;
+    const bool isTooLate = 20LL * _late > _frames;
+    if (isTooLate)
+        std::printf("more than one frame in twenty was late: too busy a machine, or too slow a device\n");
+    return _lines > 0 && _wrong == 0 && !isTooLate;
 }
 
 } // namespace law

@@ -198,6 +198,8 @@ void tst_frame_law::aLateFrameIsToldFromAWrongOne()
     QCOMPARE(late.late, 1);
     seen[3] = frameOf(12, true, true); // back instead of held
     QVERIFY(!follow(seen, oneClip(), run, 5).holds());
+    const std::vector<Shown> crawling = framesOf({11, 12, 12, 12, 12, 13, 13, 13, 13}, true, 11);
+    QVERIFY(!follow(crawling, oneClip(), run, 100).holds());
 }
 
 void tst_frame_law::aSpeedChangeGoesOnFromTheFrameOnOutput()
