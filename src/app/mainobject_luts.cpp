@@ -9,25 +9,18 @@
 #include "libvanta/lututils.h"
 #include "transport/vtrobject.h"
 
-#include <QFile>
-
 #include <cstdlib>
-
-#include <sys/stat.h>
 
 // Look-up tables. One file, named by a parameter, becomes the engine's first or second table. A missing file
 // disables the table in silence; one that cannot be read raises the alarm; a good one, or none wanted, clears
 // it. The two texts of a wrong count differ, deliberately.
+//
+// The file is small, but lies on a medium that may die: every question to it is put on a thread of its own and
+// waited for a quarter of a second at most.
 
 namespace {
 
 constexpr int lutEntries = 1024;
-
-bool exists(const QString &path)
-{
-    struct stat st = {};
-    return stat(QFile::encodeName(path).constData(), &st) == 0;
-}
 
 void fillInvertedRamp(OrbImageLut &lut)
 {
@@ -61,7 +54,7 @@ void MainObject::loadLuts()
     OrbImageLut lut(OrbId(OrbIdLutRgb16), lutEntries);
     if (mode == 0) {
         reportAlarm(OrbIdAlarmLut, OrbAlarm::Clear, QString());
-    } else if (!exists(path)) {
+    } else if (!lumo::utils::file::File::file_exists(path.toStdString())) {
         mode = 0;
     } else if (!readLut(path, lut)) {
         mode = 0;
