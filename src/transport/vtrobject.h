@@ -219,6 +219,7 @@ private:
     void raiseAlarm(const OrbId &id, int level, const QString &text, int line = __builtin_LINE());
     void setReferenceAlarm(const OrbId &id, bool on, int line = __builtin_LINE());
     void storeSpeed(double speed);
+    void pass();
     void publish();
 
     /// What becomes of a pass after one of its frames.
@@ -247,6 +248,7 @@ private:
 
     VtrState _state; ///< being worked towards
     VtrState _previousState; ///< published last; its mode is the one being left during a change
+    VtrState::Mode _processedMode = VtrState::Startup; ///< of the pass before
     QTimer *_timer;
     QTimer *_flushTimer;
     QTimer *_debugTimer;
@@ -277,6 +279,9 @@ private:
     bool _recordOnRunningTimecode = false;
     bool _isCleanupDone = true;
     bool _isBeginDone = true;
+    bool _isInPass = false;
+    bool _isPassWanted = false;     ///< asked for from inside one
+    bool _isStreamNewsDue = false; ///< streamIsOpen() or streamIsClosed() is still to come
     bool _forceSetup = false; ///< the next setup is sent even if it is the current one
     OrbMetadata _debugMetadata; ///< added to every frame captured
     QFile *_benchmarkFile = nullptr;

@@ -2,9 +2,9 @@
 //
 // A request only puts the new mode into _state and marks clean-up and begin as not done. The passes
 // do the rest: the clean-up of the mode published last, then the begin of the newest request, each
-// as soon as the toolkit is idle, then the frames of the mode, then the news. A pass may be entered
-// again from inside (a frame that ends a recording asks for Standby Off), so a pass that was
-// overtaken so leaves what it has not cleaned up to the next one.
+// as soon as the toolkit is idle, then the frames of the mode, then the news. A pass is never
+// entered from inside one: a frame that ends a recording, or a receiver of a signal, only asks for
+// the mode, and the next pass follows at once behind the one that runs.
 
 #include "transport/vtrobject.h"
 
@@ -53,14 +53,28 @@ bool VtrObject::canProcess() const
     return !(_videoDeviceResetTimer->isActive() && _state.isInModePlay());
 }
 
+/// A receiver that answers every news with a command has to wait for the next tick at some time.
 void VtrObject::process()
+{
+    constexpr int mostPasses = 8;
+    _isPassWanted = true;
+    if (_isInPass)
+        return;
+    _isInPass = true;
+    for (int i = 0; i < mostPasses && std::exchange(_isPassWanted, false); ++i)
+        pass();
+    _isInPass = false;
+}
+
+void VtrObject::pass()
 {
     if (!canProcess())
         return;
     if (hasPendingModeChange() && !handleModeSwitch())
         return;
-    if (canProcess()) {
-        if (const ModeSteps *steps = stepsOf(_state.mode()))
+    if (canProcess() && !_isStreamNewsDue) {
+        _processedMode = _state.mode();
+        if (const ModeSteps *steps = stepsOf(_processedMode))
             (this->*steps->process)();
     }
     publish();
@@ -78,10 +92,13 @@ void VtrObject::publish()
         emit stateChanged(oldState, newState);
 }
 
+/// The mode published last is cleaned up. One that was overtaken within its first pass was never
+/// published; the stream it opened is its own all the same.
 bool VtrObject::handleModeSwitch()
 {
     if (!_isCleanupDone) {
-        if (const ModeSteps *steps = stepsOf(_previousState.mode()))
+        const VtrState::Mode left = _stm->isClosed() ? _previousState.mode() : _processedMode;
+        if (const ModeSteps *steps = stepsOf(left))
             (this->*steps->cleanup)();
         _isCleanupDone = true;
     }

@@ -135,8 +135,10 @@ bool VtrObject::reopenPlaybackStream()
     return true;
 }
 
+/// What comes of an open is told before frames are processed: they might start the next one.
 void VtrObject::streamOpenIsDone(int, const OrbError &error)
 {
+    _isStreamNewsDue = true;
     if (error.isError()) {
         logText(1, QStringLiteral("STREAM: Open Error %1").arg(error.value()));
         dropHeldFrame();
@@ -150,6 +152,7 @@ void VtrObject::streamOpenIsDone(int, const OrbError &error)
         orbLogOutput(3, logFile, __LINE__, "STREAM: Open is Done\n");
     }
     emit streamIsOpen(error, _stm->info());
+    _isStreamNewsDue = false;
 }
 
 void VtrObject::resumePlaybackPosition()
@@ -170,10 +173,12 @@ void VtrObject::resumePlaybackPosition()
 
 void VtrObject::streamCloseIsDone()
 {
+    _isStreamNewsDue = true;
     _flushTimer->stop();
     emit storageInUse(false);
     orbLogOutput(3, logFile, __LINE__, "STREAM: Close is Done\n");
     emit streamIsClosed();
+    _isStreamNewsDue = false;
 }
 
 void VtrObject::streamFlush()
