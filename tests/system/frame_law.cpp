@@ -9,6 +9,7 @@ namespace law {
 namespace {
 
 constexpr int framesAfterCommand = 2; ///< of the old speed, until the device is flushed
+constexpr std::size_t framesToLand = 12;
 constexpr int whole = 100;            ///< hundredths
 
 /// Rounded towards minus infinity.
@@ -329,7 +330,15 @@ Finding followCue(std::span<const Shown> seen, const Material &material, const R
                                        : at(seen.back(), QStringLiteral("not on frame %1").arg(target));
         return finding;
     }
-    const Finding way = followPart(seen.first(landed), material, before, lateAllowed, 1 << 20);
+    std::size_t running = landed;
+    while (running > 1 && seen[running - 1].content == bus::Content::Held
+           && seen[running - 1].number == seen[running - 2].number)
+        --running; // the frame on output stays until the target is there
+    if (landed - running > framesToLand && before.speed.hundredths != 0) {
+        finding.problem = QStringLiteral("the frame before the cue stays for %1 frames").arg(landed - running);
+        return finding;
+    }
+    const Finding way = followPart(seen.first(running), material, before, lateAllowed, 1 << 20);
     if (!way.holds()) {
         finding.problem = way.problem;
         return finding;

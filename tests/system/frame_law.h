@@ -91,6 +91,7 @@ public:
 
     QString name() const { return _name; }
     int length() const;
+    bool hasFormats() const { return _clips.front().fps != _clips.back().fps; }
     bool isJoined() const { return _clips.size() > 1; }
     int firstFrameOf(int clip) const;
     const std::vector<TestClip> &clips() const { return _clips; }
@@ -145,7 +146,7 @@ Finding followChange(std::span<const Shown> seen, std::size_t commandAt, const M
                      const Run &before, Speed after, int lateAllowed);
 
 /// Compares what follows a cue or a step from a run at \a before (or from still) to frame \a target: frames
-/// of the run, then the target and nothing else.
+/// of the run, the last of them for as long as it takes, then the target and nothing else.
 Finding followCue(std::span<const Shown> seen, const Material &material, const Run &before, int target,
                   int lateAllowed);
 

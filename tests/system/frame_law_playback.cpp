@@ -16,6 +16,7 @@ Plan planOf(Extent extent, const ClipFormat &format)
     Plan plan {};
     if (format.isHeavy) {
         plan.middle = {100, 200, 800, 1600, 2000, -100, -200, -800, -1600, -2000};
+        plan.middleLoops = true;
         plan.ends = plan.joins = {2000, -2000};
         plan.longLength = 500;
         plan.shortLength = 160;
@@ -23,6 +24,7 @@ Plan planOf(Extent extent, const ClipFormat &format)
     }
     if (extent == Extent::Full) {
         plan.middle = plan.ends = plan.joins = everySpeed;
+        plan.middleLoops = true;
         plan.changes = {{100, 400}, {400, -200}, {-200, 100}, {100, 50}, {50, -100}, {2000, -2000},
                         {-2000, 2000}, {100, 0}, {-1600, 0}, {200, 100}, {-100, 100}, {110, -25}};
         plan.entries = {100, 400, 50, -100, -800};
@@ -174,8 +176,9 @@ void Playback::playThrough(const Plan &plan)
         const int slow = std::abs(hundredths);
         const int outputs = std::clamp((length - 20) * 100 / slow, 6, std::max(30, 350 / slow * 10));
         const int start = hundredths > 0 ? 7 : length - 8;
-        for (const bool looping : {false, true})
-            line(_single, speed, looping, QStringLiteral("middle"), start, outputs, false);
+        line(_single, speed, false, QStringLiteral("middle"), start, outputs, false);
+        if (plan.middleLoops)
+            line(_single, speed, true, QStringLiteral("middle"), start, outputs, false);
     }
 }
 

@@ -10,6 +10,7 @@ namespace law {
 /// What is tried in one format. Speeds are in hundredths.
 struct Plan {
     std::vector<int> middle;
+    bool middleLoops; ///< both with looping and without
     std::vector<int> ends;
     std::vector<int> joins;
     std::vector<std::pair<int, int>> changes;

@@ -222,6 +222,12 @@ void tst_frame_law::aCueShowsNothingBetween()
     QVERIFY(!followCue(framesOf({5, 6, 30, 30}, false, 5), oneClip(), still, 30, 0).holds());
     QVERIFY(!followCue(framesOf({5, 5, 29, 29}, false, 5), oneClip(), still, 30, 0).holds());
     QVERIFY(!followCue(framesOf({5, 30, 5, 30}, false, 5), oneClip(), still, 30, 0).holds());
+    std::vector<Shown> running = framesOf({5, 6, 7}, true, 5);
+    for (const Shown &frame : framesOf({7, 7, 30, 30}, false, 7))
+        running.push_back(frame);
+    QVERIFY(followCue(running, oneClip(), {5, Speed {100}, false}, 30, 0).holds());
+    running.insert(running.begin() + 3, 20, running[3]);
+    QVERIFY(!followCue(running, oneClip(), {5, Speed {100}, false}, 30, 0).holds());
     QVERIFY(!followCue(framesOf({5, 30, 31}, false, 5), oneClip(), still, 30, 0).holds());
 }
 
