@@ -1,0 +1,4 @@
+# Look-up tables on the picture, media measured for real, and media that hang.
+if(TARGET rvd)
+    rv_system_test(sys_hanging ${CMAKE_CURRENT_LIST_DIR}/test_hanging.py)
+endif()
