@@ -6,7 +6,7 @@ set_target_properties(enginerig PROPERTIES AUTOMOC ON)
 target_include_directories(enginerig PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(enginerig PUBLIC transport orbscripted Qt6::Test)
 
-foreach(topic alarms device modes playback random record settings stream)
+foreach(topic alarms device modes playback record settings stream)
     rv_test(tst_engine_${topic} fast ${CMAKE_CURRENT_LIST_DIR}/tst_engine_${topic}.cpp)
     target_link_libraries(tst_engine_${topic} PRIVATE enginerig)
 endforeach()
