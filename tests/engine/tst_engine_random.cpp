@@ -3,7 +3,7 @@
 // end, and every mode must be reached again.
 //
 // The environment chooses:
-//   RV_STRESS_SEEDS   how many stories are told (400), of RV_STRESS_ACTS acts (250) each
+//   RV_STRESS_SEEDS   how many stories are told (400, with sanitizers 100), of RV_STRESS_ACTS acts (250) each
 //   RV_STRESS_SEED    only this one
 //   RV_STRESS_ONLY    and of it only these acts, such as 3,17,41-44
 //   RV_STRESS_TRACE   set: acts and log records are printed
@@ -31,7 +31,11 @@ private slots:
 
 namespace {
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr int usualSeeds = 100; ///< each takes eight times as long there
+#else
 constexpr int usualSeeds = 400;
+#endif
 constexpr int usualActs = 250;
 constexpr int shorteningRuns = 600;
 
