@@ -140,6 +140,7 @@ Finding Player::play(const Material &material, const Run &run, int outputs)
         return finding;
     _vtr->setLooping(run.looping);
     const int lateBefore = lateBeats();
+    const int droppedBefore = _dropped;
     const std::size_t from = _watch->count();
     _vtr->play(run.speed.value());
     if (!waitForFrames(from, static_cast<std::size_t>(outputs) + framesToStart)) {
@@ -147,7 +148,12 @@ Finding Player::play(const Material &material, const Run &run, int outputs)
         return finding;
     }
     const std::vector<Shown> seen = _watch->since(from);
-    return follow(seen, material, run, lateBeats() - lateBefore);
+    finding = follow(seen, material, run, lateBeats() - lateBefore);
+    // At normal speed a late frame is a dropped one, and the operator is told.
+    const auto isTold = [&] { return _dropped - droppedBefore >= finding.late; };
+    if (run.speed.isNormal() && !run.looping && finding.holds() && !waitFor(isTold, 200))
+        finding.problem = QStringLiteral("%1 late frames and %2 told").arg(finding.late).arg(_dropped - droppedBefore);
+    return finding;
 }
 
 QString Player::record(const QString &path, int ms)
