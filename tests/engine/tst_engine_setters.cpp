@@ -278,10 +278,11 @@ void TestEngineSetters::theFiveThatValidate_data()
 
 void TestEngineSetters::theFiveThatValidate()
 {
-    using Setter = void (VtrObject::*)(const OrbId &);
-    constexpr Setter setters[] = {&V::setEncodeFormat, &V::setVideoInputSource,
-                                  &V::setAudioInputSource, &V::setAudioInputLevel,
-                                  &V::setSyncSource};
+    using Setter = std::function<void(VtrObject &, const OrbId &)>;
+    const QHash<int, Setter> setters = {
+        {0, &V::setEncodeFormat},    {1, &V::setVideoInputSource}, {2, &V::setAudioInputSource},
+        {3, &V::setAudioInputLevel}, {4, &V::setSyncSource},
+    };
     QFETCH(int, index);
     QFETCH(QString, line);
     EngineRig rig;
@@ -290,7 +291,7 @@ void TestEngineSetters::theFiveThatValidate()
     rig.run(1000);
     rig.transcript.clear();
     for (int i = 0; i < 3; ++i)
-        (rig.vtr.get()->*setters[index])(OrbId());
+        setters.value(index)(*rig.vtr, OrbId());
     QCOMPARE(rig.transcript.lines(), (QStringList{"log " + line, "log " + line, "log " + line}));
     QVERIFY(settings[index].isStored(rig.vtr->state()));
     QVERIFY(!isResetScheduled(rig));
