@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <iterator>
 
-namespace {
+namespace
+{
 
 constexpr const char *logFile = "mainobject.cpp";
 
@@ -23,6 +24,20 @@ constexpr bool sigGenValuesAreDistinct()
     return true;
 }
 static_assert(sigGenValuesAreDistinct());
+
+constexpr bool formatsAreDistinct()
+{
+    for (const FormatRow &a : formatRows) {
+        const auto isSameFormat = [&a](const FormatRow &b) {
+            return a.width == b.width && a.height == b.height && a.scanMode == b.scanMode &&
+                   a.rateKey == b.rateKey;
+        };
+        if (std::ranges::count_if(formatRows, isSameFormat) != 1)
+            return false;
+    }
+    return true;
+}
+static_assert(formatsAreDistinct());
 
 constexpr bool formatNumbersAreDistinct(qint32 FormatRow::*number)
 {
@@ -82,6 +97,12 @@ constexpr ValueToId syncSources[] = {
     {2, idSyncSource502},
     {3, idSyncSource503},
 };
+
+static_assert(std::size(encodeTypes) == 7 && valuesAreDistinct(encodeTypes));
+static_assert(std::size(videoInputs) == 10 && valuesAreDistinct(videoInputs));
+static_assert(std::size(videoOutputs) == 6 && valuesAreDistinct(videoOutputs));
+static_assert(std::size(audioInputs) == 2 && valuesAreDistinct(audioInputs));
+static_assert(std::size(syncSources) == 3 && valuesAreDistinct(syncSources));
 
 struct DecodeTypeRow { OrbId dataType; int decodeType; };
 constexpr DecodeTypeRow decodeTypes[] = {

@@ -15,17 +15,20 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QTimer>
 
 #include <iterator>
 
-// The life of the controller. It is born with everything it needs, in a fixed order: the store first, the
-// engine in the middle, the console and the alarms last; then it replays the settings, obeys the command
-// line and starts the engine. While it lives it passes on what the engine says. At the end it waits for the
-// engine to leave the device and the media in order.
+// The life of the controller. It is born with everything it needs, in a fixed order: the store
+// first, the engine in the middle, the console and the alarms last; then it replays the settings,
+// obeys the command line and starts the engine. While it lives it passes on what the engine says.
+// At the end it waits for the engine to leave the device and the media in order.
 
-namespace {
+namespace
+{
 
-/// Replayed at the start, in this order. 0x0f01000a stands twice and is delivered twice, deliberately.
+/// Replayed at the start, in this order. 0x0f01000a stands twice and is delivered twice,
+/// deliberately.
 constexpr quint32 initialParams[] = {
     0x7b03050a, 0x7b01010a, 0x7b010a0a, 0x0c020000, 0x0f02000a, 0x0e01000a, 0x0201000a, 0x0202000a,
     0x02030000, 0x0601000a, 0x0802000a, 0x2901000a, 0x2902000a, 0x2903000a, 0x0d01000a, 0x0d03000a,
@@ -34,6 +37,8 @@ constexpr quint32 initialParams[] = {
     0x0803000a, 0x0d02000a, 0x2000000a, 0x0f01000a,
 };
 static_assert(std::size(initialParams) == 36);
+
+constexpr int longestSleepMs = 1000;
 
 } // namespace
 
@@ -48,7 +53,8 @@ MainObject::MainObject(bool console, QObject *parent) : QObject(parent)
     _mediaManager = new MediaManager(this);
     wireMediaManager();
     _vtr = new VtrObject(this);
-    ORB_TESTED(connect(QCoreApplication::instance(), SIGNAL(aboutToQuit()), this, SLOT(shutdown())));
+    ORB_TESTED(
+        connect(QCoreApplication::instance(), SIGNAL(aboutToQuit()), this, SLOT(shutdown())));
     wireEngine();
     if (console) {
         _kbtrans = new KeyboardTransport(this);
@@ -161,8 +167,7 @@ void MainObject::updateTransporterState(const VtrState &state)
 void MainObject::vtrStateChanged(const VtrState &oldState, const VtrState &newState)
 {
     const bool bothPlay = oldState.isInModePlay() && newState.isInModePlay();
-    if (oldState.mode() != newState.mode() ||
-        (bothPlay && oldState.speed() != newState.speed()))
+    if (oldState.mode() != newState.mode() || (bothPlay && oldState.speed() != newState.speed()))
         updateTransporterState(newState);
 }
 
@@ -218,9 +223,7 @@ void MainObject::stopRecordNow()
 }
 
 /// Exists so that the signal has a receiver.
-void MainObject::recordFailedToStart(OrbId &)
-{
-}
+void MainObject::recordFailedToStart(OrbId &) {}
 
 void MainObject::transportRefreshed()
 {
@@ -250,15 +253,19 @@ void MainObject::cameraRecord()
         _vtr->debugFrameMetadata(OrbMetadata(OrbId(OrbIdCameraRecordFlag), isRecording));
 }
 
-/// Waits for the engine however long it takes. A request that came while a mode change was pending was
-/// dropped, so it is made again once that change is over; so it is when another command came between. The
-/// engine's own tick ends every wait.
+/// Waits for the engine however long it takes. A request that came while a mode change was pending
+/// was dropped, so it is made again once that change is over; so it is when another command came
+/// between.
 void MainObject::shutdown()
 {
     if (!_vtr)
         return;
     orbLogOutput(3, logFile, __LINE__, "Shutting down...\n");
     _vtr->shutdown();
+    // The loop sleeps until there is something to do, but never longer than this.
+    QTimer longestSleep;
+    longestSleep.setTimerType(Qt::PreciseTimer);
+    longestSleep.start(longestSleepMs);
     while (!_vtr->isShutdownComplete()) {
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
         if (_vtr->state().mode() != VtrState::Shutdown && !_vtr->hasPendingModeChange())

@@ -29,12 +29,14 @@ class KeyboardTransport;
 class MediaManager;
 class VtrObject;
 
-/// The application controller: builds and wires every long-lived object of the daemon, turns parameter
-/// changes into engine calls, manages clips and play lists, answers the engine's questions for stream
-/// descriptors, coordinates rollover, loads look-up tables, and shuts down in order.
+/// The application controller: builds and wires every long-lived object of the daemon, turns
+/// parameter changes into engine calls, manages clips and play lists, answers the engine's
+/// questions for stream descriptors, coordinates rollover, loads look-up tables, and shuts down in
+/// order.
 ///
-/// One class told in topic files: mainobject.cpp (birth, wiring, published state, shutdown), _params
-/// (dispatch), _transport (transport command), _clips, _streams (descriptors, rollover), _luts, _options.
+/// One class told in topic files: mainobject.cpp (birth, wiring, published state, shutdown),
+/// _params (dispatch), _transport (transport command), _clips, _streams (descriptors, rollover),
+/// _luts, _options.
 class MainObject : public QObject
 {
     Q_OBJECT
@@ -45,8 +47,8 @@ public:
 
     /// Replays the start-up parameters through configParamChanged() and builds the clip lists.
     void loadInitialState();
-    /// Obeys the options of QCoreApplication::arguments(); "-h" prints the usage and does not stop the start,
-    /// deliberately.
+    /// Obeys the options of QCoreApplication::arguments(); "-h" prints the usage and does not stop
+    /// the start, deliberately.
     void parseCommandLine();
     /// Publishes the transport state number that follows from mode and speed.
     void updateTransporterState(const VtrState &state);
@@ -63,7 +65,8 @@ public:
     void gotoClipByName(const QString &name);
     void gotoClipByIndex(int index);
     void gotoClipByRelativeIndex(int delta);
-    /// Despite its name the position of the clip \a name in \a list, from 0; -1 when it is not there.
+    /// Despite its name the position of the clip \a name in \a list, from 0; -1 when it is not
+    /// there.
     int findClipFirstFrame(const std::list<Clip> &list, const QString &name) const;
     /// Adds a clip just recorded; the answer is its first frame in the joined list, 0 on failure.
     int addClip(std::list<Clip> &list, OrbPlayList &playList, const QString &name);
@@ -106,6 +109,7 @@ public slots:
     void recordFailedToStart(OrbId &reason);
 
 private:
+    struct Change;
     struct ParamRow;
     static const ParamRow paramRows[];
 
@@ -121,12 +125,13 @@ private:
 
     bool readLut(const QString &path, OrbImageLut &lut);
 
-    void transportCommand(int command);
-    void stopCommand();
-    void recordCommand();
-    void mediaUpdated();
+    void transportCommand(int command, const VtrState &state);
+    void stopCommand(const VtrState &state);
+    void recordCommand(const VtrState &state);
+    void mediaUpdated(int, const VtrState &state);
+    void mediaLoading();
     void reloadClips();
-    void playMediaChanged(int value);
+    void playMediaChanged(int value, const VtrState &state);
     void activePathChanged(const QString &path);
 
     KeyboardTransport *_kbtrans = nullptr;

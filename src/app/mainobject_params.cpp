@@ -11,14 +11,13 @@
 #include <algorithm>
 #include <iterator>
 
-// Parameter dispatch: one table from parameter number to what it does. Rows convert the value and call one
-// setter of the engine. No row refuses a value: a wrong type converts to 0, false or an empty text, and a
-// number outside a switch is passed on as an invalid identifier, so that the engine decides.
+// Parameter dispatch: one table from parameter number to what it does. Rows convert the value and
+// call one setter of the engine. No row refuses a value: a wrong type converts to 0, false or an
+// empty text, and a number outside a switch is passed on as an invalid identifier, so that the
+// engine decides.
 
-namespace {
-
-/// What a switch does with a value that has no row.
-enum class Unknown { IsSilent, IsLogged };
+namespace
+{
 
 // clang-format off
 constexpr ValueToId videoSignalGenModes[] = {{1, OrbIdVideoGenBlack}, {2, OrbIdVideoGenBars}, {3, OrbIdVideoGenMoving}};
@@ -34,96 +33,179 @@ constexpr ValueToId cameraInputs[]        = {
     {4, OrbIdCameraInput4}, {5, OrbIdCameraInput5}, {6, OrbIdCameraInput6},
     {7, OrbIdCameraInput7}, {8, OrbIdCameraInput8}, {9, OrbIdCameraInput9},
 };
+
+static_assert(valuesAreDistinct(videoSignalGenModes) && valuesAreDistinct(audioSignalGenModes));
+static_assert(valuesAreDistinct(videoInConverts) && valuesAreDistinct(videoOutConverts));
+static_assert(valuesAreDistinct(superOuts) && valuesAreDistinct(videoOutputRoutes));
+static_assert(valuesAreDistinct(audioInputLevels) && valuesAreDistinct(tcgSources));
+static_assert(std::size(cameraInputs) == 9 && valuesAreDistinct(cameraInputs));
+
+// The conversions of the table: from the value that arrived to what a setter takes --------------------------
+
+bool isTrue(const QVariant &v)      { return v.toBool(); }
+bool isFalse(const QVariant &v)     { return !v.toBool(); }
+int number(const QVariant &v)       { return v.toInt(); }
+QString text(const QVariant &v)     { return v.toString(); }
+QString reelName(const QVariant &v) { return QStringLiteral("%1").arg(v.toString(), 3, QLatin1Char('0')); }
+/// The integer is the timecode's first field, the hour; the others are zero.
+OrbTimecode hour(const QVariant &v) { return OrbTimecode(v.toInt(), 0, 0, 0, 0, 0); }
 // clang-format on
 
-OrbId idFor(std::span<const ValueToId> rows, const QVariant &value,
-            Unknown unknown = Unknown::IsSilent, int line = __builtin_LINE())
+template <int N> bool is(const QVariant &v)
 {
-    const int number = value.toInt();
-    const auto id = idForValue(rows, number);
-    if (!id && unknown == Unknown::IsLogged)
-        orbLogOutput(2, logFile, line, "Unsupported value: %d\n", number);
-    return id.value_or(OrbId());
+    return v.toInt() == N;
+}
+
+int channels(const QVariant &v)
+{
+    switch (v.toInt()) {
+    case 0:
+        return 2;
+    case 1:
+        return 8;
+    default:
+        return 0;
+    }
+}
+
+/// What a table of formats and identifiers answers, for a parameter that is signed or unsigned.
+template <auto Map> auto mapped(const QVariant &v)
+{
+    return Map(v.toInt());
+}
+template <auto Map> auto mappedUInt(const QVariant &v)
+{
+    return Map(static_cast<int>(v.toUInt()));
+}
+
+/// The identifier of a small switch. With a line, a value that has no row is logged from there.
+template <const auto &Rows, int Line = 0> OrbId id(const QVariant &v)
+{
+    const int value = v.toInt();
+    const auto found = idForValue(Rows, value);
+    if (!found && Line != 0)
+        orbLogOutput(2, logFile, Line, "Unsupported value: %d\n", value);
+    return found.value_or(OrbId());
 }
 
 } // namespace
 
+/// A change on its way: the value that arrived, and the engine's state when it did.
+struct MainObject::Change {
+    const QVariant &value;
+    const VtrState &state;
+};
+
 struct MainObject::ParamRow {
+    using Action = void (*)(MainObject &m, const Change &c);
+
     quint32 id;
-    void (*act)(MainObject &m, const QVariant &value);
+    Action act;
+
+    /// The engine's setter with the converted value.
+    template <auto Setter, auto Convert> static void vtr(MainObject &m, const Change &c)
+    {
+        (m._vtr->*Setter)(Convert(c.value));
+    }
+    /// The same for the media manager.
+    template <auto Setter, auto Convert> static void media(MainObject &m, const Change &c)
+    {
+        (m._mediaManager->*Setter)(Convert(c.value));
+    }
+    /// A step of the controller's own; one that takes nothing is given nothing.
+    template <auto Step> static void own(MainObject &m, const Change &) { (m.*Step)(); }
+    template <auto Step, auto Convert> static void own(MainObject &m, const Change &c)
+    {
+        (m.*Step)(Convert(c.value));
+    }
+    template <auto Step> static void ownWithState(MainObject &m, const Change &c)
+    {
+        (m.*Step)(c.value.toInt(), c.state);
+    }
+    template <Action First, Action Second> static void both(MainObject &m, const Change &c)
+    {
+        First(m, c);
+        Second(m, c);
+    }
 };
 
 // clang-format off
-const MainObject::ParamRow MainObject::paramRows[] = {
-    // The engine receives the inverse of the parameter, deliberately.
-    {0x2000000a, [](MainObject &m, const QVariant &v) { m._vtr->setStopOnLossOfVideo(!v.toBool()); }},
-    {0x0f01000a, [](MainObject &m, const QVariant &v) { m.playMediaChanged(v.toInt()); }},
-    {0x0d01000a, [](MainObject &m, const QVariant &v) { m._vtr->setCameraInput(idFor(cameraInputs, v)); }},
-    {0x0d03000a, [](MainObject &m, const QVariant &)  { m.loadLuts(); }},
-    {0x0d04000a, [](MainObject &m, const QVariant &)  { m.loadLuts(); }},
-    {0x0e01000a, [](MainObject &m, const QVariant &v) { m._vtr->setEncodeFormat(encodeTypeToID(static_cast<int>(v.toUInt()))); }},
-    {0x0f02000a, [](MainObject &m, const QVariant &v) { m._vtr->setLooping(v.toBool()); }},
-    {0x0f03000a, [](MainObject &m, const QVariant &)  { m.updatePlayList(); }},
-    {0x0f04000a, [](MainObject &m, const QVariant &v) { m._vtr->setStopOnFrameDrop(v.toBool()); }},
-    {0x1100000a, [](MainObject &m, const QVariant &v) { m._vtr->setReelName(QStringLiteral("%1").arg(v.toString(), 3, QLatin1Char('0'))); }},
-    {0x7b010a0a, [](MainObject &m, const QVariant &v) { m._mediaManager->setRolloverPath(v.toString()); }},
-    {0x7d01120a, [](MainObject &m, const QVariant &v) { m.gotoClipByName(v.toString()); }},
-    {0x7d01140a, [](MainObject &m, const QVariant &v) { m.gotoClipByIndex(v.toInt()); }},
-    {0x7d06000a, [](MainObject &m, const QVariant &)  { m.mediaUpdated(); }},
-    {0x7b03070a, [](MainObject &,  const QVariant &)  { orbLogOutput(3, logFile, __LINE__, "Media is loading...\n"); }},
-    {0x7d01000a, [](MainObject &m, const QVariant &v) { m.transportCommand(v.toInt()); }},
-    {0x2901000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoSignalGenFormat(sigGenFormatToImgDesc(v.toInt())); }},
-    {0x2902000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoSignalGenMode(idFor(videoSignalGenModes, v)); }},
-    {0x2903000a, [](MainObject &m, const QVariant &v) { m._vtr->setAudioSignalGenMode(idFor(audioSignalGenModes, v)); }},
-    {0x7b01010a, [](MainObject &m, const QVariant &v) { m.activePathChanged(v.toString()); }},
-    {0x02030000, [](MainObject &m, const QVariant &v) { m.validateAudioChannels();
-                                                        m._vtr->setAudioChans(v.toInt() == 0 ? 2 : v.toInt() == 1 ? 8 : 0); }},
-    {0x0106000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoOutputType(videoOutputToID(v.toInt())); }},
+constexpr MainObject::ParamRow MainObject::paramRows[] = {
+    // parameter                    what is called with what
+    // The engine receives the inverse, deliberately.
+    {eParamStopOnLossOfVideo,       ParamRow::vtr<&VtrObject::setStopOnLossOfVideo, isFalse>},
+    {eParamPlayMedia,               ParamRow::ownWithState<&MainObject::playMediaChanged>},
+    {eParamCameraInput,             ParamRow::vtr<&VtrObject::setCameraInput, ::id<cameraInputs>>},
+    {eParamLutMode,                 ParamRow::own<&MainObject::loadLuts>},
+    {eParamLutFile,                 ParamRow::own<&MainObject::loadLuts>},
+    {eParamEncodeType,              ParamRow::vtr<&VtrObject::setEncodeFormat, mappedUInt<encodeTypeToID>>},
+    {eParamLoopPlayback,            ParamRow::vtr<&VtrObject::setLooping, isTrue>},
+    {eParamPlayList,                ParamRow::own<&MainObject::updatePlayList>},
+    {eParamStopOnFrameDrop,         ParamRow::vtr<&VtrObject::setStopOnFrameDrop, isTrue>},
+    {eParamReelName,                ParamRow::vtr<&VtrObject::setReelName, reelName>},
+    {eParamRolloverPath,            ParamRow::media<&MediaManager::setRolloverPath, text>},
+    {eParamGotoClipName,            ParamRow::own<&MainObject::gotoClipByName, text>},
+    {eParamGotoClipIndex,           ParamRow::own<&MainObject::gotoClipByIndex, number>},
+    {eParamMediaUpdated,            ParamRow::ownWithState<&MainObject::mediaUpdated>},
+    {eParamMediaLoading,            ParamRow::own<&MainObject::mediaLoading>},
+    {eParamTransportCommand,        ParamRow::ownWithState<&MainObject::transportCommand>},
+    {eParamVideoSignalGenFormat,    ParamRow::vtr<&VtrObject::setVideoSignalGenFormat, mapped<sigGenFormatToImgDesc>>},
+    {eParamVideoSignalGenMode,      ParamRow::vtr<&VtrObject::setVideoSignalGenMode, ::id<videoSignalGenModes>>},
+    {eParamAudioSignalGenMode,      ParamRow::vtr<&VtrObject::setAudioSignalGenMode, ::id<audioSignalGenModes>>},
+    {eParamActivePath,              ParamRow::own<&MainObject::activePathChanged, text>},
+    // The check comes first and judges what stands in the store.
+    {eParamAudioChannels,           ParamRow::both<ParamRow::own<&MainObject::validateAudioChannels>,
+                                                   ParamRow::vtr<&VtrObject::setAudioChans, channels>>},
+    {eParamVideoOutputType,         ParamRow::vtr<&VtrObject::setVideoOutputType, mapped<videoOutputToID>>},
     // True for 0, deliberately.
-    {0x0103000a, [](MainObject &m, const QVariant &v) { m._vtr->setForcePSFOutput(v.toInt() == 0); }},
+    {eParamPsfOutput,               ParamRow::vtr<&VtrObject::setForcePSFOutput, is<0>>},
     // One parameter drives both.
-    {0x0101000a, [](MainObject &m, const QVariant &v) { m._vtr->setForcePSFEncode(v.toInt() == 1);
-                                                        m._vtr->setVFREnable(v.toInt() == 2); }},
-    {0x0104000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoInConvert(idFor(videoInConverts, v)); }},
-    {0x0105000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoOutConvert(idFor(videoOutConverts, v)); }},
-    {0x0109000a, [](MainObject &m, const QVariant &v) { m._vtr->setSuperOut(idFor(superOuts, v, Unknown::IsLogged)); }},
-    {0x0201000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoInputSource(videoInputToID(static_cast<int>(v.toUInt()))); }},
-    {0x0202000a, [](MainObject &m, const QVariant &v) { m.validateAudioChannels();
-                                                        m._vtr->setAudioInputSource(audioInputToID(static_cast<int>(v.toUInt()))); }},
-    {0x0108000a, [](MainObject &m, const QVariant &v) { m._vtr->setVideoOutputRoute(idFor(videoOutputRoutes, v, Unknown::IsLogged)); }},
-    {0x0802000a, [](MainObject &m, const QVariant &v) { m._vtr->setTimecodeDropFrame(v.toInt() == 1); }},
-    {0x0900000a, [](MainObject &m, const QVariant &v) { m._vtr->setIntervalRecordEnable(v.toBool()); }},
-    {0x0901000a, [](MainObject &m, const QVariant &v) { m._vtr->setRecordInterval(v.toInt()); }},
-    {0x0902000a, [](MainObject &m, const QVariant &v) { m._vtr->setRecordIntervalTime(v.toInt()); }},
+    {eParamEncodeScanMode,          ParamRow::both<ParamRow::vtr<&VtrObject::setForcePSFEncode, is<1>>,
+                                                   ParamRow::vtr<&VtrObject::setVFREnable, is<2>>>},
+    {eParamVideoInConvert,          ParamRow::vtr<&VtrObject::setVideoInConvert, ::id<videoInConverts>>},
+    {eParamVideoOutConvert,         ParamRow::vtr<&VtrObject::setVideoOutConvert, ::id<videoOutConverts>>},
+    {eParamSuperOut,                ParamRow::vtr<&VtrObject::setSuperOut, ::id<superOuts, __LINE__>>},
+    {eParamVideoInput,              ParamRow::vtr<&VtrObject::setVideoInputSource, mappedUInt<videoInputToID>>},
+    {eParamAudioInput,              ParamRow::both<ParamRow::own<&MainObject::validateAudioChannels>,
+                                                   ParamRow::vtr<&VtrObject::setAudioInputSource, mappedUInt<audioInputToID>>>},
+    {eParamVideoOutputRoute,        ParamRow::vtr<&VtrObject::setVideoOutputRoute, ::id<videoOutputRoutes, __LINE__>>},
+    {eParamTimecodeDropFrame,       ParamRow::vtr<&VtrObject::setTimecodeDropFrame, is<1>>},
+    {eParamIntervalRecordEnable,    ParamRow::vtr<&VtrObject::setIntervalRecordEnable, isTrue>},
+    {eParamRecordInterval,          ParamRow::vtr<&VtrObject::setRecordInterval, number>},
+    {eParamRecordIntervalTime,      ParamRow::vtr<&VtrObject::setRecordIntervalTime, number>},
     // True for 0, deliberately.
-    {0x0803000a, [](MainObject &m, const QVariant &v) { m._vtr->setRecordOnRunningTimecode(v.toInt() == 0); }},
-    {0x0601000a, [](MainObject &m, const QVariant &v) { m._vtr->setSyncSource(syncSourceToID(static_cast<int>(v.toUInt()))); }},
-    {0x04010000, [](MainObject &m, const QVariant &v) { m._vtr->setAudioInputLevel(idFor(audioInputLevels, v, Unknown::IsLogged)); }},
-    {0x0800020a, [](MainObject &m, const QVariant &v) { m._vtr->setTCGSource(idFor(tcgSources, v, Unknown::IsLogged)); }},
-    // The integer is the timecode's first field, the hour; the others are zero.
-    {0x0801000a, [](MainObject &m, const QVariant &v) { m._vtr->setTimecodeValue(OrbTimecode(v.toInt(), 0, 0, 0, 0, 0)); }},
-    {0x0c020000, [](MainObject &m, const QVariant &v) { m._mediaManager->setRolloverEnabled(v.toBool()); }},
+    {eParamRecordOnRunningTimecode, ParamRow::vtr<&VtrObject::setRecordOnRunningTimecode, is<0>>},
+    {eParamSyncSource,              ParamRow::vtr<&VtrObject::setSyncSource, mappedUInt<syncSourceToID>>},
+    {eParamAudioInputLevel,         ParamRow::vtr<&VtrObject::setAudioInputLevel, ::id<audioInputLevels, __LINE__>>},
+    {eParamTcgSource,               ParamRow::vtr<&VtrObject::setTCGSource, ::id<tcgSources, __LINE__>>},
+    {eParamTimecodeValue,           ParamRow::vtr<&VtrObject::setTimecodeValue, hour>},
+    {eParamRolloverEnable,          ParamRow::media<&MediaManager::setRolloverEnabled, isTrue>},
 };
 // clang-format on
 
 void MainObject::configParamChanged(quint32 id, const QVariant &value, const OrbTimeStamp &)
 {
+    static_assert(std::size(paramRows) == 40);
+    static_assert(std::ranges::all_of(paramRows, [](const ParamRow &row) {
+        return std::ranges::count(paramRows, row.id, &ParamRow::id) == 1;
+    }));
     if (!_vtr)
         return;
+    const VtrState state = _vtr->state();
     const QString text = ConfigInterface::paramToString(id, value);
     logText(3, QStringLiteral("Param Changed: %1").arg(text));
     const auto row = std::ranges::find(paramRows, id, &ParamRow::id);
     if (row != std::end(paramRows))
-        row->act(*this, value);
+        row->act(*this, {value, state});
     else if (_logExtraParams)
         logText(2, QStringLiteral("Changed: %1").arg(text));
 }
 
-void MainObject::playMediaChanged(int value)
+void MainObject::playMediaChanged(int value, const VtrState &state)
 {
     _playMedia = value;
     logText(3, QStringLiteral("Play Media: %1").arg(value));
-    if (_vtr->state().isInModePlay())
+    if (state.isInModePlay())
         _vtr->reopenPlaybackStream();
 }
 
@@ -134,11 +216,16 @@ void MainObject::activePathChanged(const QString &path)
         reloadClips();
 }
 
-void MainObject::mediaUpdated()
+void MainObject::mediaLoading()
+{
+    orbLogOutput(3, logFile, __LINE__, "Media is loading...\n");
+}
+
+void MainObject::mediaUpdated(int, const VtrState &state)
 {
     orbLogOutput(3, logFile, __LINE__, "Media has been updated...\n");
     reloadClips();
-    if (!_vtr->state().isInModePlay())
+    if (!state.isInModePlay())
         return;
     const int frame = _vtr->currentFrameNumber();
     _vtr->reopenPlaybackStream();

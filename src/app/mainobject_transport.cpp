@@ -7,10 +7,12 @@
 
 #include <QCoreApplication>
 
-// The transport command. Every key tells the alarm handler first, so that alarms that wait for it are raised
-// even when the engine refuses. A command does nothing when its number is none of those below.
+// The transport command. Every key tells the alarm handler first, so that alarms that wait for it
+// are raised even when the engine refuses. A command does nothing when its number is none of those
+// below.
 
-namespace {
+namespace
+{
 
 enum Command {
     Play = 1,
@@ -27,9 +29,8 @@ enum Command {
 
 } // namespace
 
-void MainObject::transportCommand(int command)
+void MainObject::transportCommand(int command, const VtrState &state)
 {
-    const double speed = _vtr->state().speed();
     switch (command) {
     case Play:
         _alarmHandler->onPlayPressed();
@@ -37,20 +38,20 @@ void MainObject::transportCommand(int command)
         break;
     case Record:
         _alarmHandler->onRecordPressed();
-        recordCommand();
+        recordCommand(state);
         break;
     case Stop:
         _alarmHandler->onStopPressed();
-        stopCommand();
+        stopCommand(state);
         break;
     case FastForward:
         _alarmHandler->onPlayPressed();
-        if (const auto next = nextShuttleSpeed(speed, 1))
+        if (const auto next = nextShuttleSpeed(state.speed(), 1))
             _vtr->play(*next);
         break;
     case Rewind:
         _alarmHandler->onPlayPressed();
-        if (const auto next = nextShuttleSpeed(speed, -1))
+        if (const auto next = nextShuttleSpeed(state.speed(), -1))
             _vtr->play(*next);
         break;
     case StepForward:
@@ -76,20 +77,19 @@ void MainObject::transportCommand(int command)
     }
 }
 
-void MainObject::recordCommand()
+void MainObject::recordCommand(const VtrState &state)
 {
-    if (_vtr->state().cameraInput().isValid()) {
+    if (state.cameraInput().isValid()) {
         orbLogOutput(2, logFile, __LINE__, "Ignoring record command due to camera data input\n");
         return;
     }
     _vtr->record();
 }
 
-/// A first stop from play pauses on the frame, a second one leaves to Standby Off, deliberately. Under camera
-/// data input the camera owns the end of a recording.
-void MainObject::stopCommand()
+/// A first stop from play pauses on the frame, a second one leaves to Standby Off, deliberately.
+/// Under camera data input the camera owns the end of a recording.
+void MainObject::stopCommand(const VtrState &state)
 {
-    const VtrState state = _vtr->state();
     if (!state.isInModeRecord()) {
         if (state.speedFlags().isStill())
             _vtr->standbyOff();

@@ -20,3 +20,15 @@ inline std::optional<OrbId> idForValue(std::span<const ValueToId> rows, int valu
     }
     return std::nullopt;
 }
+
+/// Whether no two rows have the same value, for a switch to check itself.
+constexpr bool valuesAreDistinct(std::span<const ValueToId> rows)
+{
+    for (const ValueToId &a : rows) {
+        for (const ValueToId &b : rows) {
+            if (&a != &b && a.value == b.value)
+                return false;
+        }
+    }
+    return true;
+}

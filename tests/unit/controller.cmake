@@ -1,3 +1,15 @@
 # The controller proven rule by rule, and the door to the store with what is published beside it.
 rv_test(tst_shmstring fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_shmstring.cpp)
 target_link_libraries(tst_shmstring PRIVATE shmstring)
+
+if(TARGET orbscripted)
+    rv_test(tst_controller_tables fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_controller_tables.cpp)
+    target_link_libraries(tst_controller_tables PRIVATE app)
+    foreach(topic wiring dispatch transport)
+        rv_test(tst_controller_${topic} fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_controller_${topic}.cpp)
+        target_link_libraries(tst_controller_${topic} PRIVATE app orbscripted simdispatcher)
+        target_compile_definitions(tst_controller_${topic} PRIVATE RV_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+        # The clip lists have one name in the whole machine.
+        set_tests_properties(tst_controller_${topic} PROPERTIES RESOURCE_LOCK clip_lists)
+    endforeach()
+endif()

@@ -37,6 +37,12 @@ private slots:
     void aFailedRolloverPublishesNothing();
     void aWholeRollover();
     void aWholeRolloverWhoseOpenFails();
+    void aRolloverThatTheRecordingLeavesIsFinishedByTheNext();
+    void theOpenOfARolloverThatStopsMeanwhileCompletesIt();
+    void aRolloverRecordingIsNeverNamedAnew();
+    void theDescriptorsOfARolloverKeepTheRecordClipNameDeliberately();
+    void signalsBeforeAndAfterARolloverChangeNothing();
+    void anotherClipMayBeRecordedAfterANameWithoutAnEnding();
 
 private:
     QVariant playbackDesc(int &frame) const;
@@ -532,6 +538,117 @@ void TestMainObjectStreams::aWholeRolloverWhoseOpenFails()
     QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
     QVERIFY(!_rig->manager->isRolloverInProgress());
     QCOMPARE(_rig->written(eParamStorageInUse), QList<quint32>({3, 2}));
+}
+
+/// The transport leaves Record between the two events: the flags stay, the rollover stays open, and
+/// the next recording continues the clip on the other medium and completes it.
+void TestMainObjectStreams::aRolloverThatTheRecordingLeavesIsFinishedByTheNext()
+{
+    record();
+    prepareRollover();
+    _rig->media->closes = {{false, OrbError(), ScriptedMedia::held}};
+    _rig->main->startRollover();
+    QVERIFY(_rig->manager->isRolloverInProgress());
+    _rig->vtr->standbyOff();
+    _rig->media->finishClose();
+    _rig->settle();
+    QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
+    QVERIFY(_rig->logged(3, QStringLiteral("Rollover clip 1 is closed")));
+    QVERIFY(!_rig->logged(3, QStringLiteral("Rollover clip 2 opened")));
+    QVERIFY(_rig->manager->isRolloverInProgress());
+    QVERIFY(!_rig->written(eParamStorageInUse).contains(3u));
+    _rig->clear();
+    _rig->command(3);
+    _rig->settle();
+    QCOMPARE(_rig->vtr->state().mode(), VtrState::Record);
+    QCOMPARE(_rig->currentClip(), QStringLiteral("R001C0001_2.mov"));
+    QVERIFY(_rig->logged(3, QStringLiteral("Rollover clip 2 opened")));
+    QVERIFY(!_rig->manager->isRolloverInProgress());
+    QCOMPARE(_rig->manager->activePath(), other);
+    QVERIFY(_rig->written(eParamStorageInUse).contains(3u));
+}
+
+/// The last event finds the engine out of Record: the storage is released behind the 3.
+void TestMainObjectStreams::theOpenOfARolloverThatStopsMeanwhileCompletesIt()
+{
+    _rig->manager->setStorageInUse(true);
+    prepareRollover();
+    QVERIFY(_rig->manager->markRolloverInProgress());
+    _rig->clear();
+    _rig->main->vtrStreamIsOpen(OrbError(), OrbStreamInfo());
+    QVERIFY(_rig->manager->isRolloverInProgress());
+    _rig->main->vtrStreamIsClosed();
+    QVERIFY(!_rig->manager->isRolloverInProgress());
+    QCOMPARE(_rig->written(eParamStorageInUse), QList<quint32>({3, 2}));
+    QCOMPARE(_rig->controllerLines(), QStringList({QStringLiteral("3 Rollover clip 2 opened"),
+                                                   QStringLiteral("3 Rollover clip 1 is closed")}));
+}
+
+void TestMainObjectStreams::aRolloverRecordingIsNeverNamedAnew()
+{
+    record();
+    prepareRollover();
+    QVERIFY(_rig->manager->markRolloverInProgress());
+    // A counter that would lead to a taken name is not even looked at.
+    _rig->store.put(eParamClipCounter, ParamValue(std::uint32_t(9999)));
+    QFile file(_rig->pathOf(QStringLiteral("R001C9999.mov")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(recordDesc(), QVariant(other + QStringLiteral("/R001C0001_2.mov")));
+    QCOMPARE(_rig->store.number(eParamClipCounter), 9999u);
+    QVERIFY(_rig->controllerLines().isEmpty());
+}
+
+void TestMainObjectStreams::theDescriptorsOfARolloverKeepTheRecordClipNameDeliberately()
+{
+    record();
+    QCOMPARE(_rig->store.text(eParamRecordClipName), std::string("R001C0001"));
+    prepareRollover();
+    QVERIFY(_rig->manager->markRolloverInProgress());
+    _rig->store.clearSets();
+    recordDesc();
+    QList<quint32> ids;
+    for (const MemoryStore::Set &set : _rig->store.sets())
+        ids << quint32(set.id);
+    QVERIFY(!ids.contains(quint32(eParamRecordClipName)));
+    QVERIFY(!ids.contains(quint32(eParamClipCounter)));
+    QVERIFY(ids.contains(quint32(eParamCurrentClip)));
+}
+
+void TestMainObjectStreams::signalsBeforeAndAfterARolloverChangeNothing()
+{
+    record();
+    prepareRollover();
+    // Before: the opens and closes of everyday are none of the rollover's.
+    _rig->main->vtrStreamIsOpen(OrbError(), OrbStreamInfo());
+    _rig->main->vtrStreamIsClosed();
+    QVERIFY(_rig->controllerLines().isEmpty());
+    _rig->media->closes = {{false, OrbError(), ScriptedMedia::held}};
+    _rig->main->startRollover();
+    QVERIFY(_rig->manager->isRolloverInProgress());
+    _rig->main->checkForRolloverComplete();
+    QVERIFY(_rig->manager->isRolloverInProgress());
+    _rig->main->vtrStreamIsClosed();
+    _rig->main->vtrStreamIsOpen(OrbError(), OrbStreamInfo());
+    QVERIFY(!_rig->manager->isRolloverInProgress());
+    // After: the flags are still up, and nobody asks for them.
+    _rig->clear();
+    _rig->main->vtrStreamIsClosed();
+    _rig->main->vtrStreamIsOpen(OrbError(EIO), OrbStreamInfo());
+    _rig->main->checkForRolloverComplete();
+    QVERIFY(_rig->controllerLines().isEmpty());
+    QVERIFY(_rig->written(eParamStorageInUse).isEmpty());
+    _rig->media->finishClose();
+}
+
+void TestMainObjectStreams::anotherClipMayBeRecordedAfterANameWithoutAnEnding()
+{
+    record();
+    prepareRollover();
+    _rig->store.put(eParamCurrentClip, std::string("plain"));
+    QVERIFY(_rig->manager->markRolloverInProgress());
+    const QVariant desc = recordDesc();
+    QVERIFY2(desc.toString().startsWith(other + QStringLiteral("/plain_2")),
+             qPrintable(desc.toString()));
 }
 
 QTEST_APPLESS_MAIN(TestMainObjectStreams)

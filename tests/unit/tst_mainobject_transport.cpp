@@ -16,8 +16,6 @@ private slots:
     void playPlaysAtNormalSpeed();
     void numbersWithoutACommandDoNothing_data();
     void numbersWithoutACommandDoNothing();
-    void everyKeyTellsTheAlarms_data();
-    void everyKeyTellsTheAlarms();
     void aFirstStopPausesAndASecondOneLeaves();
     void fastForwardClimbsItsLadder();
     void rewindClimbsItsLadder();
@@ -122,39 +120,6 @@ void TestMainObjectTransport::numbersWithoutACommandDoNothing()
         _rig->log->lines().at(0).startsWith(QStringLiteral("3 mainobject.cpp Param Changed: ")));
     QCOMPARE(mode(), VtrState::StandbyOff);
     QVERIFY(_rig->store.sets().empty());
-}
-
-/// Seen by the alarms that a key clears: 1902 by play and record, one by stop.
-void TestMainObjectTransport::everyKeyTellsTheAlarms_data()
-{
-    QTest::addColumn<int>("command");
-    QTest::addColumn<QString>("attribute");
-    // clang-format off
-    QTest::newRow("play")         << 1  << QStringLiteral("clear_on_play_pressed");
-    QTest::newRow("record")       << 3  << QStringLiteral("clear_on_record_pressed");
-    QTest::newRow("stop")         << 4  << QStringLiteral("clear_on_stop_pressed");
-    QTest::newRow("fast forward") << 5  << QStringLiteral("clear_on_play_pressed");
-    QTest::newRow("rewind")       << 6  << QStringLiteral("clear_on_play_pressed");
-    QTest::newRow("step forward") << 7  << QStringLiteral("clear_on_play_pressed");
-    QTest::newRow("step back")    << 8  << QStringLiteral("clear_on_play_pressed");
-    QTest::newRow("next clip")     << 9  << QString();
-    QTest::newRow("previous clip") << 10 << QString();
-    // clang-format on
-}
-
-void TestMainObjectTransport::everyKeyTellsTheAlarms()
-{
-    QFETCH(int, command);
-    QFETCH(QString, attribute);
-    _rig->command(command);
-    QStringList attributes;
-    for (const LogCollector::Record &record : _rig->log->records()) {
-        const QString start = QStringLiteral("Clearing ALARM (");
-        if (record.file == QLatin1String("alarmhandler.cpp") && record.text.startsWith(start))
-            attributes << record.text.section(QLatin1Char('('), 1).section(QLatin1Char(')'), 0, 0);
-    }
-    attributes.removeDuplicates();
-    QCOMPARE(attributes, attribute.isEmpty() ? QStringList() : QStringList{attribute});
 }
 
 void TestMainObjectTransport::aFirstStopPausesAndASecondOneLeaves()
