@@ -8,6 +8,7 @@
 
 #include <google/protobuf/text_format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -23,6 +24,18 @@ namespace
 {
 
 using Sets = std::map<std::string, const ValueSet *>;
+
+/// What happens to the transport, as attributes and as the manual name it.
+struct Event {
+    const char *attribute;
+    const char *name;
+};
+
+constexpr Event events[] = {
+    {"play_pressed", "play is pressed"},     {"record_pressed", "record is pressed"}, {"stop_pressed", "stop is pressed"},
+    {"playback", "playback begins"},         {"record", "recording begins"},          {"standby", "the transport stands by"},
+    {"standby_off", "the transport leaves standby"},
+};
 
 const char *note = "Made from catalogue/parameters.txtpb by gencatalogue; edit that file.";
 
@@ -110,6 +123,33 @@ void checkDefault(const Parameter &p, const Sets &sets, std::ostream &wrong)
     }
 }
 
+/// What the event of an attribute is called; empty when it is no attribute.
+std::string eventName(const std::string &attribute)
+{
+    for (const Event &event : events) {
+        if (attribute == std::string("raise_on_") + event.attribute ||
+            attribute == std::string("clear_on_") + event.attribute) {
+            return event.name;
+        }
+    }
+    return {};
+}
+
+void checkAttributes(const Parameter &p, std::ostream &wrong)
+{
+    std::set<std::string> names;
+    for (const std::string &attribute : p.attribute()) {
+        if (eventName(attribute).empty()) {
+            wrong << p.name() << ": unknown attribute " << attribute << "\n";
+        }
+        const bool isClear = attribute.rfind("clear", 0) == 0;
+        const std::string opposite = (isClear ? "raise" : "clear") + attribute.substr(std::min<std::size_t>(5, attribute.size()));
+        if (!names.insert(attribute).second || names.count(opposite)) {
+            wrong << p.name() << ": " << attribute << " twice, or with its opposite\n";
+        }
+    }
+}
+
 void checkParameter(const Parameter &p, const Sets &sets, std::ostream &wrong)
 {
     const std::string prefix = "eParam";
@@ -129,11 +169,10 @@ void checkParameter(const Parameter &p, const Sets &sets, std::ostream &wrong)
     if (p.kind() != Parameter::Alarm && p.attribute_size() > 0) {
         wrong << p.name() << ": attributes, but not an alarm\n";
     }
-    for (const std::string &attribute : p.attribute()) {
-        if (attribute.rfind("raise_on_", 0) != 0 && attribute.rfind("clear_on_", 0) != 0) {
-            wrong << p.name() << ": unknown attribute " << attribute << "\n";
-        }
+    if (!p.unit().empty() && p.kind() != Parameter::Unsigned) {
+        wrong << p.name() << ": a unit, but not unsigned\n";
     }
+    checkAttributes(p, wrong);
     checkDefault(p, sets, wrong);
 }
 
@@ -216,7 +255,7 @@ void tableRow(const Parameter &p, std::ostream &out)
         << p.default_number() << "u, " << quoted(p.default_text()) << ", " << p.minimum() << "u, "
         << maximum << "u, ParamWriter::" << writerName(p) << ", " << yes[p.persistent()] << ", "
         << yes[p.momentary()] << ", " << yes[p.resets_with_writer()] << ", "
-        << (p.attribute_size() ? "attributes" + p.name() : "{}") << "},\n";
+        << (p.attribute_size() ? "attributes" + p.name() : "{}") << ", " << quoted(p.unit()) << "},\n";
 }
 
 std::string table(const Catalogue &catalogue)
@@ -277,7 +316,45 @@ std::string manualKind(const Parameter &p)
     if (p.has_minimum()) {
         kind += " " + std::to_string(p.minimum()) + " to " + std::to_string(p.maximum());
     }
+    if (!p.unit().empty()) {
+        kind += ", " + p.unit();
+    }
     return kind;
+}
+
+/// The events of a parameter's attributes of one kind, in words.
+std::string eventsOf(const Parameter &p, const std::string &prefix)
+{
+    std::string text;
+    for (const std::string &attribute : p.attribute()) {
+        if (attribute.rfind(prefix, 0) == 0) {
+            text += (text.empty() ? "" : " or ") + eventName(attribute);
+        }
+    }
+    return text;
+}
+
+void alarmManual(const Catalogue &catalogue, std::ostream &out)
+{
+    out << "\n# Alarms\n\n"
+        << "When the recorder shows an alarm that was reported to it, and what clears it. The end of its cause, "
+           "when that is\nreported, clears every alarm. What waits (`raise_on_...`) is shown again each time, until "
+           "its cause has ended. What an event\nclears (`clear_on_...`) comes back only when it is reported again; "
+           "those are the alarms of things that happened once.\n\n"
+        << "| Alarm | Meaning | Shown | Cleared | Attributes |\n|---|---|---|---|---|\n";
+    for (const Parameter &p : catalogue.parameter()) {
+        if (p.kind() != Parameter::Alarm) {
+            continue;
+        }
+        const std::string raised = eventsOf(p, "raise_on_");
+        const std::string cleared = eventsOf(p, "clear_on_");
+        out << "| `" << p.name() << "` | " << p.description() << " | " << (raised.empty() ? "at once" : "when " + raised)
+            << " | " << (cleared.empty() ? "when its cause ends" : "when " + cleared + ", or its cause ends") << " |";
+        for (int i = 0; i < p.attribute_size(); i++) {
+            out << (i ? ", `" : " `") << p.attribute(i) << "`";
+        }
+        out << " |\n";
+    }
 }
 
 std::string manual(const Catalogue &catalogue)
@@ -300,12 +377,9 @@ std::string manual(const Catalogue &catalogue)
             << (p.persistent()  ? "kept"
                 : p.momentary() ? "momentary"
                                 : "")
-            << " | " << p.description();
-        for (int i = 0; i < p.attribute_size(); i++) {
-            out << (i ? ", `" : " `") << p.attribute(i) << "`";
-        }
-        out << " |\n";
+            << " | " << p.description() << " |\n";
     }
+    alarmManual(catalogue, out);
     out << "\n# Values\n";
     for (const ValueSet &valueSet : catalogue.value_set()) {
         out << "\n## " << valueSet.name() << "\n\n| Value | Name |\n|---|---|\n";

@@ -115,17 +115,64 @@ private slots:
         QVERIFY(!GetDescriptor(static_cast<eParam_t>(0xffffffff)));
     }
 
-    void twentyAlarmsCarryPolicyAttributes()
+    void everyAlarmHasThePolicyOfItsKind_data()
+    {
+        // clang-format off
+        QTest::addColumn<unsigned int>("id");
+        QTest::addColumn<QStringList>("attributes");
+        const QStringList shownWhileItLasts;
+        const QStringList happenedOnce{"clear_on_record_pressed", "clear_on_play_pressed"};
+        const QStringList mattersToARecording{"raise_on_record_pressed"};
+        QTest::newRow("medium failed")         << unsigned(eParamAlarm1901) << shownWhileItLasts;
+        QTest::newRow("clip exists")           << unsigned(eParamAlarm1902) << happenedOnce;
+        QTest::newRow("medium full")           << unsigned(eParamAlarm1903) << mattersToARecording;
+        QTest::newRow("frame dropped")         << unsigned(eParamAlarm1904) << happenedOnce;
+        QTest::newRow("loss-of-video picture") << unsigned(eParamAlarm1905) << happenedOnce;
+        QTest::newRow("medium slow")           << unsigned(eParamAlarm1906) << happenedOnce;
+        QTest::newRow("video lost")            << unsigned(eParamAlarm1907) << happenedOnce;
+        QTest::newRow("temperature")           << unsigned(eParamAlarm1908) << shownWhileItLasts;
+        QTest::newRow("fan")                   << unsigned(eParamAlarm1909) << shownWhileItLasts;
+        QTest::newRow("reference missing")     << unsigned(eParamAlarm1910) << shownWhileItLasts;
+        QTest::newRow("audio channels")        << unsigned(eParamAlarm1911) << shownWhileItLasts;
+        QTest::newRow("power")                 << unsigned(eParamAlarm1912) << shownWhileItLasts;
+        QTest::newRow("reference unlocked")    << unsigned(eParamAlarm1913) << shownWhileItLasts;
+        QTest::newRow("variable frame rate")   << unsigned(eParamAlarm1914) << shownWhileItLasts;
+        QTest::newRow("firmware")              << unsigned(eParamAlarm1915) << shownWhileItLasts;
+        QTest::newRow("camera data")           << unsigned(eParamAlarm1916) << QStringList("raise_on_record");
+        QTest::newRow("timecode")              << unsigned(eParamAlarm1917) << mattersToARecording;
+        QTest::newRow("clock")                 << unsigned(eParamAlarm1918) << mattersToARecording;
+        QTest::newRow("battery")               << unsigned(eParamAlarm1919) << shownWhileItLasts;
+        QTest::newRow("look-up table")         << unsigned(eParamAlarm1920) << shownWhileItLasts;
+        // clang-format on
+    }
+
+    void everyAlarmHasThePolicyOfItsKind()
+    {
+        QFETCH(unsigned int, id);
+        QFETCH(QStringList, attributes);
+        const ParamDescriptor *descriptor = GetDescriptor(static_cast<eParam_t>(id));
+        QVERIFY(descriptor && descriptor->kind() == ParamKind::Alarm);
+        QStringList found;
+        for (const char *name : descriptor->attributes().names()) {
+            found << QString::fromLatin1(name);
+        }
+        QCOMPARE(found, attributes);
+    }
+
+    void thereAreTwentyAlarmsAndNoneForgetsACauseThatLasts()
     {
         int alarms = 0;
         for (const ParamDescriptor *descriptor : allDescriptors()) {
             alarms += descriptor->kind() == ParamKind::Alarm;
+            bool waits = false;
+            bool isCleared = false;
+            for (const std::string name : descriptor->attributes().names()) {
+                waits = waits || name.starts_with("raise_on_");
+                isCleared = isCleared || name.starts_with("clear_on_");
+            }
+            QVERIFY2(!(waits && isCleared), descriptor->name().c_str());
         }
         QCOMPARE(alarms, 20);
-        const AttributeSet &dropped = GetDescriptor(eParamAlarm1904)->attributes();
-        QVERIFY(dropped.has("clear_on_record_pressed"));
-        QVERIFY(!dropped.has("raise_on_record_pressed"));
-        QVERIFY(GetDescriptor(eParamAlarm1903)->attributes().has("raise_on_record_pressed"));
     }
 
     void formatValuesHaveNames()
@@ -164,6 +211,10 @@ private slots:
         QTest::newRow("no writer") << "writer: Clients" << "";
         QTest::newRow("kept command") << "writer: Clients" << "writer: Clients momentary: true persistent: true";
         QTest::newRow("attribute of no alarm") << "writer: Clients" << "writer: Clients attribute: \"raise_on_play\"";
+        QTest::newRow("attribute misspelt") << "kind: Unsigned minimum: 0 maximum: 9" << "kind: Alarm attribute: \"raise_on_plya\"";
+        QTest::newRow("raised and cleared by one thing") << "kind: Unsigned minimum: 0 maximum: 9"
+            << "kind: Alarm attribute: \"raise_on_record\" attribute: \"clear_on_record\"";
+        QTest::newRow("unit of a text") << "kind: Unsigned minimum: 0 maximum: 9" << "kind: String unit: \"frames\"";
         QTest::newRow("not a catalogue") << "parameter" << "parmeter";
         // clang-format on
     }

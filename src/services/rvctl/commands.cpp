@@ -1,7 +1,9 @@
 #include "services/rvctl/commands.h"
 
+#include "services/rvctl/describe.h"
 #include "services/rvctl/names.h"
 #include "services/rvctl/report.h"
+#include "services/rvctl/settings.h"
 
 #include <charconv>
 #include <chrono>
@@ -227,6 +229,85 @@ int watch(Session &session, Words words)
     return session.connect() ? reportChanges(session, wanted) : NotRunning;
 }
 
+int describe(Session &session, Words words)
+{
+    std::string problem;
+    const ParamDescriptor *descriptor = findParameter(words[0], problem);
+    if (!descriptor) {
+        return session.fail(Failed, problem);
+    }
+    if (session.options().json) {
+        return session.succeed(descriptionMembers(*descriptor));
+    }
+    std::fputs(descriptionText(*descriptor).c_str(), stdout);
+    return Done;
+}
+
+int exportSettings(Session &session, Words)
+{
+    if (!session.connect()) {
+        return NotRunning;
+    }
+    std::fputs(settingsText([&session](const ParamDescriptor &descriptor) {
+                   return *session.store().value(descriptor.id());
+               }).c_str(),
+               stdout);
+    return std::fflush(stdout) == 0 ? Done : session.fail(Failed, "the settings cannot be written");
+}
+
+/// The contents of a file, or of standard input for "-"; none when it cannot be read.
+std::optional<std::string> contentsOf(const std::string &path)
+{
+    FILE *file = path == "-" ? stdin : std::fopen(path.c_str(), "re");
+    if (!file) {
+        return std::nullopt;
+    }
+    std::string text(maxSettingsBytes + 1, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    const bool isRead = !std::ferror(file);
+    if (file != stdin) {
+        std::fclose(file);
+    }
+    return isRead ? std::optional(text) : std::nullopt;
+}
+
+int refuseSettings(Session &session, const std::string &path, const std::vector<SettingProblem> &problems)
+{
+    std::string rows;
+    for (const SettingProblem &problem : problems) {
+        const std::string where = path + ":" + std::to_string(problem.line) + ": ";
+        rows += (rows.empty() ? "" : session.options().json ? "; " : "\nrvctl: ") + where + problem.text;
+    }
+    return session.fail(Failed, rows + (session.options().json ? "; " : "\nrvctl: ") + "nothing was set");
+}
+
+int importSettings(Session &session, Words words)
+{
+    const auto text = contentsOf(words[0]);
+    if (!text) {
+        return session.fail(Failed, "cannot read " + words[0]);
+    }
+    std::vector<SettingProblem> problems;
+    const Settings settings = parseSettings(*text, problems);
+    if (!problems.empty()) {
+        return refuseSettings(session, words[0], problems);
+    }
+    if (!session.connect()) {
+        return NotRunning;
+    }
+    const int code = session.sendAll(settings);
+    if (code != Done) {
+        return code;
+    }
+    const std::string count = std::to_string(settings.size());
+    if (!session.options().json) {
+        std::printf("%s settings\n", count.c_str());
+    }
+    return session.succeed(", \"settings\": " + count);
+}
+
+int completion(Session &session, Words words);
+
 /// A word of the command line, how many follow it, and what it does.
 struct Command {
     const char *word;
@@ -243,6 +324,11 @@ constexpr Command commands[] = {
     {"list",        0, 1,   list},
     {"get",         1, 1,   get},
     {"set",         2, 2,   set},
+    {"describe",    1, 1,   describe},
+    {"export",      0, 0,   exportSettings},
+    {"import",      1, 1,   importSettings},
+    {"alarms",      0, 0,   [](Session &s, Words) { return s.connect() ? reportAlarms(s) : int(NotRunning); }},
+    {"completion",  1, 1,   completion},
     {"play",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[0]); }},
     {"record",      0, 0,   [](Session &s, Words) { return pressKey(s, keys[1]); }},
     {"stop",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[2]); }},
@@ -257,6 +343,24 @@ constexpr Command commands[] = {
 };
 // clang-format on
 
+std::vector<std::string> commandNames()
+{
+    std::vector<std::string> names;
+    for (const Command &command : commands) {
+        names.push_back(command.word);
+    }
+    return names;
+}
+
+int completion(Session &session, Words words)
+{
+    if (words[0] != "bash") {
+        return session.fail(Usage, "completion is known for \"bash\" only");
+    }
+    std::fputs(bashCompletion(commandNames()).c_str(), stdout);
+    return Done;
+}
+
 } // namespace
 
 int runCommand(Session &session)
@@ -266,9 +370,7 @@ int runCommand(Session &session)
         std::fputs(usageText(), stderr);
         return Usage;
     }
-    std::vector<std::string> names;
     for (const Command &command : commands) {
-        names.push_back(command.word);
         if (words[0] != command.word) {
             continue;
         }
@@ -279,7 +381,7 @@ int runCommand(Session &session)
         return command.run(session, rest);
     }
     return session.fail(Usage, "no command is called \"" + words[0] + "\"; did you mean \"" +
-                                   nearestMatch(words[0], names) + "\"?");
+                                   nearestMatch(words[0], commandNames()) + "\"?");
 }
 
 const char *usageText()
@@ -291,6 +393,12 @@ const char *usageText()
            "  list [PATTERN]         parameters whose name contains PATTERN\n"
            "  get NAME|NUMBER        one value\n"
            "  set NAME|NUMBER VALUE  set it; enumerated values by name or number\n"
+           "  describe NAME|NUMBER   what the catalogue says of a parameter; needs no recorder\n"
+           "  export                 every kept setting, as a text to edit\n"
+           "  import FILE            set what such a text says: all of it or, if a line is wrong, nothing;\n"
+           "                         FILE may be -, standard input\n"
+           "  alarms                 the alarms that are raised; ends with 1 if any is\n"
+           "  completion bash        a script that completes commands, parameters and values\n"
            "  play stop record ff rew\n"
            "                         the transport's keys\n"
            "  step +N|-N             N frames forward or back\n"

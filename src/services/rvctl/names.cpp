@@ -17,31 +17,6 @@ char lower(char c)
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-std::string hexBytes(const std::string &bytes)
-{
-    std::string out;
-    for (const char c : bytes) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned char>(c));
-        out += pair;
-    }
-    return out;
-}
-
-/// Text that cannot move the cursor or ring the bell.
-std::string printable(const std::string &text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-            out += "\\x" + hexBytes(std::string(1, c));
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
 std::string alarmText(const std::string &bytes)
 {
     lumo::alarms::Alarm alarm;
@@ -91,6 +66,36 @@ std::optional<ParamValue> parseData(const ParamDescriptor &descriptor, const std
 }
 
 } // namespace
+
+std::string hexBytes(const std::string &bytes)
+{
+    std::string out;
+    for (const char c : bytes) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned char>(c));
+        out += pair;
+    }
+    return out;
+}
+
+std::string printable(const std::string &text)
+{
+    std::string out;
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+            out += "\\x" + hexBytes(std::string(1, c));
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string lowerText(std::string text)
+{
+    std::ranges::transform(text, text.begin(), lower);
+    return text;
+}
 
 std::size_t editDistance(const std::string &a, const std::string &b)
 {

@@ -13,6 +13,12 @@ std::size_t editDistance(const std::string &a, const std::string &b);
 /// The candidate nearest to a text; empty without candidates.
 std::string nearestMatch(const std::string &text, const std::vector<std::string> &candidates);
 
+/// The text with small letters.
+std::string lowerText(std::string text);
+/// Text that cannot move the cursor or ring the bell.
+std::string printable(const std::string &text);
+/// Two digits for each byte.
+std::string hexBytes(const std::string &bytes);
 /// Whether two texts are the same in any case.
 bool isSameText(const std::string &a, const std::string &b);
 /// A number in decimal, or in hexadecimal behind "0x"; none for anything else.

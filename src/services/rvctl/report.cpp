@@ -5,7 +5,6 @@
 #include "services/rvctl/names.h"
 
 #include <algorithm>
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 
@@ -19,12 +18,6 @@ std::string sharedText(const char *name)
 {
     ShmString text(name);
     return text.open() ? text.read() : std::string();
-}
-
-std::string lowerText(std::string text)
-{
-    std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
 }
 
 std::string jsonMembers(const ParamDescriptor &descriptor, const ParamValue &value)
@@ -41,6 +34,8 @@ struct ActiveAlarm {
     std::string name;
     std::string text;
     lumo::alarms::Alarm alarm;
+    timeval since;
+    eParam_t id;
 };
 
 std::vector<ActiveAlarm> activeAlarms(Session &session)
@@ -50,7 +45,8 @@ std::vector<ActiveAlarm> activeAlarms(Session &session)
         lumo::alarms::Alarm alarm;
         if (descriptor->kind() == ParamKind::Alarm &&
             alarm.ParseFromString(session.text(descriptor->id())) && alarm.active()) {
-            active.push_back({shortName(*descriptor), descriptor->description(), alarm});
+            active.push_back({shortName(*descriptor), descriptor->description(), alarm,
+                              session.store().when(descriptor->id()), descriptor->id()});
         }
     }
     return active;
@@ -193,6 +189,42 @@ int reportList(Session &session, const std::string &pattern)
     }
     return found ? int(Done)
                  : session.fail(Failed, "no parameter's name contains \"" + pattern + "\"");
+}
+
+int reportAlarms(Session &session)
+{
+    const auto alarms = activeAlarms(session);
+    if (session.options().json) {
+        std::printf("{\"ok\": true, \"alarms\": [");
+    }
+    const char *between = "";
+    for (const ActiveAlarm &active : alarms) {
+        const bool isWarning = active.alarm.severity() == lumo::alarms::Alarm_WARNING;
+        const ParamDescriptor &descriptor = *GetDescriptor(active.id);
+        if (session.options().json) {
+            std::printf("%s{\"name\": %s, \"severity\": \"%s\", \"meaning\": %s, \"message\": %s, "
+                        "\"sinceSeconds\": %lld, \"sinceMicroseconds\": %ld}",
+                        between, jsonString(descriptor.name()).c_str(), isWarning ? "warning" : "error",
+                        jsonString(active.text).c_str(), jsonString(active.alarm.message()).c_str(),
+                        static_cast<long long>(active.since.tv_sec), static_cast<long>(active.since.tv_usec));
+            between = ", ";
+            continue;
+        }
+        tm local{};
+        localtime_r(&active.since.tv_sec, &local);
+        char since[32];
+        std::strftime(since, sizeof since, "%Y-%m-%d %H:%M:%S", &local);
+        std::printf("%-10s %-7s since %s  %s", active.name.c_str(), isWarning ? "warning" : "error", since,
+                    active.text.c_str());
+        const std::string message = printable(active.alarm.message());
+        std::printf("%s%s\n", message.empty() ? "" : " ", message.c_str());
+    }
+    if (session.options().json) {
+        std::printf("]}\n");
+    } else if (alarms.empty()) {
+        std::printf("no alarm is raised\n");
+    }
+    return alarms.empty() ? Done : Failed;
 }
 
 int reportStatus(Session &session)

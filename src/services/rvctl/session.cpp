@@ -8,7 +8,7 @@ namespace
 {
 
 constexpr std::chrono::milliseconds connectTime{700};
-constexpr std::chrono::milliseconds answerTime{2000};
+constexpr std::chrono::milliseconds answerTime{5000};
 // How soon a lost store is noticed while waiting.
 constexpr std::chrono::milliseconds lookAgain{100};
 
@@ -25,6 +25,8 @@ const char *reasonOf(lumo::store::Status status)
         return "the value is too long";
     case lumo::store::Status::OtherEpoch:
         return "the store was lost on the way";
+    case lumo::store::Status::NotKept:
+        return "it is set, but the store cannot write its file and will forget it";
     default:
         return "the store is busy";
     }
@@ -78,16 +80,24 @@ std::string Session::shown(eParam_t id) const
 
 int Session::send(eParam_t id, const ParamValue &value)
 {
-    if (!_store->set(id, value)) {
-        return _store->isReachable() ? fail(Failed, "the value does not fit")
-                                     : fail(NotRunning, "the parameter store is lost");
+    return sendAll({{GetDescriptor(id), value}});
+}
+
+int Session::sendAll(const std::vector<std::pair<const ParamDescriptor *, ParamValue>> &values)
+{
+    for (const auto &[descriptor, value] : values) {
+        if (!_store->set(descriptor->id(), value)) {
+            return _store->isReachable() ? fail(Failed, "the value does not fit " + shortName(*descriptor))
+                                         : fail(NotRunning, "the parameter store is lost");
+        }
     }
     const auto outcome = _store->flush(answerTime);
     if (!outcome.isComplete) {
         return fail(NotRunning, "the parameter store does not answer");
     }
     if (!outcome.refused.empty()) {
-        return fail(Failed, reasonOf(outcome.refused.front().status));
+        const StoreRefusal &refusal = outcome.refused.front();
+        return fail(Failed, shortName(*GetDescriptor(refusal.id)) + ": " + reasonOf(refusal.status));
     }
     return Done;
 }

@@ -48,6 +48,10 @@ public:
     /// Set and wait for the store's answer; tells the user when it fails.
     int send(eParam_t id, const ParamValue &value);
 
+    /// Set them all and wait for the store's answers; tells the user when one fails. Should the store be lost on
+    /// the way, some are set; doing it again does no harm.
+    int sendAll(const std::vector<std::pair<const ParamDescriptor *, ParamValue>> &values);
+
     /// Tell of success, in JSON with some more members (", \"a\": 1" or nothing).
     int succeed(const std::string &members = {}) const;
     /// Tell of a failure and answer with its code.

@@ -46,6 +46,7 @@ struct ParamRow {
     bool momentary;
     bool resetsWithWriter;
     std::span<const char *const> attributes;
+    const char *unit;
 };
 
 /// The attributes that the catalogue attaches to a parameter: names without a value.
@@ -99,6 +100,8 @@ public:
     bool isMomentary() const { return _row.momentary; }
     /// Goes back to its default when the client that wrote it is lost.
     bool resetsWithWriter() const { return _row.resetsWithWriter; }
+    /// What the number of an unsigned parameter counts; empty when nothing is to be said.
+    std::string unit() const { return _row.unit; }
     std::uint32_t minimum() const { return _row.minimum; }
     std::uint32_t maximum() const { return _row.maximum; }
     ParamValue defaultValue() const;
