@@ -3,8 +3,6 @@ rv_test(tst_shmstring fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_shmstring.cpp)
 target_link_libraries(tst_shmstring PRIVATE shmstring)
 
 if(TARGET orbscripted)
-    rv_test(tst_controller_tables fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_controller_tables.cpp)
-    target_link_libraries(tst_controller_tables PRIVATE app)
     foreach(topic wiring dispatch transport)
         rv_test(tst_controller_${topic} fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_controller_${topic}.cpp)
         target_link_libraries(tst_controller_${topic} PRIVATE app orbscripted simdispatcher)

@@ -24,6 +24,8 @@ private slots:
     void sharedTextsThatCannotBeMadeAreLoggedAndTheStartGoesOn();
     void theObjectsBelongToTheController();
     void theConsoleHasItsTwelveConnections();
+    void beforeTheEngineIsThereChangesAreDropped();
+    void everyAlarmNamesTheControllersFileAndALine();
 };
 
 namespace
@@ -271,6 +273,50 @@ void TestControllerWiring::theConsoleHasItsTwelveConnections()
           SIGNAL(fastfwd()), SIGNAL(step(int)), SIGNAL(record()), SIGNAL(standbyOff()),
           SIGNAL(toggleMeta()), SIGNAL(cameraRecord()), SIGNAL(refreshed())})
         QVERIFY2(Receivers::of(keys, signal) == 1, signal);
+}
+
+/// The status publisher replays three parameters when it is made; the controller hears them, too,
+/// and has nothing to do them with.
+void TestControllerWiring::beforeTheEngineIsThereChangesAreDropped()
+{
+    ControllerRig rig;
+    const QString start = QStringLiteral("Param Changed: [");
+    QStringList ids;
+    for (const LogCollector::Record &r : rig.log->records()) {
+        if (r.text.startsWith(start))
+            ids << r.text.mid(start.size()).section(u']', 0, 0);
+    }
+    const qsizetype first = ids.indexOf(QStringLiteral("7b03050a"));
+    QVERIFY(first >= 0);
+    for (const char *primed : {"7b04000a", "7b04020a", "79090000"})
+        QVERIFY(!ids.mid(0, first).contains(QString::fromLatin1(primed)));
+}
+
+void TestControllerWiring::everyAlarmNamesTheControllersFileAndALine()
+{
+    ControllerRig rig;
+    rig.settle();
+    rig.connectInput();
+    rig.command(3);
+    rig.settle();
+    QSignalSpy spy(rig.main.get(), &MainObject::alarmTriggered);
+    rig.main->validateAudioChannels();
+    rig.main->vtrRaiseVFRAlarm(true);
+    rig.main->vtrInputFormatChanged(0, ControllerRig::inputState());
+    rig.main->loadLuts();
+    QVariant desc;
+    rig.main->generateRecordStreamDesc(desc);
+    QList<int> ids;
+    QSet<int> lines;
+    for (const QVariantList &call : spy) {
+        const auto alarm = call.at(0).value<OrbAlarm>();
+        QCOMPARE(alarm.file(), QStringLiteral("mainobject.cpp"));
+        ids << int(alarm.id().value());
+        lines << alarm.line();
+    }
+    QVERIFY(QSet<int>(ids.begin(), ids.end()).contains(QSet<int>{1902, 1907, 1911, 1914}));
+    QVERIFY(!lines.contains(0));
+    QCOMPARE(lines.size(), ids.size()); // each from a line of its own
 }
 
 QTEST_APPLESS_MAIN(TestControllerWiring)

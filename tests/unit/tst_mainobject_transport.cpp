@@ -33,7 +33,9 @@ private slots:
     void shutdownIsNotPublished();
     void onlyModeAndPlaySpeedArePublished();
     void timecodesFreezeOutsidePlayAndRecord();
+    void timecodesRunInRecordAndFreezeInStandby();
     void aPlayListPositionIsPublished();
+    void aFrameWithoutAPlayListPositionPublishesNone();
     void inputFormats();
     void anInputThatInhibitsRecordIsPublishedAsTwo();
     void otherInputsAreIgnored();
@@ -353,6 +355,34 @@ void TestMainObjectTransport::timecodesFreezeOutsidePlayAndRecord()
     _rig->main->vbi(OrbVbiInfo(OrbTimecode(9, 0, 0, 0, 25, 0), OrbTimecode()));
     QCOMPARE(shm("rvd_currentTimecode"), frozen);
     QCOMPARE(shm("rvd_inputTimecode"), QByteArray("05:06:07:08"));
+}
+
+void TestMainObjectTransport::timecodesRunInRecordAndFreezeInStandby()
+{
+    const auto shown = [] {
+        QFile file(QStringLiteral("/dev/shm/rvd_currentTimecode"));
+        return file.open(QIODevice::ReadOnly) ? QByteArray(file.readAll().constData())
+                                              : QByteArray();
+    };
+    record();
+    _rig->main->vbi(OrbVbiInfo(OrbTimecode(1, 2, 3, 4, 25, 0), OrbTimecode()));
+    QCOMPARE(shown(), QByteArray("01:02:03:04"));
+    _rig->vtr->stop();
+    _rig->settle();
+    QCOMPARE(mode(), VtrState::Standby);
+    const QByteArray frozen = shown();
+    _rig->main->vbi(OrbVbiInfo(OrbTimecode(9, 0, 0, 0, 25, 0), OrbTimecode()));
+    QCOMPARE(shown(), frozen);
+}
+
+void TestMainObjectTransport::aFrameWithoutAPlayListPositionPublishesNone()
+{
+    play();
+    _rig->settle();
+    for (const MemoryStore::Set &set : _rig->store.sets()) {
+        QVERIFY(set.id != eParamCurrentClip);
+        QVERIFY(set.id != eParamCurrentPlayListIndex);
+    }
 }
 
 /// The frame on output says where in the play list it comes from.
