@@ -1,18 +1,31 @@
 #!/usr/bin/env bash
-# Runs the engine's tests with counters in the engine and prints which of its lines and branches they ran. Fails below
-# 95 % of the lines or 90 % of the branches of src/transport and src/aux.
+# Runs the tests of the engine and those of the controller with counters, each with its own folders, and prints which
+# of their lines and branches they ran. Fails where a group is below 95 % of its lines or 90 % of its branches.
 set -eu
 cd "$(dirname "$0")/.."
 build=build/coverage
+failed=0
+
+# measure LABEL FOLDERS...: the tests of a label, counted in folders of src/.
+measure() {
+    label=$1
+    shift
+    folders=()
+    for folder in "$@"; do
+        folders+=(--filter "src/$folder/")
+    done
+    # A branch that only an exception takes is none of ours: nothing here throws.
+    count=(gcovr --root . --object-directory "$build" "${folders[@]}"
+        --exclude-throw-branches --exclude-unreachable-branches)
+    find "$build" -name '*.gcda' -delete
+    QT_LOGGING_RULES="*.debug=false" ctest --test-dir "$build" --output-on-failure -L "$label" -j "$(nproc)"
+    "${count[@]}" --txt - --html-details "$build/coverage-$label.html" --fail-under-line 95 --fail-under-branch 90 ||
+        failed=1
+    "${count[@]}" --branches
+}
 
 cmake --preset coverage >/dev/null
-cmake --build "$build" -j "$(nproc)" --target engine_tests
-find "$build" -name '*.gcda' -delete
-QT_LOGGING_RULES="*.debug=false" ctest --test-dir "$build" --output-on-failure -L engine -j "$(nproc)"
-
-# A branch that only an exception takes is none of ours: nothing here throws.
-gcovr --root . --object-directory "$build" --filter src/transport/ --filter src/aux/ \
-    --exclude-throw-branches --exclude-unreachable-branches \
-    --txt - --html-details "$build/coverage.html" --fail-under-line 95 --fail-under-branch 90
-gcovr --root . --object-directory "$build" --filter src/transport/ --filter src/aux/ \
-    --exclude-throw-branches --exclude-unreachable-branches --branches
+cmake --build "$build" -j "$(nproc)" --target engine_tests controller_tests
+measure engine transport aux
+measure controller app config alarms media
+exit "$failed"

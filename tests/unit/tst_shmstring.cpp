@@ -34,6 +34,7 @@ private slots:
     void withoutAnObjectThereIsNothing();
     void anObjectOfAnotherKindIsNotOpened();
     void readersDoNotWrite();
+    void anyoneMayReadWhateverTheMask();
     void aTextSurvivesTheWriterAndIsTakenOver();
     void whatStoodBehindATextIsCleared();
     void aWriterThatDiedWhileItWroteHoldsNobodyUp();
@@ -281,6 +282,18 @@ void TestShmString::readersDoNotWrite()
     reader.set("the reader's");
     QCOMPARE(reader.read(), std::string("the writer's"));
     QVERIFY(!reader.create(64));
+}
+
+void TestShmString::anyoneMayReadWhateverTheMask()
+{
+    const mode_t before = umask(077);
+    ShmString text(_name.constData());
+    const bool isMade = text.create(64);
+    umask(before);
+    QVERIFY(isMade);
+    struct stat st = {};
+    QCOMPARE(::stat(("/dev/shm" + _name).constData(), &st), 0);
+    QCOMPARE(int(st.st_mode & 0777), 0644);
 }
 
 void TestShmString::aTextSurvivesTheWriterAndIsTakenOver()

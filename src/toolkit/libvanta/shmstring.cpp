@@ -76,6 +76,9 @@ bool ShmString::create(int size)
     const int fd = shm_open(_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0)
         return false;
+    // Readers of any user may read, whatever mask the daemon was started with. Another owner's object
+    // is taken as it is.
+    (void)fchmod(fd, 0644);
     // Room that is not there shows now and not as a signal at the first write.
     const bool isSized = ftruncate(fd, bytes) == 0 && posix_fallocate(fd, 0, bytes) == 0;
     const bool isMapped = isSized && map(fd, static_cast<std::size_t>(bytes), true);
