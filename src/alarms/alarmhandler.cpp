@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -49,15 +48,10 @@ static_assert(std::size(alarmRows) == 20);
 static_assert(std::ranges::is_sorted(alarmRows, std::ranges::less_equal{}, &AlarmRow::id));
 static_assert(std::ranges::is_sorted(alarmRows, std::ranges::less_equal{}, &AlarmRow::param));
 
-const std::vector<std::string> &delayAttributes()
-{
-    static const std::vector<std::string> names = {
-        "raise_on_play_pressed", "raise_on_record_pressed", "raise_on_stop_pressed",
-        "raise_on_playback",     "raise_on_record",         "raise_on_standby",
-        "raise_on_standby_off",
-    };
-    return names;
-}
+constexpr const char *delayAttributes[] = {
+    "raise_on_play_pressed", "raise_on_record_pressed", "raise_on_stop_pressed", "raise_on_playback",
+    "raise_on_record",       "raise_on_standby",        "raise_on_standby_off",
+};
 
 void log(int line, int level, const QString &text)
 {
@@ -106,7 +100,7 @@ bool AlarmHandler::hasAttribute(eParam_t param, const std::string &attribute) co
 
 bool AlarmHandler::isDelayed(eParam_t param) const
 {
-    return std::ranges::any_of(delayAttributes(), [&](const std::string &name) {
+    return std::ranges::any_of(delayAttributes, [&](const char *name) {
         return hasAttribute(param, name);
     });
 }
