@@ -1,4 +1,5 @@
 #include "controllerrig.h"
+#include "libmessages/alarm.h"
 #include "libmessages/datafile.h"
 
 #include <QFile>
@@ -23,6 +24,12 @@ private slots:
     void theInvertedRampTakesThePlaceOfAnyFile();
     void theInvertedRampNeedsAFile();
     void bothParametersLoadTheTable();
+    void theTableOfTheStoreIsLoadedAtTheStart();
+    void aCubeIsATableLikeAnyOther();
+    void aFolderIsNoFile();
+    void alarmComesBeforeTheLogAndTheLogBeforeTheTables_data();
+    void alarmComesBeforeTheLogAndTheLogBeforeTheTables();
+    void theAlarmIsInTheStoreAndClearedByAGoodTable();
     void firmwareLoadsArePublished();
 
 private:
@@ -32,6 +39,7 @@ private:
     OrbImageLut output() const { return _rig->vtr->state().outputLut(); }
     QStringList alarmTexts() const;
 
+    QTemporaryDir _kept; ///< for what a rig must find
     std::optional<ControllerRig> _rig;
     std::optional<QSignalSpy> _alarms;
 };
@@ -254,6 +262,112 @@ void TestMainObjectLuts::bothParametersLoadTheTable()
         QCOMPARE(_rig->controllerLines(),
                  QStringList{QStringLiteral("3 LUT Enabled 0, LUT path ''")});
     }
+}
+
+void TestMainObjectLuts::theTableOfTheStoreIsLoadedAtTheStart()
+{
+    const QString table = writeTable(QStringLiteral("good.lut"), 1024);
+    QVERIFY(QFile::copy(table, _kept.filePath(QStringLiteral("good.lut"))));
+    const QString path = _kept.filePath(QStringLiteral("good.lut"));
+    _alarms.reset();
+    _rig.reset();
+    ControllerRig::Start start;
+    start.prepare = [&](ControllerRig &rig) {
+        lumo::config::DataFile file;
+        file.set_path(path.toStdString());
+        rig.store.putUnchecked(eParamLutMode, 2u);
+        rig.store.putUnchecked(eParamLutFile, file.SerializeAsString());
+    };
+    _rig.emplace(start);
+    _rig->settle();
+    QVERIFY(_rig->logged(3, QStringLiteral("LUT Enabled 2, LUT path '%1'").arg(path)));
+    QCOMPARE(output().entries(), 1024);
+    QCOMPARE(output().filename(), path);
+    QVERIFY(!input().isValid());
+}
+
+void TestMainObjectLuts::aCubeIsATableLikeAnyOther()
+{
+    QFile file(_rig->pathOf(QStringLiteral("film.cube")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("TITLE \"film\"\nLUT_1D_SIZE 1024\n");
+    for (int i = 0; i < 1024; ++i)
+        file.write(QByteArray::number(i / 1023.0, 'f', 8) + " 0.5 " + QByteArray::number(1 - i / 1023.0, 'f', 8) + '\n');
+    file.close();
+    use(1, file.fileName());
+    QCOMPARE(alarmTexts(), QStringList{QStringLiteral("1920 0 mainobject.cpp ")});
+    for (const int i : {0, 1, 512, 1023}) {
+        QCOMPARE(int(input().lutData()[i]), i);
+        QCOMPARE(int(input().lutData()[1024 + i]), 512);
+        QCOMPARE(int(input().lutData()[2048 + i]), 1023 - i);
+    }
+}
+
+void TestMainObjectLuts::aFolderIsNoFile()
+{
+    use(1, _rig->path());
+    QCOMPARE(alarmTexts(), QStringList());
+    QCOMPARE(_rig->controllerLines(), QStringList{QStringLiteral("3 LUT Enabled 0, LUT path ''")});
+}
+
+void TestMainObjectLuts::alarmComesBeforeTheLogAndTheLogBeforeTheTables_data()
+{
+    QTest::addColumn<quint32>("mode");
+    QTest::addColumn<int>("entries");
+    QTest::addColumn<int>("logged"); // before the alarm
+    QTest::newRow("none") << 0u << 1024 << 0;
+    QTest::newRow("good") << 1u << 1024 << 1;
+    QTest::newRow("another length") << 2u << 1023 << 2;
+    QTest::newRow("no table") << 2u << 0 << 2;
+}
+
+void TestMainObjectLuts::alarmComesBeforeTheLogAndTheLogBeforeTheTables()
+{
+    QFETCH(quint32, mode);
+    QFETCH(int, entries);
+    QFETCH(int, logged);
+    const QString table = writeTable(QStringLiteral("a.lut"), entries);
+    QStringList order;
+    const auto tables = [this] { return input().entries() == 2 && output().entries() == 2 ? "old" : "new"; };
+    bool isOn = false;
+    connect(_rig->main.get(), &MainObject::alarmTriggered, this, [&] {
+        if (isOn)
+            order << QStringLiteral("alarm, %1").arg(QLatin1String(tables()));
+    });
+    const int sink = OrbLog::defaultLog()->addSink([&](int, const QString &file, int, const QString &) {
+        if (isOn && file == QLatin1String("mainobject.cpp"))
+            order << QStringLiteral("log, %1").arg(QLatin1String(tables()));
+    });
+    use(mode, table); // puts all in place, and loads once
+    OrbImageLut old(OrbId(OrbIdLutRgb16), 2);
+    _rig->vtr->setLuts(old, old);
+    isOn = true;
+    _rig->main->loadLuts();
+    isOn = false;
+    OrbLog::defaultLog()->removeSink(sink);
+    QStringList wanted(logged, QStringLiteral("log, old"));
+    wanted << QStringLiteral("alarm, old") << QStringLiteral("log, old");
+    QCOMPARE(order, wanted);
+    QCOMPARE(tables(), "new");
+}
+
+void TestMainObjectLuts::theAlarmIsInTheStoreAndClearedByAGoodTable()
+{
+    const auto last = [this] {
+        lumo::alarms::Alarm alarm;
+        alarm.ParseFromString(_rig->store.text(eParamAlarm1920));
+        return QStringLiteral("%1 %2").arg(alarm.active() ? int(alarm.severity()) : 0)
+            .arg(QString::fromStdString(alarm.message()));
+    };
+    use(1, writeTable(QStringLiteral("short.lut"), 1000));
+    QCOMPARE(last(), QStringLiteral("2 Parse of LUT returned unexpected number of entries. "
+                                    "Expected 1024, found 1000"));
+    // A file that is missing neither raises nor clears.
+    use(1, QStringLiteral("/no/such/table"));
+    use(1, writeTable(QStringLiteral("none.lut"), 0));
+    QCOMPARE(last(), QStringLiteral("2 LUT parse error"));
+    use(2, writeTable(QStringLiteral("good.lut"), 1024));
+    QCOMPARE(last(), QStringLiteral("0 "));
 }
 
 void TestMainObjectLuts::firmwareLoadsArePublished()

@@ -3,9 +3,11 @@
 #include "scriptedfilesystems.h"
 #include "simdispatcher.h"
 
+#include <QFile>
 #include <QMetaMethod>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimerEvent>
 
 #include <condition_variable>
 #include <memory>
@@ -101,6 +103,9 @@ private slots:
     void aFileSystemThatHangsBlocksNoTick();
     void aFileSystemThatHangsIsMeasuredAgainOnceItAnswers();
     void otherPathsAreMeasuredWhileOneHangs();
+    void anyNumberOfPathsTakesSixteenThreads();
+    void sixteenMediaThatHangAreTheLastToBeAsked();
+    void otherTimersAreNotTicks();
 
 private:
     void pass(int ticks) { SimDispatcher::runFor(ticks * tick); }
@@ -483,6 +488,51 @@ void TestMediaManager::otherPathsAreMeasuredWhileOneHangs()
     QVERIFY(MediaManager::getPathInfo(active, info));
     QCOMPARE(info.freePercent, 5.0);
     hanging.letGo();
+}
+
+void TestMediaManager::anyNumberOfPathsTakesSixteenThreads()
+{
+    setFileSystemQuestion(answerFivePercent, std::chrono::minutes(1));
+    FileSystemUse use;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 50; ++i)
+            QVERIFY(queryFileSystem(QStringLiteral("/media/%1").arg(i), use));
+    }
+    QVERIFY(!queryFileSystem(QString(), use));
+    QFile tasks(QStringLiteral("/proc/self/status"));
+    QVERIFY(tasks.open(QIODevice::ReadOnly));
+    const QByteArray status = tasks.readAll();
+    const qsizetype at = status.indexOf("Threads:");
+    // Those that were sent away may still be on their way out; there are never fifty.
+    QVERIFY(at > 0 && status.mid(at + 8, 8).trimmed().split('\n').first().toInt() < 50);
+}
+
+void TestMediaManager::sixteenMediaThatHangAreTheLastToBeAsked()
+{
+    HangingFileSystem hanging;
+    FileSystemUse use;
+    setFileSystemQuestion(hanging.question(), std::chrono::milliseconds(1));
+    for (int i = 0; i < 16; ++i)
+        QVERIFY(!queryFileSystem(QStringLiteral("/media/dead %1").arg(i), use));
+    hanging.waitAsked(16);
+    // Not even a healthy one: no thread is left to ask it.
+    setFileSystemQuestion(answerFivePercent, std::chrono::minutes(1));
+    QVERIFY(!queryFileSystem(QStringLiteral("/media/healthy"), use));
+    hanging.letGo();
+    while (!queryFileSystem(QStringLiteral("/media/healthy"), use))
+        std::this_thread::yield();
+    QCOMPARE(use.freeBlocks, quint64(5));
+}
+
+void TestMediaManager::otherTimersAreNotTicks()
+{
+    _disks->mount(active, 50);
+    _manager->setActivePath(active);
+    QTimerEvent other(-1);
+    QCoreApplication::sendEvent(&*_manager, &other);
+    QCOMPARE(_stops->count(), 0);
+    pass(1);
+    QCOMPARE(_stops->count(), 1);
 }
 
 QTEST_APPLESS_MAIN(TestMediaManager)
