@@ -11,3 +11,6 @@ if(TARGET orbscripted)
         set_tests_properties(tst_controller_${topic} PROPERTIES RESOURCE_LOCK clip_lists)
     endforeach()
 endif()
+
+# So have the shared texts.
+set_tests_properties(tst_configupdater PROPERTIES RESOURCE_LOCK clip_lists)

@@ -68,7 +68,8 @@ public:
     }
     ~ControllerRig()
     {
-        main->shutdown();
+        if (main)
+            main->shutdown();
         main.reset();
         ScriptedVideo::uninstall();
         ScriptedMedia::uninstall();

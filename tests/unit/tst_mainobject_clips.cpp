@@ -1,5 +1,6 @@
 #include "controllerrig.h"
 
+#include <QDir>
 #include <QFile>
 
 /// Clips and play lists: the lists, the current clip, and the ways from clip to clip.
@@ -33,6 +34,7 @@ private slots:
     void nextAndPreviousAreSteps();
     void aRecordedClipIsAppended();
     void aClipThatCannotBeReadIsNotAdded();
+    void aClipUnderAnotherNameThanItsOwnIsNotFound();
     void aNameListedTwiceBeginsAtItsFirstPlace();
     void theFirstFrameOfAClipIsItsPlace();
     void newMediaInPlayKeepThePosition();
@@ -325,6 +327,17 @@ void TestMainObjectClips::aClipThatCannotBeReadIsNotAdded()
                                          "returning fnum 0")}));
     QCOMPARE(_rig->main->playListInUse().size(), 3);
     QVERIFY(_rig->store.sets().empty());
+}
+
+void TestMainObjectClips::aClipUnderAnotherNameThanItsOwnIsNotFound()
+{
+    const QString name = QStringLiteral("folder/C.mov");
+    QVERIFY(QDir(_rig->path()).mkdir(QStringLiteral("folder")));
+    QVERIFY(_rig->writeClip(name, 5));
+    _rig->clear();
+    QCOMPARE(_rig->main->addLastRecordedClip(name), 0);
+    QCOMPARE(_rig->controllerLines().first(),
+             QStringLiteral("2 Unable to find clip folder/C.mov in playlist"));
 }
 
 void TestMainObjectClips::aNameListedTwiceBeginsAtItsFirstPlace()

@@ -38,6 +38,8 @@ private slots:
     void shutdownWaitsForTheStream();
     void shutdownHoldsAgainstACommandThatComesBetween();
     void afterShutdownNothingIsDispatched();
+    void destroyedWithoutAShutdownItGoesQuietly_data();
+    void destroyedWithoutAShutdownItGoesQuietly();
 };
 
 namespace
@@ -499,6 +501,31 @@ void TestMainObjectLife::afterShutdownNothingIsDispatched()
     rig.settle(10000);
     QVERIFY(rig.log->records().isEmpty());
     QCOMPARE(rig.written(eParamTransportState), QList<quint32>());
+}
+
+void TestMainObjectLife::destroyedWithoutAShutdownItGoesQuietly_data()
+{
+    QTest::addColumn<int>("command");
+    QTest::newRow("standby off") << 0;
+    QTest::newRow("playing") << 1;
+    QTest::newRow("recording") << 3;
+}
+
+void TestMainObjectLife::destroyedWithoutAShutdownItGoesQuietly()
+{
+    QFETCH(int, command);
+    ControllerRig rig;
+    rig.setClips({{QStringLiteral("A.mov"), 5000}});
+    rig.change(eParamMediaUpdated, 1);
+    rig.settle();
+    rig.connectInput();
+    rig.command(command);
+    rig.settle();
+    rig.clear();
+    rig.main.reset();
+    rig.settle();
+    QVERIFY(!rig.written(eParamTransportState).contains(20u)); // only a shutdown says that it is over
+    QCOMPARE(rig.log->lines().filter(QStringLiteral("mainobject.cpp")), QStringList());
 }
 
 QTEST_APPLESS_MAIN(TestMainObjectLife)

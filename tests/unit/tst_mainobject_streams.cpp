@@ -43,6 +43,8 @@ private slots:
     void theDescriptorsOfARolloverKeepTheRecordClipNameDeliberately();
     void signalsBeforeAndAfterARolloverChangeNothing();
     void anotherClipMayBeRecordedAfterANameWithoutAnEnding();
+    void aRecordingThatIsInhibitedIsNoBusinessOfTheController();
+    void whatADescriptorTakesIsAskedForEveryTime();
 
 private:
     QVariant playbackDesc(int &frame) const;
@@ -649,6 +651,37 @@ void TestMainObjectStreams::anotherClipMayBeRecordedAfterANameWithoutAnEnding()
     const QVariant desc = recordDesc();
     QVERIFY2(desc.toString().startsWith(other + QStringLiteral("/plain_2")),
              qPrintable(desc.toString()));
+}
+
+/// The engine says why; the controller hears it and does nothing.
+void TestMainObjectStreams::aRecordingThatIsInhibitedIsNoBusinessOfTheController()
+{
+    _rig->disks.mount(_rig->path(), 50); // full
+    QSignalSpy failed(_rig->vtr, SIGNAL(recordFailedToStart(OrbId &)));
+    _rig->clear();
+    _alarms->clear();
+    _rig->command(3);
+    _rig->settle();
+    QCOMPARE(failed.count(), 1);
+    QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
+    QVERIFY(_rig->controllerLines().isEmpty());
+    QCOMPARE(_alarms->count(), 0);
+    QVERIFY(_rig->written(eParamTransportState).isEmpty());
+}
+
+/// Nothing of an answer is kept: medium, clip and list are those of the moment.
+void TestMainObjectStreams::whatADescriptorTakesIsAskedForEveryTime()
+{
+    int frame = 0;
+    QCOMPARE(playbackDesc(frame), QVariant(_rig->pathOf(QStringLiteral("B.mov"))));
+    _rig->store.put(eParamCurrentClip, std::string("A.mov"));
+    QCOMPARE(playbackDesc(frame), QVariant(_rig->pathOf(QStringLiteral("A.mov"))));
+    _rig->manager->setActivePath(other);
+    QCOMPARE(playbackDesc(frame), QVariant(other + QStringLiteral("/A.mov")));
+    _rig->store.put(eParamCurrentClip, std::string("%2 of %1.mov")); // a name is never a pattern
+    QCOMPARE(playbackDesc(frame), QVariant(other + QStringLiteral("/%2 of %1.mov")));
+    QCOMPARE(_rig->controllerLines().last(),
+             QStringLiteral("3 Playback Stream Desc: /media/other/%2 of %1.mov at frame 0"));
 }
 
 QTEST_APPLESS_MAIN(TestMainObjectStreams)
