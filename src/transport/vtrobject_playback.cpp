@@ -204,12 +204,14 @@ void VtrObject::setPlayFrameTimecode(OrbFrame &frame) const
 }
 
 /// A later Play opens the same material at the same place. A cue or a step that the flush has not
-/// carried out by now belongs to the stream that goes.
+/// carried out by now belongs to the stream that goes. Without a stream there is no place to keep.
 void VtrObject::cleanupModePlay()
 {
-    _savedPlaybackDesc = _stm->desc();
-    _savedPlaybackPosition =
-        _vdev->currentFrameMetadata().valueFor(OrbId(OrbIdFrameNumber)).toInt();
+    if (!_stm->isClosed()) {
+        _savedPlaybackDesc = _stm->desc();
+        _savedPlaybackPosition =
+            _vdev->currentFrameMetadata().valueFor(OrbId(OrbIdFrameNumber)).toInt();
+    }
     _pendingCue = -1;
     _stepOffset = 0;
     _stm->close();

@@ -15,6 +15,7 @@ private slots:
     void aFailedOpenIsToldBeforeTheNextOneStarts();
     void theStreamOfAModeLeftInItsFirstPassIsClosed();
     void aReceiverThatAnswersEveryNewsWithACommandDoesNotHoldUpTheLoop();
+    void thePlaceIsKeptWhenPlayComesBackBeforeStandbyOffWasPublished();
 };
 
 void TestEngineFound::aCommandGivenWhileAnOpenBeginsIsCarriedOutBehindIt_data()
@@ -94,6 +95,27 @@ void TestEngineFound::aReceiverThatAnswersEveryNewsWithACommandDoesNotHoldUpTheL
     rig.run(10);
     QVERIFY(answers > 0);
     QVERIFY(answers < 100);
+}
+
+/// Play is cleaned up twice then; the second time there is neither stream nor picture to go by.
+void TestEngineFound::thePlaceIsKeptWhenPlayComesBackBeforeStandbyOffWasPublished()
+{
+    EngineRig rig;
+    rig.startPlay();
+    rig.run(1000);
+    rig.video.ticksByItself = false;
+    rig.run(100);
+    const int place = rig.vtr->currentFrameNumber();
+    QVERIFY(place > 10);
+    rig.transcript.clear();
+    rig.vtr->standbyOff();
+    rig.run(10);
+    QVERIFY(rig.invoke("process"));
+    rig.run(10);
+    QVERIFY(rig.signalsSeen().filter(QStringLiteral("stateChanged")).isEmpty());
+    rig.vtr->play();
+    rig.run(100);
+    QVERIFY(rig.hasLog(3, QStringLiteral("Starting at prior playback position of %1").arg(place)));
 }
 
 SIM_TEST_MAIN(TestEngineFound)
