@@ -292,7 +292,8 @@ void TestMainObjectLuts::aCubeIsATableLikeAnyOther()
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("TITLE \"film\"\nLUT_1D_SIZE 1024\n");
     for (int i = 0; i < 1024; ++i)
-        file.write(QByteArray::number(i / 1023.0, 'f', 8) + " 0.5 " + QByteArray::number(1 - i / 1023.0, 'f', 8) + '\n');
+        file.write(QByteArray::number(i / 1023.0, 'f', 8) + " 0.5 " + QByteArray::number(1 - i / 1023.0, 'f', 8)
+                   + '\n');
     file.close();
     use(1, file.fileName());
     QCOMPARE(alarmTexts(), QStringList{QStringLiteral("1920 0 mainobject.cpp ")});

@@ -97,6 +97,8 @@ private slots:
     void aTickThatCannotMeasureDoesNothing();
     void aPathNotSetIsNoMedium();
     void aRolloverSucceedsAndTheMediaTakeTurns();
+    void aMediumThatCannotBeMeasuredBecomesActiveAllTheSame();
+    void theEndIsSignalledBeforeItIsLoggedAndTheStartAfter();
     void aRolloverThatFailsKeepsBothPaths();
     void aRefusedRolloverIsLoggedWithItsReason();
     void storageUseIsRefusedWhileARolloverRuns();
@@ -310,6 +312,12 @@ void TestMediaManager::inhibitIsInProgressBeforeItIsNotMounted()
     QCOMPARE(_manager->getRolloverInhibit(MediaManager::PathInfo()), 2);
     _disks->fail(rollover);
     QCOMPARE(_manager->getRolloverInhibit(), 3);
+    // Nor does a path that is taken away meanwhile come first.
+    _manager->setRolloverPath(QString());
+    QCOMPARE(_manager->getRolloverInhibit(), 3);
+    QCOMPARE(_manager->getRolloverInhibit(MediaManager::PathInfo()), 2);
+    _manager->setRolloverEnabled(false);
+    QCOMPARE(_manager->getRolloverInhibit(MediaManager::PathInfo()), 1);
 }
 
 void TestMediaManager::theFirstTickOfAPathThatCouldNotBeMeasuredOnlyStores()
@@ -386,6 +394,48 @@ void TestMediaManager::aRolloverSucceedsAndTheMediaTakeTurns()
     QCOMPARE(_stops->count(), 1);
 }
 
+void TestMediaManager::aMediumThatCannotBeMeasuredBecomesActiveAllTheSame()
+{
+    _disks->mount(active, 90);
+    _disks->mount(rollover, 500);
+    _manager->setActivePath(active);
+    _manager->setRolloverPath(rollover);
+    _manager->setRolloverEnabled(true);
+    QVERIFY(_manager->markRolloverInProgress());
+    _disks->fail(rollover);
+    LogCollector log;
+    _manager->markRolloverComplete(true);
+    QCOMPARE(_manager->activePath(), rollover);
+    QCOMPARE(log.lines().size(), 1); // nothing of the measurement
+    // Its first measurement is only stored.
+    _disks->mount(rollover, 50);
+    pass(1);
+    QCOMPARE(_stops->count(), 0);
+    pass(1);
+    QCOMPARE(_stops->count(), 1);
+}
+
+void TestMediaManager::theEndIsSignalledBeforeItIsLoggedAndTheStartAfter()
+{
+    _disks->mount(rollover, 500);
+    _manager->setRolloverPath(rollover);
+    _manager->setRolloverEnabled(true);
+    LogCollector log;
+    QList<qsizetype> lines;
+    connect(&*_manager, &MediaManager::rolloverStarted, this, [&] {
+        lines << log.lines().size();
+        QVERIFY(_manager->isRolloverInProgress());
+    });
+    connect(&*_manager, &MediaManager::rolloverCompleted, this, [&] {
+        lines << log.lines().size();
+        QVERIFY(!_manager->isRolloverInProgress());
+    });
+    QVERIFY(_manager->markRolloverInProgress());
+    _manager->markRolloverComplete(false);
+    QCOMPARE(lines, QList<qsizetype>({1, 1}));
+    QCOMPARE(log.lines().size(), 2);
+}
+
 void TestMediaManager::aRolloverThatFailsKeepsBothPaths()
 {
     _disks->mount(active, 90);
@@ -437,9 +487,15 @@ void TestMediaManager::storageUseIsRefusedWhileARolloverRuns()
     QCOMPARE(log.lines(),
              QStringList{QStringLiteral("3 mediamanager.cpp Rollover in progress, ignoring "
                                         "setStorageInUse(false)")});
-    _manager->markRolloverComplete(true);
+    _manager->markRolloverComplete(false);
     _manager->setStorageInUse(false);
     QCOMPARE(used, QList<QVariantList>({{false}}));
+    QVERIFY(_manager->markRolloverInProgress());
+    log.clear();
+    _manager->setStorageInUse(true);
+    QCOMPARE(log.lines(), QStringList{QStringLiteral("3 mediamanager.cpp Rollover in progress, ignoring "
+                                                     "setStorageInUse(true)")});
+    QCOMPARE(used.count(), 1);
 }
 
 /// Were a query waited for, this test would never end.
