@@ -1,4 +1,5 @@
 // The text of a look-up table file: whatever it is, the answer is a table of codes or a line of plain text.
+// links: vanta
 
 #include "libvanta/lututils.h"
 
