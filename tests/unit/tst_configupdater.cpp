@@ -44,7 +44,7 @@ private slots:
     void initTestCase();
     void init();
     void constructionReplaysThreeParametersAndBlanksTheTimecodes();
-    void storageUsesTheCodesOneAndTwo();
+    void storageDeliberatelyUsesTheCodesOneAndTwo();
     void aClipNameFromTheStoreIsNotWrittenBack();
     void aNegativeIndexIsWrittenAsUnsigned();
     void timecodesAreWrittenWhenTheyChange();
@@ -81,7 +81,7 @@ void TestConfigUpdater::constructionReplaysThreeParametersAndBlanksTheTimecodes(
     QCOMPARE(published("/rvd_inputTimecode"), QStringLiteral("--:--:--:--"));
 }
 
-void TestConfigUpdater::storageUsesTheCodesOneAndTwo()
+void TestConfigUpdater::storageDeliberatelyUsesTheCodesOneAndTwo()
 {
     ConfigInterface config;
     ConfigUpdater updater(&config);

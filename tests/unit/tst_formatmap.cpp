@@ -10,6 +10,7 @@
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 /// The format tables row by row, in their order, against a list typed for this test; then what no
 /// row knows, the identifiers of every value around the switches, the shuttle ladders and the
@@ -32,6 +33,7 @@ private slots:
     void theShuttleLadderAtEverySpeed();
     void thePublishedSpeedAtEveryBoundary_data();
     void thePublishedSpeedAtEveryBoundary();
+    void normalPlayIsThreeAndNormalReverseIsNineDeliberately();
 };
 
 namespace
@@ -437,6 +439,14 @@ void TestFormatMap::thePublishedSpeedAtEveryBoundary()
 {
     QFETCH(double, speed);
     QTEST(transportStateOfSpeed(speed).value_or(-1), "number");
+}
+
+void TestFormatMap::normalPlayIsThreeAndNormalReverseIsNineDeliberately()
+{
+    QCOMPARE(transportStateOfSpeed(1.0), std::optional(3));
+    QCOMPARE(transportStateOfSpeed(-1.0), std::optional(9));
+    QCOMPARE(transportStateOfSpeed(4.0), std::optional(5));
+    QCOMPARE(transportStateOfSpeed(-4.0), std::optional(11));
 }
 
 QTEST_APPLESS_MAIN(TestFormatMap)

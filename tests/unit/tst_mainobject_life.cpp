@@ -12,7 +12,7 @@ class TestMainObjectLife : public QObject
     Q_OBJECT
 private slots:
     void signalsAndSlotsStandInTheirOrder();
-    void thirtySixParametersAreReplayedInTheirOrder();
+    void thirtySixParametersAreReplayedInTheirOrderOneTwiceDeliberately();
     void theTransportIsPublishedAsRunningFirst();
     void theEngineStartsAfterTheSettings();
     void withoutAStoreItStartsAllTheSame();
@@ -31,7 +31,7 @@ private slots:
     void withoutAConsoleItsSlotsDoNothing();
     void theConsolesKeysReachTheEngine();
     void theConsoleShowsTheTransport();
-    void theConsoleStampsTheCamerasFlag();
+    void theCamerasFlagTurnsOverEvenUnstampedDeliberately();
     void theConsoleQuits();
     void shutdownPublishesRunningBeforeState();
     void shutdownWaitsForAModeChange();
@@ -107,7 +107,7 @@ void TestMainObjectLife::signalsAndSlotsStandInTheirOrder()
     QCOMPARE(names, wanted);
 }
 
-void TestMainObjectLife::thirtySixParametersAreReplayedInTheirOrder()
+void TestMainObjectLife::thirtySixParametersAreReplayedInTheirOrderOneTwiceDeliberately()
 {
     // 0xf01000a stands twice, deliberately.
     const QStringList expected = QStringLiteral("7b03050a 7b01010a 7b010a0a c020000 f02000a "
@@ -356,7 +356,7 @@ void TestMainObjectLife::theConsoleShowsTheTransport()
 }
 
 /// The flag turns over even while it is not stamped, deliberately.
-void TestMainObjectLife::theConsoleStampsTheCamerasFlag()
+void TestMainObjectLife::theCamerasFlagTurnsOverEvenUnstampedDeliberately()
 {
     StdoutCapture capture;
     ControllerRig rig(with({}, true));
@@ -524,7 +524,8 @@ void TestMainObjectLife::destroyedWithoutAShutdownItGoesQuietly()
     rig.clear();
     rig.main.reset();
     rig.settle();
-    QVERIFY(!rig.written(eParamTransportState).contains(20u)); // only a shutdown says that it is over
+    QVERIFY(
+        !rig.written(eParamTransportState).contains(20u)); // only a shutdown says that it is over
     QCOMPARE(rig.log->lines().filter(QStringLiteral("mainobject.cpp")), QStringList());
 }
 

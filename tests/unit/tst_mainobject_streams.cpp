@@ -31,7 +31,7 @@ private slots:
     void closedThenOpenCompletesTheRollover();
     void openThenClosedCompletesTheRollover();
     void lateEventsAreOnlyLogged();
-    void aFailedOpenCountsAsOpen();
+    void aFailedOpenCountsAsOpenDeliberately();
     void eventsOutsideARolloverAreIgnored();
     void aRolloverEndsWithTheRecordingReleasesTheStorage();
     void aFailedRolloverPublishesNothing();
@@ -460,7 +460,7 @@ void TestMainObjectStreams::lateEventsAreOnlyLogged()
     _rig->media->finishClose();
 }
 
-void TestMainObjectStreams::aFailedOpenCountsAsOpen()
+void TestMainObjectStreams::aFailedOpenCountsAsOpenDeliberately()
 {
     record();
     prepareRollover();

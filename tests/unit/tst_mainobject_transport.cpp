@@ -28,8 +28,8 @@ private slots:
     void theQuitValueEndsTheEventLoopAndShutsDown();
     void publishedStates_data();
     void publishedStates();
-    void speedsThatAreNoNumberAreLogged();
-    void modesThatAreNoneAreLogged();
+    void speedsThatAreNoNumberAreLoggedAndNotPublished();
+    void modesThatAreNoneAreLoggedAndNotPublished();
     void shutdownIsNotPublished();
     void onlyModeAndPlaySpeedArePublished();
     void timecodesFreezeOutsidePlayAndRecord();
@@ -290,14 +290,14 @@ void TestMainObjectTransport::publishedStates()
     QCOMPARE(_rig->written(eParamTransportState), QList<quint32>{number});
 }
 
-void TestMainObjectTransport::speedsThatAreNoNumberAreLogged()
+void TestMainObjectTransport::speedsThatAreNoNumberAreLoggedAndNotPublished()
 {
     _rig->main->updateTransporterState(stateOf(VtrState::Play, std::nan("")));
     QVERIFY(_rig->store.sets().empty());
     QCOMPARE(_rig->controllerLines(), QStringList{QStringLiteral("2 Unhandled speed: nan")});
 }
 
-void TestMainObjectTransport::modesThatAreNoneAreLogged()
+void TestMainObjectTransport::modesThatAreNoneAreLoggedAndNotPublished()
 {
     _rig->main->updateTransporterState(stateOf(VtrState::Mode(9)));
     QVERIFY(_rig->store.sets().empty());
