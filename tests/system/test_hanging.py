@@ -10,7 +10,7 @@ from datetime import datetime
 
 from hangingmedium import HangingMedium
 from rig import Recorder, check, main, wait_until
-from test_media import FORMAT, fill_to
+from test_media import FORMAT, fill_to, whole
 
 
 class Changes:
@@ -76,6 +76,19 @@ def log_times(recorder, text):
             for line in recorder.log_text().splitlines() if text in line]
 
 
+def lut_answers(recorder, changes, count):
+    """Milliseconds from changes of a setting to the log line that says that they are carried out."""
+    before = len(log_times(recorder, "LUT Enabled"))
+    for i in range(count):
+        recorder.set("LutMode", 1 + i % 2)
+        time.sleep(0.13)
+    wait_until("all are carried out", lambda: len(log_times(recorder, "LUT Enabled")) >= before + count)
+    done = log_times(recorder, "LUT Enabled")[before:]
+    asked = [at for _, at in changes.of("eParamLutMode")]
+    check(len(asked) == count, f"{len(asked)} changes of {count}")
+    return [b - a for a, b in zip(asked, done)]
+
+
 PLAY, STILL = 3, 15
 
 
@@ -113,19 +126,11 @@ def settings_are_carried_out_while_the_active_medium_hangs(bin_dir):
         recorder.start()
         recorder.wait_for("InputFormat", 1)
         slot.hang()
-        before = log_times(recorder, "LUT Enabled")
         recorder.set("ActivePath", slot.path)
         recorder.wait_log(f"getPathInfo failed for {slot.path}")
         with Changes(recorder) as changes:
             time.sleep(0.5)
-            for i in range(20):
-                recorder.set("LutMode", 1 + i % 2)
-                time.sleep(0.13)
-            wait_until("all are carried out",
-                       lambda: len(log_times(recorder, "LUT Enabled")) >= len(before) + 20)
-            done = log_times(recorder, "LUT Enabled")[len(before):]
-            asked = [at for _, at in changes.of("eParamLutMode")]
-        judge([b - a for a, b in zip(asked, done)], "while it hangs")
+            judge(lut_answers(recorder, changes, 20), "while it hangs")
         check(slot.asked == 1 or recorder.log_text().count("getPathInfo failed") == 1, f"asked {slot.asked} times")
         # Frames go on, too.
         numbers = [frame["number"] for frame in recorder.frames(25)]
@@ -137,6 +142,27 @@ def settings_are_carried_out_while_the_active_medium_hangs(bin_dir):
         result = recorder.ctl("--wait", "--timeout", "3", "record")
         check(result.returncode != 0, "record on a full medium")
         recorder.wait_log("Record Inhibited: ")
+
+
+def settings_and_stop_are_carried_out_while_a_recording_cannot_be_written(bin_dir):
+    with Recorder(bin_dir, source_format=FORMAT, medium="loop", size="512m") as recorder:
+        recorder.start()
+        recorder.wait_for("InputFormat", 1)
+        time.sleep(1)
+        recorder.do("record")
+        time.sleep(1)
+        subprocess.run(["fsfreeze", "-f", recorder.medium], check=True)  # writes sleep until it is thawed
+        try:
+            with Changes(recorder) as changes:
+                time.sleep(1)
+                judge(lut_answers(recorder, changes, 10), "while it is frozen")
+                recorder.do("stop")
+                check("STREAM: Close is Done" not in recorder.log_text(), "the clip is still to be written")
+        finally:
+            subprocess.run(["fsfreeze", "-u", recorder.medium], check=True)
+        wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
+        numbers = whole(recorder.clips()[0])
+        check(len(numbers) > 40, f"{len(numbers)} frames")
 
 
 def a_table_on_a_hanging_medium_is_given_up(bin_dir):
@@ -159,4 +185,6 @@ def a_table_on_a_hanging_medium_is_given_up(bin_dir):
 
 if __name__ == "__main__":
     main([commands_are_answered_while_the_rollover_medium_hangs,
-          settings_are_carried_out_while_the_active_medium_hangs, a_table_on_a_hanging_medium_is_given_up])
+          settings_are_carried_out_while_the_active_medium_hangs,
+          settings_and_stop_are_carried_out_while_a_recording_cannot_be_written,
+          a_table_on_a_hanging_medium_is_given_up])
