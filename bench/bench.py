@@ -274,6 +274,19 @@ def topic_store(bin_dir):
     output = run_program(bin_dir, "store_latency")
     title("Parameter store: set in one client to event in another, loopback")
     latency_rows("set to event", output, None, "ms", 0.001)
+    broker = shutil.which("mosquitto", path=os.environ.get("PATH", "") + ":/usr/sbin")
+    if not broker:
+        print("    no MQTT broker is installed: nothing to compare with", flush=True)
+        return
+    title("Parameter store beside an MQTT broker, by turns in one run (store, broker, ratio)")
+    output = run_program(bin_dir, "store_mqtt", os.path.join(bin_dir, "rvstore"), broker)
+    for line in output.strip().split("\n"):
+        name, ours, theirs, unit, better = line.split("; ")
+        ratio = float(ours) / float(theirs)
+        is_met = ratio <= 1.0 if better == "less" else ratio >= 1.0
+        row(name, f"{float(ours):.0f} {unit}")
+        row("    broker", f"{float(theirs):.0f} {unit}")
+        row("    store : broker", f"{ratio:.2f}", f"at {'most' if better == 'less' else 'least'} 1.00", is_met)
 
 
 def topic_codecs(bin_dir):

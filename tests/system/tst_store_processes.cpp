@@ -1,6 +1,9 @@
 #include "libconfig/config.h"
+#include "libmessages/alarm.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -328,17 +331,206 @@ private slots:
         QCOMPARE(watch.exitCode(), 0);
     }
 
+    void setIsOnTheMediumWhenTheCommandLineSaysSo()
+    {
+        for (int i = 0; i < 10; i++) {
+            QCOMPARE(rvctl({"set", "RecordInterval", QString::number(i + 100)}), 0);
+            cleanup();
+            startStore();
+            QCOMPARE(get("RecordInterval"), QString::number(i + 100));
+        }
+    }
+
+    void damagedFileIsPutAsideAndTheStoreStartsWithDefaults()
+    {
+        QCOMPARE(rvctl({"set", "EncodeType", "2"}), 0);
+        // Ended in order, so that everything is in the one file.
+        _store.terminate();
+        QVERIFY(_store.waitForFinished());
+        QFile file(database());
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        file.write(QByteArray(int(file.size()), '\xa5'));
+        file.close();
+        startStore();
+        QVERIFY2(_started.contains("cannot read") && _started.contains("put aside"), _started.constData());
+        QVERIFY(QFile::exists(database() + ".damaged"));
+        QCOMPARE(get("EncodeType"), QString("ProRes 422"));
+        QCOMPARE(rvctl({"set", "EncodeType", "3"}), 0);
+    }
+
+    void onlyLoopbackIsListenedOn_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QString>("complaint");
+        QTest::newRow("everywhere") << "0.0.0.0" << "refuses to listen on 0.0.0.0";
+        QTest::newRow("a network") << "192.168.1.5" << "refuses to listen on 192.168.1.5";
+        QTest::newRow("no address") << "localhost" << "no IPv4 address";
+        QTest::newRow("loopback") << "127.0.0.2" << "";
+    }
+
+    void onlyLoopbackIsListenedOn()
+    {
+        QFETCH(QString, address);
+        QFETCH(QString, complaint);
+        QProcess store;
+        store.setProcessChannelMode(QProcess::MergedChannels);
+        store.start(RV_STORE, {"--no-db", "--port", "0", "--listen", address});
+        QVERIFY(store.waitForReadyRead());
+        store.terminate();
+        store.waitForFinished();
+        const QString said = QString::fromUtf8(store.readAllStandardOutput());
+        QVERIFY2(said.contains(complaint.isEmpty() ? "ready on 127.0.0.2:" : complaint), qPrintable(said));
+        QCOMPARE(store.exitCode(), complaint.isEmpty() ? 0 : 2);
+    }
+
+    void describeSaysWhatTheCatalogueKnows_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("lines");
+        QTest::newRow("unsigned") << "recordinterval"
+                                  << QStringList{"0x0901000a", "Unsigned", "0 to 3600 frames", "Default    1",
+                                                 "clients", "kept over a restart"};
+        QTest::newRow("enumerated") << "TransportState"
+                                    << QStringList{"Enumerated", "the transport daemon", "not kept", "  2  Record",
+                                                   " 15  Still"};
+        QTest::newRow("command") << "TransportCommand" << QStringList{"momentary", "  1  Play"};
+        QTest::newRow("text") << "ReelName" << QStringList{"String", "up to 900 bytes", "Default    \"1\""};
+        QTest::newRow("alarm") << "0x7e070b00" << QStringList{"Alarm", "waits, and is shown when record is pressed"};
+        QTest::newRow("event alarm") << "Alarm1904"
+                                     << QStringList{"shown at once; cleared when play is pressed or record is pressed"};
+    }
+
+    void describeSaysWhatTheCatalogueKnows()
+    {
+        QFETCH(QString, name);
+        QFETCH(QStringList, lines);
+        cleanup();
+        QCOMPARE(rvctl({"describe", name}), 0);
+        for (const QString &line : lines) {
+            QVERIFY2(_out.contains(line), qPrintable(line + "\n" + _out));
+        }
+        QCOMPARE(rvctl({"--json", "describe", name}), 0);
+        QVERIFY(json()["ok"].toBool());
+        QVERIFY(!json()["meaning"].toString().isEmpty());
+        QCOMPARE(rvctl({"describe", "TransportStat"}), 1);
+        QVERIFY(_err.contains("\"TransportState\""));
+    }
+
+    void exportedSettingsComeBack()
+    {
+        QCOMPARE(rvctl({"set", "EncodeType", "ProRes 422 HQ"}), 0);
+        QCOMPARE(rvctl({"set", "ReelName", " a \"b\" \\ \t"}), 0);
+        QCOMPARE(rvctl({"set", "LutFile", "/luts/a.cube"}), 0);
+        QCOMPARE(rvctl({"export"}), 0);
+        const QString text = _out;
+        QVERIFY(text.contains("EncodeType = ProRes 422 HQ\n"));
+        QVERIFY(text.contains("LutFile = \"/luts/a.cube\"\n"));
+        QVERIFY(!text.contains("TransportState"));
+        write("settings.txt", text);
+        QCOMPARE(rvctl({"set", "EncodeType", "0"}), 0);
+        QCOMPARE(rvctl({"set", "ReelName", "x"}), 0);
+        QCOMPARE(rvctl({"set", "LutFile", ""}), 0);
+        QCOMPARE(rvctl({"import", _folder->filePath("settings.txt")}), 0);
+        QCOMPARE(rvctl({"export"}), 0);
+        QCOMPARE(_out, text);
+    }
+
+    void importWithAWrongLineSetsNothingAndNamesEveryWrongLine()
+    {
+        write("settings.txt", "# mine\nEncodeType = ProRes 422 HQ\nEncodTyp = 1\nRecordInterval = 4000\nReelName 7\n"
+                              "ReelName = \"7\nTransportState = Play\nEncodeType = 0\n");
+        const QString path = _folder->filePath("settings.txt");
+        QCOMPARE(rvctl({"import", path}), 1);
+        const QStringList complaints{path + ":3: no parameter is called \"EncodTyp\"; did you mean \"EncodeType\"?",
+                                     path + ":4: RecordInterval goes from 0 to 3600",
+                                     path + ":5: a setting reads NAME = VALUE",
+                                     path + ":6: the closing quote is missing",
+                                     path + ":7: TransportState is no setting; it is not kept",
+                                     path + ":8: EncodeType stands already in line 2", "nothing was set"};
+        QStringList expected;
+        for (const QString &complaint : complaints) {
+            expected << "rvctl: " + complaint;
+        }
+        QCOMPARE(_err.split('\n', Qt::SkipEmptyParts), expected);
+        QCOMPARE(get("EncodeType"), QString("ProRes 422"));
+        QCOMPARE(rvctl({"--json", "import", path}), 1);
+        QVERIFY(json()["error"].toString().contains(":5: "));
+        QCOMPARE(rvctl({"import", _folder->filePath("missing.txt")}), 1);
+        QVERIFY(_err.contains("cannot read"));
+    }
+
+    void alarmsAreListedAndTellByTheExitStatus()
+    {
+        QCOMPARE(rvctl({"alarms"}), 0);
+        QCOMPARE(_out, QString("no alarm is raised\n"));
+        const auto config = connect(GetConfigURI("udp"));
+        lumo::alarms::Alarm alarm;
+        alarm.set_active(true);
+        alarm.set_severity(lumo::alarms::Alarm_WARNING);
+        alarm.set_message("frame\x1b[2J 7");
+        const auto before = QDateTime::currentSecsSinceEpoch();
+        QVERIFY(config->setData(eParamAlarm1904, alarm.SerializeAsString()));
+        QTRY_COMPARE(rvctl({"alarms"}), 1);
+        QVERIFY2(_out.startsWith("Alarm1904  warning since 2"), qPrintable(_out));
+        QVERIFY2(_out.contains("Alarm: a frame was dropped. frame\\x1b[2J 7"), qPrintable(_out));
+        QCOMPARE(_out.count('\n'), 1);
+        QCOMPARE(rvctl({"--json", "alarms"}), 1);
+        const QJsonObject raised = json()["alarms"].toArray().at(0).toObject();
+        QCOMPARE(raised["severity"].toString(), QString("warning"));
+        QVERIFY(qAbs(raised["sinceSeconds"].toInteger() - before) < 60);
+        QCOMPARE(rvctl({"set", "Alarm1904", "clear"}), 0);
+        QCOMPARE(rvctl({"alarms"}), 0);
+    }
+
+    void bashCompletesCommandsNamesAndValues_data()
+    {
+        QTest::addColumn<QString>("words");
+        QTest::addColumn<QString>("choices");
+        QTest::newRow("command") << "des" << "describe";
+        QTest::newRow("option") << "--js" << "--json";
+        QTest::newRow("name") << "get transportst" << "TransportState";
+        QTest::newRow("name after options") << "--json --timeout 3 describe reel" << "ReelName";
+        QTest::newRow("value with blanks") << "set encodetype \"prores\\ 422\\ h\"" << "ProRes\\ 422\\ HQ";
+        QTest::newRow("value") << "set eParamLoopPlayback o" << "Off On";
+        QTest::newRow("shell") << "completion b" << "bash";
+        QTest::newRow("nothing") << "get xyz" << "";
+    }
+
+    void bashCompletesCommandsNamesAndValues()
+    {
+        QFETCH(QString, words);
+        QFETCH(QString, choices);
+        QCOMPARE(rvctl({"completion", "bash"}), 0);
+        write("completion.sh", _out);
+        QProcess bash;
+        bash.start("bash", {"-c", QString("source %1; eval 'COMP_WORDS=(rvctl %2)'; "
+                                          "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _rvctl; echo \"${COMPREPLY[*]}\"")
+                                      .arg(_folder->filePath("completion.sh"), words)});
+        QVERIFY(bash.waitForFinished());
+        QCOMPARE(QString::fromUtf8(bash.readAllStandardError()), QString());
+        QCOMPARE(QString::fromUtf8(bash.readAllStandardOutput()).trimmed(), choices);
+        QCOMPARE(rvctl({"completion", "fish"}), 2);
+    }
+
 private:
+    void write(const QString &name, const QString &text)
+    {
+        QFile file(_folder->filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(text.toUtf8());
+    }
+
     void startStore()
     {
         _store.start(RV_STORE, {"--db", database(), "--port", QString::number(_port)});
         QByteArray line;
-        while (!line.contains('\n') && _store.waitForReadyRead(30000)) {
+        while (!line.contains("ready on") && _store.waitForReadyRead(30000)) {
             line += _store.readAllStandardOutput();
         }
         const auto match = QRegularExpression("ready on 127.0.0.1:(\\d+)").match(line);
         QVERIFY2(match.hasMatch(), line.constData());
         _port = match.captured(1).toUShort();
+        _started = line;
     }
 
     QString database() const { return _folder->filePath("store.db"); }
@@ -389,6 +581,7 @@ private:
     std::unique_ptr<QTemporaryDir> _folder;
     QProcess _store;
     quint16 _port = 0;
+    QByteArray _started; ///< what the store said at its start
     QString _out;
     QString _err;
 };

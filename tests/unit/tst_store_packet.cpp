@@ -150,7 +150,8 @@ private slots:
         QFETCH(unsigned int, seed);
         std::mt19937 random(seed);
         StoreCore core(
-            1, StoreSecret{}, [](const Peer &, const std::string &) {}, [](eParam_t, const ParamValue &, std::uint64_t) {},
+            1, StoreSecret{}, [](const Peer &, const std::string &) {},
+            [](eParam_t, const ParamValue &, std::uint64_t) {},
             {});
         StoreLink link(7, [](const std::string &) {});
         std::vector<ConfigEvent> events;

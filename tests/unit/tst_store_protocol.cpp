@@ -374,6 +374,16 @@ private slots:
         QCOMPARE(asker.core.values().find(eParamTransportCommand)->revision, std::uint64_t(1));
     }
 
+    void setWithoutANumberIsMalformed()
+    {
+        Asker asker;
+        const std::size_t answers = asker.answers.size();
+        asker.send(setPacket(asker, 0, eParamTransportCommand, 7));
+        QCOMPARE(asker.answers.size(), answers);
+        QCOMPARE(asker.core.counters().sets, std::uint64_t(0));
+        QCOMPARE(asker.core.counters().malformed, std::uint64_t(1));
+    }
+
     void lateCopyOfARequestIsNotCarriedOutAfterItsSubscriptionEnded()
     {
         Asker asker;

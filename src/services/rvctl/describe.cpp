@@ -138,7 +138,8 @@ std::string descriptionMembers(const ParamDescriptor &descriptor)
                        ", \"momentary\": " + isMomentary;
     if (descriptor.kind() == ParamKind::Unsigned) {
         text += ", \"minimum\": " + std::to_string(descriptor.minimum()) +
-                ", \"maximum\": " + std::to_string(descriptor.maximum()) + ", \"unit\": " + jsonString(descriptor.unit());
+                ", \"maximum\": " + std::to_string(descriptor.maximum()) +
+                ", \"unit\": " + jsonString(descriptor.unit());
     }
     const auto list = [&text](const char *name, const auto &items, auto textOf) {
         text += std::string(", \"") + name + "\": [";
@@ -172,7 +173,8 @@ std::string bashCompletion(std::span<const std::string> commands)
                       "        case ${COMP_WORDS[i]} in\n"
                       "            --timeout) ((i++)) ;;\n"
                       "            --*) ;;\n"
-                      "            *) if [ -z \"$command\" ]; then command=${COMP_WORDS[i]}; else name=${COMP_WORDS[i]}; fi ;;\n"
+                      "            *) if [ -z \"$command\" ]; then command=${COMP_WORDS[i]}\n"
+                      "               else name=${COMP_WORDS[i]}; fi ;;\n"
                       "        esac\n"
                       "    done\n"
                       "    local choices=()\n"
@@ -185,7 +187,8 @@ std::string bashCompletion(std::span<const std::string> commands)
            "        completion) choices=(bash) ;;\n"
            "        import) COMPREPLY=($(compgen -f -- \"$current\")); return ;;\n"
            "        get|describe|watch|list) choices=($(_rvctl_names)) ;;\n"
-           "        set) if [ -z \"$name\" ]; then choices=($(_rvctl_names)); else choices=($(_rvctl_values \"$name\")); fi ;;\n"
+           "        set) if [ -z \"$name\" ]; then choices=($(_rvctl_names))\n"
+           "             else choices=($(_rvctl_values \"$name\")); fi ;;\n"
            "    esac\n"
            "    COMPREPLY=()\n"
            "    local choice\n"

@@ -104,6 +104,10 @@ void StoreCore::changed(const StoreValues::Entry &entry)
 
 void StoreCore::handleSet(Subscriber &subscriber, const Packet &packet, StoreTime now)
 {
+    if (packet.request() == 0) {
+        _counters.malformed++;
+        return;
+    }
     if (packet.request() <= subscriber.lastSet().request) {
         _counters.duplicates++;
         // Only the last one can still be waited for.

@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -73,16 +74,18 @@ std::shared_ptr<StoreClient> StoreClient::openPrivate(StoreAddress address)
 {
     const int socket = connectedSocket(address);
     const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (socket < 0 || wake < 0) {
+    const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    if (socket < 0 || wake < 0 || timer < 0) {
         close(socket);
         close(wake);
+        close(timer);
         return nullptr;
     }
-    return std::shared_ptr<StoreClient>(new StoreClient(socket, wake));
+    return std::shared_ptr<StoreClient>(new StoreClient(socket, wake, timer));
 }
 
-StoreClient::StoreClient(int socket, int wake)
-    : _socket(socket), _wake(wake),
+StoreClient::StoreClient(int socket, int wake, int timer)
+    : _socket(socket), _wake(wake), _timer(timer),
       // A datagram that cannot be sent now is sent again, like any that is lost.
       _link(randomClient(), [socket](const std::string &datagram) {
           ::send(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -105,6 +108,7 @@ StoreClient::~StoreClient()
     _thread.join();
     close(_socket);
     close(_wake);
+    close(_timer);
 }
 
 bool StoreClient::waitUntilReady(Milliseconds timeout)
@@ -133,19 +137,22 @@ timeval StoreClient::when(eParam_t id) const
 
 bool StoreClient::set(eParam_t id, const ParamValue &value)
 {
-    bool isSet = false;
-    bool isSooner = false;
-    {
-        const std::lock_guard lock(_mutex);
-        isSet = _link.set(id, value);
-        // Sent from here, so that the way out costs no change of threads.
-        const std::int64_t now = monotonicMs();
-        isSooner = _link.step(now) < _sleepsUntilMs;
-    }
-    if (isSooner) {
-        wake();
-    }
+    const std::lock_guard lock(_mutex);
+    const bool isSet = _link.set(id, value);
+    stepHere();
     return isSet;
+}
+
+/// Sends what is due from the caller's thread: the way out costs no change of threads, and the client's own sleeps
+/// until an answer comes or the time for it is over. With _mutex held.
+void StoreClient::stepHere()
+{
+    const std::int64_t next = _link.step(monotonicMs());
+    if (next < _sleepsUntilMs) {
+        _sleepsUntilMs = next;
+        const itimerspec at{{}, {static_cast<time_t>(next / 1000), static_cast<long>(next % 1000) * 1000000}};
+        timerfd_settime(_timer, TFD_TIMER_ABSTIME, &at, nullptr);
+    }
 }
 
 StoreClient::Outcome StoreClient::flush(Milliseconds timeout)
@@ -153,7 +160,7 @@ StoreClient::Outcome StoreClient::flush(Milliseconds timeout)
     std::unique_lock lock(_mutex);
     _flushing++;
     _link.wantKept(true);
-    wake();
+    stepHere();
     const bool isComplete = _progress.wait_for(lock, timeout, [this] { return _link.isIdle(); });
     _flushing--;
     _link.wantKept(_flushing > 0);
@@ -181,7 +188,7 @@ void StoreClient::removeListener(ConfigEventListener *listener)
 
 void StoreClient::run()
 {
-    std::array<pollfd, 2> fds{{{_socket, POLLIN, 0}, {_wake, POLLIN, 0}}};
+    std::array<pollfd, 3> fds{{{_socket, POLLIN, 0}, {_wake, POLLIN, 0}, {_timer, POLLIN, 0}}};
     for (;;) {
         std::int64_t wait = 0;
         {
@@ -196,9 +203,9 @@ void StoreClient::run()
         _progress.notify_all();
         deliverReachability();
         poll(fds.data(), fds.size(), static_cast<int>(wait));
-        if (fds[1].revents) {
+        for (const pollfd &fd : {fds[1], fds[2]}) {
             std::uint64_t count = 0;
-            [[maybe_unused]] const ssize_t got = read(_wake, &count, sizeof count);
+            [[maybe_unused]] const ssize_t got = fd.revents ? read(fd.fd, &count, sizeof count) : 0;
         }
         if (fds[0].revents) {
             receive();
@@ -222,7 +229,10 @@ void StoreClient::receive()
             break;
         }
     }
-    deliver(events);
+    _progress.notify_all();
+    if (!events.empty()) {
+        deliver(events);
+    }
 }
 
 void StoreClient::deliver(const std::vector<ConfigEvent> &events)

@@ -57,9 +57,10 @@ public:
     void removeListener(ConfigEventListener *listener);
 
 private:
-    explicit StoreClient(int socket, int wake);
+    StoreClient(int socket, int wake, int timer);
 
     void run();
+    void stepHere();
     void receive();
     void deliver(const std::vector<ConfigEvent> &events);
     void deliverReachability();
@@ -67,6 +68,7 @@ private:
 
     int _socket;
     int _wake;
+    int _timer;
     mutable std::mutex _mutex; ///< guards what follows but for the listeners
     std::condition_variable _progress;
     StoreLink _link;
