@@ -75,6 +75,9 @@ QList<Value> values()
     add("double 5",      5.0,                             5,           5,           true,  "5");
     add("text 6",        QStringLiteral("6"),             6,           6,           true,  "6");
     add("text 007",      QStringLiteral("007"),           7,           7,           true,  "007");
+    // Where a row that takes an unsigned number and one that takes a signed one part.
+    add("text -1",       QStringLiteral("-1"),            -1,          0,           true,  "-1");
+    add("text highest",  QStringLiteral("4294967295"),    -1,          -1,          true,  "4294967295");
     add("a word",        QStringLiteral("seven"),         0,           0,           true,  "seven");
     add("empty text",    QString(),                       0,           0,           false, "");
     add("data 2",        QByteArray("2"),                 2,           2,           true,  "2");
