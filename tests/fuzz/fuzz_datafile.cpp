@@ -1,4 +1,5 @@
 // The bytes of a parameter that names a file: a message, or none; its path is safe to ask the file system for.
+// links: vanta
 
 #include "libmessages/datafile.h"
 #include "libvanta/file.h"
