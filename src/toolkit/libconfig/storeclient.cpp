@@ -96,11 +96,12 @@ StoreClient::StoreClient(int socket, int wake, int timer)
 
 StoreClient::~StoreClient()
 {
-    if (isReachable()) {
-        flush(farewellTime);
-    }
     {
-        const std::lock_guard lock(_mutex);
+        std::unique_lock lock(_mutex);
+        _link.wantKept(true);
+        stepHere();
+        // A store that is lost is not waited for.
+        _progress.wait_for(lock, farewellTime, [this] { return _link.isIdle() || !_link.isReachable(); });
         _link.goodbye();
         _stop = true;
     }
