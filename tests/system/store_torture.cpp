@@ -53,10 +53,11 @@ int writer(std::uint16_t port, std::uint32_t number, std::uint32_t count, std::u
         const bool isText = random() % 2;
         accepted += isText ? store->set(eParamReelName, std::to_string(random() % 1000))
                            : store->set(eParamRecordInterval, std::uint32_t(random() % 3600));
-        refused += store->flush(std::chrono::seconds(60)).refused.size();
+        const auto outcome = store->flush(std::chrono::seconds(60));
+        refused += outcome.refused.size() + outcome.moreRefused;
     }
     const auto outcome = store->flush(std::chrono::seconds(60));
-    refused += outcome.refused.size();
+    refused += outcome.refused.size() + outcome.moreRefused;
     std::printf("%llu %llu %d\n", static_cast<unsigned long long>(accepted), static_cast<unsigned long long>(refused),
                 int(outcome.isComplete));
     return 0;

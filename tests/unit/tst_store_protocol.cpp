@@ -484,6 +484,22 @@ private slots:
         QCOMPARE(asker.core.counters().sets, std::uint64_t(1));
     }
 
+    void anyPacketOfItsClientRenewsASubscription()
+    {
+        Asker asker;
+        Packet ack = asker.packet(0);
+        ack.mutable_events_ack()->set_sequence(0);
+        for (std::int64_t now = 4000; now <= 40000; now += 4000) {
+            asker.send(ack, {0x7f000001, 1}, now);
+            asker.core.step({now + 3999, {}});
+            QCOMPARE(asker.core.subscribers(), std::size_t(1));
+        }
+        // Of somebody else, it does not.
+        asker.send(ack, {0x7f000001, 2}, 44000);
+        asker.core.step({45000, {}});
+        QCOMPARE(asker.core.subscribers(), std::size_t(0));
+    }
+
     void keptValuesAreConfirmedOnlyWhenTheyAreOnTheMedium()
     {
         Asker asker;

@@ -29,6 +29,7 @@ void StoreCore::receive(const Peer &peer, std::span<const std::uint8_t> datagram
     Subscriber *subscriber = findSubscriber(packet->client());
     if (subscriber && subscriber->id() == packet->subscription() && subscriber->peer() == peer) {
         _allowedBytes = maxPacketBytes;
+        subscriber->renew(peer, now.monotonicMs);
         return handleRequest(*subscriber, *packet, now);
     }
     _counters.homeless++;

@@ -165,7 +165,7 @@ StoreClient::Outcome StoreClient::flush(Milliseconds timeout)
     const bool isComplete = _progress.wait_for(lock, timeout, [this] { return _link.isIdle(); });
     _flushing--;
     _link.wantKept(_flushing > 0);
-    return {isComplete, _link.takeRefusals()};
+    return {isComplete, _link.takeRefusals(), _link.takeMoreRefusals()};
 }
 
 void StoreClient::addListener(ConfigEventListener *listener)

@@ -23,6 +23,7 @@ public:
     struct Outcome {
         bool isComplete;                   ///< all were answered in time
         std::vector<StoreRefusal> refused; ///< what the store refused, or was lost on the way
+        std::uint64_t moreRefused;         ///< how many more of them there were
     };
 
     /// The view of the store at an address that all of this process shares; null when sockets fail.

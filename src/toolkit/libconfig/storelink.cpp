@@ -120,6 +120,8 @@ void StoreLink::refuse(const Queued &queued, Status status)
 {
     if (_refusals.size() < maxRefusals) {
         _refusals.push_back({queued.entry->descriptor->id(), status});
+    } else {
+        _moreRefusals++;
     }
 }
 
@@ -181,7 +183,8 @@ void StoreLink::stepSubscription(std::int64_t nowMs)
         const bool isQuick = ++_subscribeAttempts < quickSearches;
         _subscribeAtMs = nowMs + (isQuick ? quickSearchMs : slowSearchMs);
     } else {
-        _subscribeAtMs = nowMs + renewMs;
+        // The answer puts it off until the next renewal is due.
+        _subscribeAtMs = nowMs + slowSearchMs;
     }
     Packet packet;
     packet.set_client(_client);

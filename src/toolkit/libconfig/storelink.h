@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// A set that did not come to pass.
@@ -54,6 +55,8 @@ public:
     void wantKept(bool isWanted) { _wantsKept = isWanted; }
     /// The sets that failed since the last call.
     std::vector<StoreRefusal> takeRefusals();
+    /// How many more failed than takeRefusals() had room for, since the last call.
+    std::uint64_t takeMoreRefusals() { return std::exchange(_moreRefusals, 0); }
 
     /// Take one datagram in; changes for the listeners are added to `events`.
     void receive(std::span<const std::uint8_t> datagram, std::int64_t nowMs,
@@ -152,4 +155,5 @@ private:
     std::vector<Queued> _underway;
     std::deque<Queued> _queue;
     std::vector<StoreRefusal> _refusals;
+    std::uint64_t _moreRefusals = 0;
 };

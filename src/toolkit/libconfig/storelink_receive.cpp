@@ -108,6 +108,7 @@ void StoreLink::handleSubscribed(const Packet &packet, std::int64_t nowMs)
     const bool isNewEpoch = packet.epoch() != _epoch;
     const bool isNew = isNewEpoch || reply.subscription() != _subscription;
     _heardAtMs = nowMs;
+    _subscribeAtMs = nowMs + renewMs;
     if (!isNew && _phase != Phase::Lost) {
         return;
     }
@@ -122,7 +123,6 @@ void StoreLink::handleSubscribed(const Packet &packet, std::int64_t nowMs)
         requeue();
         _keep = {};
     }
-    _subscribeAtMs = nowMs + renewMs;
     beginListing();
 }
 
