@@ -80,6 +80,10 @@ std::int64_t StoreCore::step(StoreTime now)
         _values.writerLost(client, now.wall);
     }
     std::int64_t next = -1;
+    // Who set something knows it already, and hears of it after those who do not.
+    if (_subscribers.size() > 1 && _subscribers.back().client() != _lastSetter) {
+        std::ranges::partition(_subscribers, [this](const Subscriber &s) { return s.client() != _lastSetter; });
+    }
     for (Subscriber &subscriber : _subscribers) {
         const std::string datagram = subscriber.takeDatagram(_epoch, now.monotonicMs);
         if (!datagram.empty()) {
@@ -117,6 +121,7 @@ void StoreCore::handleSet(Subscriber &subscriber, const Packet &packet, StoreTim
         }
         return;
     }
+    _lastSetter = packet.client();
     Packet reply = replyTo(packet);
     auto *results = reply.mutable_set_reply();
     for (const lumo::store::Set &set : packet.set_request().set()) {

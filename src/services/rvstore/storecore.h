@@ -92,6 +92,7 @@ private:
     StoreValues _values;
     std::vector<Subscriber> _subscribers;
     std::uint64_t _lastSubscription = 0;
+    std::uint64_t _lastSetter = 0; ///< the client that set something last
     std::uint64_t _lastToKeep = 0;
     std::uint64_t _kept = 0;
     bool _isKeeping = true;

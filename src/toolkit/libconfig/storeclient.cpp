@@ -221,9 +221,15 @@ void StoreClient::receive()
     std::vector<ConfigEvent> events;
     for (int i = 0; i < maxReceived; i++) {
         const ssize_t size = recv(_socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
-        const std::lock_guard lock(_mutex);
+        std::unique_lock lock(_mutex);
         if (size >= 0) {
+            const bool wasIdle = _link.isIdle();
             _link.receive({buffer.data(), static_cast<std::size_t>(size)}, monotonicMs(), events);
+            if (!wasIdle && _link.isIdle()) {
+                // Who waits goes on while the rest is read.
+                lock.unlock();
+                _progress.notify_all();
+            }
         } else if (errno == ECONNREFUSED) {
             _link.refused(monotonicMs());
         } else {
