@@ -5,7 +5,7 @@
 #   make demo     record and play a live stream end to end and check what is seen
 #   make bench    measure against what a user would pick instead
 #   make soak     what takes long: ten minutes of recording, the frames seen at every speed
-#   make coverage which lines and branches of the engine its tests run
+#   make coverage which lines and branches of the engine and the controller their tests run
 #   make packages install what is missing
 
 PRESET ?= release
