@@ -37,6 +37,7 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
+    void cleanupTestCase();
     void aNameIsReelAndCounter();
     void namesInUseAreSkipped();
     void theLastNumberTakenIsAFailure();
@@ -44,6 +45,9 @@ private slots:
     void continuationNames_data();
     void continuationNames();
     void continuationsSkipWhatIsOnTheOtherMedium();
+    void namesOnAnyMediumInTheListsAreSkipped();
+    void aLinkToNowhereIsInTheWay();
+    void theThreeFlagsChooseMediumListAndState();
     void aSharedListComesBackEqual();
     void aTornListIsNotBelieved();
     void aListThatDoesNotFitLeavesTheOneBefore();
@@ -71,6 +75,12 @@ void TestClipFinder::init()
 void TestClipFinder::cleanup()
 {
     SharedList::remove(prefix);
+}
+
+void TestClipFinder::cleanupTestCase()
+{
+    SharedList::remove("NewCacheSharedClipCache");
+    SharedList::remove("NewCacheSharedPlaylistCache");
 }
 
 void TestClipFinder::aNameIsReelAndCounter()
@@ -161,6 +171,58 @@ void TestClipFinder::continuationsSkipWhatIsOnTheOtherMedium()
     _config->setString(eParamRolloverPath, std::string());
 }
 
+void TestClipFinder::namesOnAnyMediumInTheListsAreSkipped()
+{
+    lumo::media::MediaCache cache("NewCache");
+    Clip bad = clipNamed("R007C0043.mov", "/media/third");
+    bad.setState(ClipState::Bad);
+    QVERIFY(cache.setClips({clipNamed("R007C0042.mov", "/media/second"), bad,
+                            clipNamed("A_2.mov", "/media/third")}));
+    ClipFinder finder(_config.get());
+    std::string name;
+    QCOMPARE(finder.buildClipName(name, {}), 0);
+    QCOMPARE(name, std::string("R007C0044.mov"));
+    QCOMPARE(finder.getClipNameWithIncrementedRolloverIndex("A.mov", name), 0);
+    QCOMPARE(name, std::string("A_3.mov"));
+    QVERIFY(cache.setClips({}));
+}
+
+void TestClipFinder::aLinkToNowhereIsInTheWay()
+{
+    const QByteArray link = _dir.filePath(QStringLiteral("R007C0042.mov")).toLocal8Bit();
+    QCOMPARE(::symlink("/nowhere", link.constData()), 0);
+    ClipFinder finder(_config.get());
+    std::string name;
+    QCOMPARE(finder.buildClipName(name, {}), 0);
+    QCOMPARE(name, std::string("R007C0043.mov"));
+    ::unlink(link.constData());
+}
+
+void TestClipFinder::theThreeFlagsChooseMediumListAndState()
+{
+    const std::string active = _dir.path().toStdString();
+    const Clip ready = clipNamed("A.mov", active);
+    const Clip growing = clipNamed("B.mov", active, false);
+    const Clip other = clipNamed("C.mov", "/media/other");
+    Clip missing = clipNamed("D.mov", active);
+    missing.setState(ClipState::Missing);
+    lumo::media::MediaCache cache("NewCache");
+    QVERIFY(cache.setClips({ready, growing, other}));
+    QVERIFY(cache.setPlaylist({missing, ready, other}));
+    ClipFinder finder(_config.get());
+    using Clips = std::list<Clip>;
+    QVERIFY(finder.findClips(true, false, true) == Clips({ready}));
+    QVERIFY(finder.findClips(true, false, false) == Clips({ready, growing}));
+    QVERIFY(finder.findClips(false, false, true) == Clips({ready, other}));
+    QVERIFY(finder.findClips(false, false, false) == Clips({ready, growing, other}));
+    QVERIFY(finder.findClips(true, true, true) == Clips({ready}));
+    QVERIFY(finder.findClips(true, true, false) == Clips({missing, ready}));
+    QVERIFY(finder.findClips(false, true, true) == Clips({ready, other}));
+    QVERIFY(finder.findClips(false, true, false) == Clips({missing, ready, other}));
+    QVERIFY(cache.setClips({}));
+    QVERIFY(cache.setPlaylist({}));
+}
+
 void TestClipFinder::aSharedListComesBackEqual()
 {
     SharedList writer(prefix, 65536);
@@ -189,8 +251,8 @@ void TestClipFinder::aTornListIsNotBelieved()
     QVERIFY(bytes != MAP_FAILED);
     std::list<Clip> clips;
     for (int at = 0; at < 40; ++at) {
-        if (at >= 20 && at < 24)
-            continue; // reserved
+        if (at >= 20 && at < 32)
+            continue; // reserved, and who holds the mutex
         bytes[at] ^= 0x5a;
         QVERIFY2(!list.load(clips), qPrintable(QString::number(at)));
         bytes[at] ^= 0x5a;

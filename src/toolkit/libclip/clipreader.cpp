@@ -124,10 +124,20 @@ ClipReader::~ClipReader() = default;
 Error ClipReader::open(const std::string &path)
 {
     close();
-    Error error = _d->file.openToRead(path);
-    if (!error) {
-        error = _d->load();
-    }
+    const Error error = _d->file.openToRead(path);
+    return error ? error : load();
+}
+
+Error ClipReader::open(int descriptor)
+{
+    close();
+    const Error error = _d->file.adoptToRead(descriptor);
+    return error ? error : load();
+}
+
+Error ClipReader::load()
+{
+    Error error = _d->load();
     if (error) {
         close();
     }

@@ -23,6 +23,8 @@ public:
     /// Reads the index. ENOENT, EACCES … as the system says; EINVAL for a file that is not a clip,
     /// is torn beyond use, holds no frame, or whose video is not one of Codec.
     Error open(const std::string &path);
+    /// The same of a file that is open already; the descriptor becomes the reader's.
+    Error open(int descriptor);
     void close();
     bool isOpen() const;
     const ClipInfo &info() const;
@@ -37,6 +39,8 @@ public:
     Error readSound(std::int64_t frame, std::vector<std::byte> &out) const;
 
 private:
+    Error load();
+
     struct Private;
     std::unique_ptr<Private> _d;
 };

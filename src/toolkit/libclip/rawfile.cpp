@@ -71,10 +71,14 @@ Error RawFile::openToRead(const std::string &path)
 {
     close();
     // Without O_NONBLOCK a named pipe would hold the thread for good.
-    _descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (_descriptor < 0) {
-        return systemError(errno, "open");
-    }
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    return descriptor < 0 ? systemError(errno, "open") : adoptToRead(descriptor);
+}
+
+Error RawFile::adoptToRead(int descriptor)
+{
+    close();
+    _descriptor = descriptor;
     struct stat status { };
     if (::fstat(_descriptor, &status) < 0 || !S_ISREG(status.st_mode)) {
         close();

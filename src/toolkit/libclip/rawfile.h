@@ -22,6 +22,8 @@ public:
     Error create(const std::string &path);
     /// Opens a regular file for reading; EINVAL for anything else.
     Error openToRead(const std::string &path);
+    /// Reads from \a descriptor, which becomes the object's own; EINVAL for anything but a regular file.
+    Error adoptToRead(int descriptor);
     bool isOpen() const { return _descriptor >= 0; }
     void close();
 

@@ -3,6 +3,14 @@
 #include <cstdint>
 #include <string>
 
+/// What can be done with a clip that a list shows.
+enum class ClipState {
+    Ready,     ///< it plays, also after an interrupted recording
+    Recording, ///< somebody still writes it
+    Bad,       ///< its file is no clip, torn beyond use, or was not read in time
+    Missing,   ///< a play list names it and the medium has no such clip
+};
+
 /// One clip as the lists show it: its file name, its length and what the media header says.
 class Clip
 {
@@ -17,17 +25,20 @@ public:
     void setPath(const std::string &path) { _path = path; }
     std::int64_t fileSize() const { return _fileSize; }
     void setFileSize(std::int64_t bytes) { _fileSize = bytes; }
-    /// Seconds since the epoch when the file was last written.
-    std::int64_t modified() const { return _modified; }
-    void setModified(std::int64_t seconds) { _modified = seconds; }
+    /// When the file was last written, since the epoch.
+    std::int64_t modifiedNs() const { return _modifiedNs; }
+    std::int64_t modified() const { return _modifiedNs / 1000000000; } ///< seconds
+    void setModifiedNs(std::int64_t nanoseconds) { _modifiedNs = nanoseconds; }
     /// A few words for people: "1920x1080p25 ProRes 422", start timecode.
     const std::string &format() const { return _format; }
     void setFormat(const std::string &text) { _format = text; }
     const std::string &timecode() const { return _timecode; }
     void setTimecode(const std::string &text) { _timecode = text; }
-    /// False while it is being recorded or after a crash.
-    bool isComplete() const { return _complete; }
-    void setComplete(bool on) { _complete = on; }
+    ClipState state() const { return _state; }
+    void setState(ClipState state) { _state = state; }
+    /// True for what can be played to its end: false while it is recorded, when it is bad or missing.
+    bool isComplete() const { return _state == ClipState::Ready; }
+    void setComplete(bool on) { _state = on ? ClipState::Ready : ClipState::Recording; }
     bool operator==(const Clip &) const = default;
 
 private:
@@ -36,7 +47,7 @@ private:
     std::string _format;
     std::string _timecode;
     std::int64_t _fileSize = 0;
-    std::int64_t _modified = 0;
+    std::int64_t _modifiedNs = 0;
     int _frameCount = 0;
-    bool _complete = true;
+    ClipState _state = ClipState::Ready;
 };

@@ -1,9 +1,12 @@
 #include "libvanta/clipfinder.h"
 
+#include "libvanta/withintime.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <memory>
 
 #include <sys/stat.h>
 
@@ -25,10 +28,53 @@ std::string reelPart(const std::string &reel)
     return text.size() < 3 ? std::string(3 - text.size(), '0') + text : text;
 }
 
+/// Anything that has the name is in the way, also a link to nowhere.
 bool exists(const std::string &path)
 {
     struct stat st = {};
-    return stat(path.c_str(), &st) == 0;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+/// The names that must not be given again: what the lists hold, and what lies in the folders of the media.
+struct TakenNames {
+    std::set<std::string> listed;
+    std::set<std::string> folders;
+    bool contains(const std::string &name) const
+    {
+        return listed.contains(name) || std::ranges::any_of(folders, [&](const std::string &folder) {
+                   return exists(folder + "/" + name);
+               });
+    }
+};
+
+/// A search for a free name, by a thread that a dying medium may hold for ever.
+struct Search {
+    TakenNames taken;
+    std::string name;
+    bool isFree = false;
+};
+
+std::string clipName(const std::string &reel, unsigned int counter)
+{
+    char number[16];
+    std::snprintf(number, sizeof number, "C%04u", counter);
+    return "R" + reel + number + extension;
+}
+
+/// The stem and the number of the part that a name stands for; 1 for a name without one.
+int splitPart(std::string &stem)
+{
+    const std::size_t mark = stem.rfind('_');
+    if (mark == std::string::npos || mark == 0)
+        return 1;
+    const char *begin = stem.data() + mark + 1;
+    const char *end = stem.data() + stem.size();
+    int number = 0;
+    const auto [stop, problem] = std::from_chars(begin, end, number);
+    if (problem != std::errc() || stop != end || number < 2)
+        return 1;
+    stem.resize(mark);
+    return number;
 }
 
 } // namespace
@@ -59,31 +105,53 @@ std::list<Clip> ClipFinder::findClips(bool activeOnly, bool playList, bool compl
     return clips;
 }
 
-bool ClipFinder::isTaken(const std::string &name, const std::list<Clip> &allClips) const
+void ClipFinder::lookAround(std::set<std::string> &names, std::set<std::string> &folders)
 {
-    if (std::ranges::find(allClips, name, &Clip::getName) != allClips.end())
-        return true;
-    return exists(activePath() + "/" + name);
+    std::list<Clip> all;
+    _cache.clips(all);
+    for (const Clip &clip : all) {
+        names.insert(clip.getName());
+        folders.insert(clip.path());
+    }
+    folders.insert(text(eParamActivePath));
+    folders.insert(text(eParamRolloverPath));
+    folders.erase(std::string());
 }
 
 int ClipFinder::buildClipName(std::string &name, const std::list<Clip> &allClips)
 {
     std::string reel;
-    unsigned int counter = 1;
+    unsigned int first = 1;
     if (_config) {
         _config->getString(eParamReelName, reel);
-        _config->getUInt32(eParamClipCounter, counter);
+        _config->getUInt32(eParamClipCounter, first);
     }
-    for (counter = std::clamp(counter, 1u, lastCounter);; ++counter) {
-        char number[16];
-        std::snprintf(number, sizeof number, "C%04u", counter);
-        name = "R" + reelPart(reel) + number + extension;
+    first = std::clamp(first, 1u, lastCounter);
+    reel = reelPart(reel);
+    const auto search = std::make_shared<Search>();
+    lookAround(search->taken.listed, search->taken.folders);
+    for (const Clip &clip : allClips)
+        search->taken.listed.insert(clip.getName());
+    const auto find = [search, reel, first] {
+        for (unsigned int counter = first; counter <= lastCounter && !search->isFree; ++counter) {
+            search->name = clipName(reel, counter);
+            search->isFree = !search->taken.contains(search->name);
+        }
+    };
+    const std::set<std::string> listed = search->taken.listed;
+    if (!lumo::utils::withinTime(lumo::utils::filePatience, find)) {
+        // A medium hangs; the lists are all that is known.
+        unsigned int counter = first;
+        while (counter < lastCounter && listed.contains(clipName(reel, counter)))
+            ++counter;
+        name = clipName(reel, counter);
         _builtCounter = counter;
-        if (!isTaken(name, allClips))
-            return 0;
-        if (counter == lastCounter)
-            return -1;
+        return listed.contains(name) ? -1 : 0;
     }
+    name = search->name;
+    const char *digits = name.data() + 1 + reel.size() + 1;
+    std::from_chars(digits, digits + 4, _builtCounter);
+    return search->isFree ? 0 : -1;
 }
 
 void ClipFinder::incrementTakeIfAppropriate()
@@ -100,24 +168,23 @@ int ClipFinder::getClipNameWithIncrementedRolloverIndex(const std::string &curre
     const std::string suffix = dot == std::string::npos ? std::string() : current.substr(dot);
     if (stem.empty())
         return 1;
-    int part = 1;
-    const std::size_t mark = stem.rfind('_');
-    if (mark != std::string::npos && mark > 0) {
-        const char *begin = stem.data() + mark + 1;
-        const char *end = stem.data() + stem.size();
-        int number = 0;
-        const auto [stop, problem] = std::from_chars(begin, end, number);
-        if (problem == std::errc() && stop == end && number > 1) {
-            part = number;
-            stem.resize(mark);
-        }
-    }
-    const std::string medium = text(eParamRolloverPath);
+    const int first = splitPart(stem) + 1;
     next = current;
-    while (++part <= lastPart) {
-        next = stem + "_" + std::to_string(part) + suffix;
-        if (!exists(medium + "/" + next))
-            return 0;
+    if (first > lastPart)
+        return 1;
+    const auto search = std::make_shared<Search>();
+    lookAround(search->taken.listed, search->taken.folders);
+    const auto find = [search, stem, suffix, first] {
+        for (int part = first; part <= lastPart && !search->isFree; ++part) {
+            search->name = stem + "_" + std::to_string(part) + suffix;
+            search->isFree = !search->taken.contains(search->name);
+        }
+    };
+    // A medium that hangs is no reason to end a recording; the open tells whether the name could be had.
+    if (!lumo::utils::withinTime(lumo::utils::filePatience, find)) {
+        next = stem + "_" + std::to_string(first) + suffix;
+        return 0;
     }
-    return 1;
+    next = search->name;
+    return search->isFree ? 0 : 1;
 }

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <limits>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
@@ -45,25 +46,20 @@ lumo::media::MediaCache::MediaCache(const std::string &prefix)
 {
 }
 
-bool lumo::media::MediaCache::GrokClip(Clip &clip, std::string path, bool completeOnly)
+bool lumo::media::MediaCache::GrokDescriptor(Clip &clip, int descriptor, bool completeOnly)
 {
     clip::ClipReader reader;
-    if (reader.open(path))
+    struct stat st = {};
+    const bool isThere = fstat(descriptor, &st) == 0;
+    if (reader.open(descriptor) || !isThere)
         return false;
     const clip::ClipInfo &info = reader.info();
     if (info.frames < 1 || info.frames > std::numeric_limits<int>::max() ||
         (completeOnly && !info.isComplete))
         return false;
-    struct stat st = {};
-    if (stat(path.c_str(), &st) != 0)
-        return false;
-
-    const std::size_t slash = path.rfind('/');
-    clip.setName(slash == std::string::npos ? path : path.substr(slash + 1));
-    clip.setPath(slash == std::string::npos ? std::string() : path.substr(0, slash));
     clip.setFrameCount(static_cast<int>(info.frames));
     clip.setFileSize(st.st_size);
-    clip.setModified(st.st_mtime);
+    clip.setModifiedNs(st.st_mtim.tv_sec * std::int64_t(1000000000) + st.st_mtim.tv_nsec);
     clip.setFormat(formatText(info.video));
     clip.setComplete(info.isComplete);
     if (info.timecode) {
@@ -71,5 +67,17 @@ bool lumo::media::MediaCache::GrokClip(Clip &clip, std::string path, bool comple
                                 info.timecode->dropFrame);
         clip.setTimecode(start.toString().toStdString());
     }
+    return true;
+}
+
+bool lumo::media::MediaCache::GrokClip(Clip &clip, std::string path, bool completeOnly)
+{
+    // Without O_NONBLOCK a named pipe would hold the thread for good.
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor < 0 || !GrokDescriptor(clip, descriptor, completeOnly))
+        return false;
+    const std::size_t slash = path.rfind('/');
+    clip.setName(slash == std::string::npos ? path : path.substr(slash + 1));
+    clip.setPath(slash == std::string::npos ? std::string() : path.substr(0, slash));
     return true;
 }

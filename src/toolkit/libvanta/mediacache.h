@@ -9,8 +9,8 @@
 
 namespace lumo::media {
 
-/// The clip list and the play list that all processes of the recorder share. The media service writes them,
-/// everybody reads. Object names are the prefix, "SharedClipCache" or "SharedPlaylistCache", and "_shm" or
+/// The clip list and the play list that all processes of the recorder share: the clips of all media, medium by
+/// medium, each medium's in the order of recording. The media service writes them, everybody reads. Object names are the prefix, "SharedClipCache" or "SharedPlaylistCache", and "_shm" or
 /// "_mutex"; names and sizes are fixed for ever.
 class MediaCache
 {
@@ -29,6 +29,8 @@ public:
     /// Fills \a clip from the head of the clip file at \a path; false when it is no clip. With
     /// \a completeOnly a clip still being recorded counts as none. Reads the file's index and nothing else.
     static bool GrokClip(Clip &clip, std::string path, bool completeOnly);
+    /// The same for the file open at \a descriptor, which is closed: fills in all but name and directory.
+    static bool GrokDescriptor(Clip &clip, int descriptor, bool completeOnly);
 
 private:
     SharedList _clips;
