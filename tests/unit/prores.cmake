@@ -1,0 +1,7 @@
+# The ProRes encoder; FFmpeg's decoder judges.
+foreach(topic validity)
+    rv_test(tst_prores_${topic} fast
+        ${CMAKE_CURRENT_LIST_DIR}/tst_prores_${topic}.cpp ${CMAKE_CURRENT_LIST_DIR}/prorestools.h)
+    target_include_directories(tst_prores_${topic} PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+    target_link_libraries(tst_prores_${topic} PRIVATE prores PkgConfig::FFMPEG)
+endforeach()
