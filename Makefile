@@ -33,15 +33,18 @@ test: packages
 demo: build
 	@scripts/isolated.sh python3 scripts/demo.py $(BUILD)/bin
 
-bench: build
+bench:
+	@scripts/packages.sh bench
+	@$(MAKE) --no-print-directory build
 	@scripts/isolated.sh python3 bench/bench.py $(BUILD)/bin
 
-# Every speed, end and join of playback, frame by frame; ten minutes of recording.
+# What takes long: about three quarters of an hour.
 soak: build
-	@cmake --build $(BUILD) -j $(JOBS) --target frame_law
+	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
 
 coverage: packages
+	@scripts/packages.sh coverage
 	@scripts/coverage.sh
 
 clean:

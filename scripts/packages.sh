@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Installs the packages of packages.txt that are missing; asks for root only when some are.
+# packages.sh [TARGET]: installs the packages of packages.txt that are missing, those of a section "only for make TARGET"
+# only for that one; asks for root only when some are.
 set -eu
 cd "$(dirname "$0")/.."
 
 missing=()
-for package in $(grep -v '^#' packages.txt); do
+for package in $(awk -v target="${1:-}" '/^# only for make / { left = $5; sub(":", "", left); next }
+                                         /^#/ { left = ""; next }
+                                         left == "" || left == target' packages.txt); do
     status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
     [ "$status" = installed ] || missing+=("$package")
 done
