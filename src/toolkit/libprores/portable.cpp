@@ -1,7 +1,6 @@
-#include "libprores/bitwriter.h"
-#include "libprores/codewords.h"
 #include "libprores/dct.h"
 #include "libprores/kernels.h"
+#include "libprores/scalarcoding.h"
 
 #include <algorithm>
 
@@ -32,7 +31,7 @@ void transformEight(Lanes *rows, std::ptrdiff_t step)
             int product = dctRounding;
             for (int i = 0; i < 4; ++i)
                 product += dctWeights[k][i] * of[i];
-            rows[k * step][lane] = static_cast<std::int16_t>(std::clamp(product >> dctShift, -32768, 32767));
+            rows[k * step][lane] = static_cast<std::int16_t>(product >> dctShift);
         }
     }
 }
@@ -112,27 +111,9 @@ void quantise(const Coefficients &from, const Quantiser &quantiser, Order order,
 std::uint8_t *code(const Levels &levels, std::uint8_t *to)
 {
     BitWriter writer(to);
-    DcCoder dc;
-    Codeword word = dc.first(levels.dc[0]);
-    writer.put(word.value, word.length);
-    for (int i = 1; i < levels.blocks; ++i) {
-        word = dc.next(levels.dc[i]);
-        writer.put(word.value, word.length);
-    }
-    std::uint32_t lastRun = 4;
-    std::uint32_t lastMagnitude = 2;
-    int last = levels.blocks - 1;
-    for (int i = Levels::lead; i < Levels::lead + levels.count; ++i) {
-        const auto run = static_cast<std::uint32_t>(levels.position[i] - last - 1);
-        const std::uint32_t magnitude = levels.level[i] >> 1;
-        word = codeword(runCodes[std::min(lastRun, 15u)], run);
-        writer.put(word.value, word.length);
-        word = codeword(levelCodes[std::min(lastMagnitude, 9u)], magnitude - 1);
-        writer.put(std::uint64_t {word.value} << 1 | (levels.level[i] & 1u), word.length + 1);
-        last = levels.position[i];
-        lastRun = run;
-        lastMagnitude = magnitude;
-    }
+    codeDc(writer, levels);
+    for (int i = Levels::lead; i < Levels::lead + levels.count; ++i)
+        codeLevel(writer, levels, i);
     return writer.end();
 }
 
