@@ -33,6 +33,39 @@ constexpr CodeTable<Size> codeTable(const std::array<Code, Given> &codes)
     return table;
 }
 
+/// Sixteen contexts by classes of the same code, of which there are six at most; lengths are told as
+/// \a length + 2 * the exponent field of the number as a float.
+struct CodeClasses {
+    std::array<std::uint8_t, 16> of; ///< by context
+    CodeTable<8> codes;              ///< by class
+};
+
+template <std::size_t Given>
+constexpr CodeClasses codeClasses(const std::array<Code, Given> &codes)
+{
+    CodeClasses classes {};
+    std::array<Code, 8> distinct {};
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < 16; ++i) {
+        const Code code = codes[std::min(i, Given - 1)];
+        std::size_t at = 0;
+        while (at < count && !(distinct[at] == code))
+            ++at;
+        if (at == count)
+            distinct[count++] = code;
+        classes.of[i] = static_cast<std::uint8_t>(at);
+    }
+    classes.codes = codeTable<8>(distinct);
+    for (std::size_t i = 0; i < 8; ++i)
+        classes.codes.length[i] += 2 - 64 - 2 * 127;
+    return classes;
+}
+
+inline constexpr CodeClasses runClasses = codeClasses(runCodes);
+inline constexpr CodeClasses levelClasses = codeClasses(levelCodes);
+inline constexpr CodeTable<8> dcClasses = codeClasses(dcCodes).codes;
+static_assert(codeClasses(dcCodes).of[2] == 2 && codeClasses(dcCodes).of[3] == 3); // contexts are classes
+
 inline constexpr auto runTable = codeTable<16>(runCodes);
 inline constexpr auto levelTable = codeTable<16>(levelCodes);
 inline constexpr auto dcTable = codeTable<16>(dcCodes);

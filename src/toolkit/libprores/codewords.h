@@ -18,6 +18,7 @@ struct Code {
     int golomb;
 
     constexpr std::uint32_t threshold() const { return static_cast<std::uint32_t>((unary + 1) << rice); }
+    constexpr bool operator==(const Code &) const = default;
 };
 
 constexpr Code golomb(int order) { return {0, order, order + 1}; }

@@ -74,40 +74,53 @@ Tiles SliceCoder::tiles(const Lines &lines, SlicePlace place, int plane, SliceSc
 
 void SliceCoder::quantise(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch) const
 {
-    const Quantisers &quantisers = _quantisers[static_cast<std::size_t>(index - 1)];
+    transform(lines, place, scratch);
+    quantiseTransformed(place, index, scratch);
+}
+
+void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const
+{
     const int depthShift = 13 - _format.bitDepth;
     _kernels.transform(tiles(lines, place, 0, scratch), depthShift, _positions, scratch.coefficients[0]);
-    _kernels.quantise(scratch.coefficients[0], quantisers.luma, Order::Lines, place.width * 4,
-                      scratch.levels[0], nullptr);
-    if (_format.is444()) {
-        for (int p = 1; p < 3; ++p) {
-            _kernels.transform(tiles(lines, place, p, scratch), depthShift, _positions,
-                               scratch.coefficients[p]);
-            _kernels.quantise(scratch.coefficients[p], quantisers.chroma, Order::Columns, place.width * 4,
-                              scratch.levels[p], nullptr);
-        }
-        return;
-    }
     const Tiles first = tiles(lines, place, 1, scratch);
     const Tiles second = tiles(lines, place, 2, scratch);
-    Coefficients &chroma = scratch.coefficients[1];
-    if (first.stride == second.stride) {
-        _kernels.transform({{first.tile[0], second.tile[0]}, first.stride}, depthShift, _positions, chroma);
-        _kernels.quantise(chroma, quantisers.chroma, Order::Columns, place.width * 2, scratch.levels[1],
-                          &scratch.levels[2]);
+    scratch.isChromaJoined = !_format.is444() && first.stride == second.stride;
+    if (scratch.isChromaJoined) {
+        _kernels.transform({{first.tile[0], second.tile[0]}, first.stride}, depthShift, _positions,
+                           scratch.coefficients[1]);
         return;
     }
-    // Planes of unlike strides: each alone, in both tiles.
-    _kernels.transform({{first.tile[0], first.tile[0]}, first.stride}, depthShift, _positions, chroma);
-    _kernels.quantise(chroma, quantisers.chroma, Order::Columns, place.width * 2, scratch.levels[1], nullptr);
-    _kernels.transform({{second.tile[0], second.tile[0]}, second.stride}, depthShift, _positions, chroma);
-    _kernels.quantise(chroma, quantisers.chroma, Order::Columns, place.width * 2, scratch.levels[2], nullptr);
+    // Planes in 4:4:4, or of unlike strides. At half width a plane has one tile, which then stands for two.
+    for (int p = 1; p < 3; ++p) {
+        const Tiles &from = p == 1 ? first : second;
+        const Tiles both = {{from.tile[0], from.tile[_format.is444() ? 1 : 0]}, from.stride};
+        _kernels.transform(both, depthShift, _positions, scratch.coefficients[p]);
+    }
+}
+
+void SliceCoder::quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const
+{
+    const Quantisers &quantisers = _quantisers[static_cast<std::size_t>(index - 1)];
+    const int chromaBlocks = place.width * (_format.is444() ? 4 : 2);
+    _kernels.quantise(scratch.coefficients[0], quantisers.luma, Order::Lines, place.width * 4, scratch.levels[0],
+                      nullptr);
+    _kernels.quantise(scratch.coefficients[1], quantisers.chroma, Order::Columns, chromaBlocks, scratch.levels[1],
+                      scratch.isChromaJoined ? &scratch.levels[2] : nullptr);
+    if (!scratch.isChromaJoined)
+        _kernels.quantise(scratch.coefficients[2], quantisers.chroma, Order::Columns, chromaBlocks,
+                          scratch.levels[2], nullptr);
 }
 
 std::uint8_t *SliceCoder::code(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                                std::uint8_t *to) const
 {
     quantise(lines, place, index, scratch);
+    return codeQuantised(lines, place, index, scratch, to);
+}
+
+std::uint8_t *SliceCoder::codeQuantised(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
+                                        std::uint8_t *to) const
+{
     if (scratch.withoutDetail) {
         for (Levels &levels : scratch.levels)
             levels.count = 0;

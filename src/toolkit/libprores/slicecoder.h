@@ -30,6 +30,7 @@ struct SliceScratch {
     Levels levels[3];
     alignas(64) std::uint16_t padded[4][16 * 16 * widestSlice];
     std::uint16_t alpha[16 * 16 * widestSlice];
+    bool isChromaJoined = false;  ///< Cb and Cr are the two tiles of coefficients[1]
     std::size_t alphaBytes = 0;   ///< coded so far
     bool withoutDetail = false;   ///< codes DC only: the last resort against noise at a low rate
 };
@@ -47,6 +48,12 @@ public:
     /// The whole slice, header included, to \a to, which has room for largestSliceBytes(); its end.
     std::uint8_t *code(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                        std::uint8_t *to) const;
+
+    /// The three steps of code(), one by one.
+    void transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const;
+    void quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const;
+    std::uint8_t *codeQuantised(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
+                                std::uint8_t *to) const;
 
     /// How many bits the levels in \a scratch will take, about: alpha excluded.
     std::uint32_t predictedBits(const SliceScratch &scratch, int macroblocks) const;

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "libpicture/picture.h"
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/opt.h>
+}
+
+/// One of FFmpeg's ProRes encoders on one thread.
+class FfmpegEncoder
+{
+public:
+    /// \a profile is 0 for Proxy to 3 for HQ.
+    FfmpegEncoder(const char *name, int profile, int width, int height)
+    {
+        const AVCodec *codec = avcodec_find_encoder_by_name(name);
+        _context = avcodec_alloc_context3(codec);
+        if (codec == nullptr || _context == nullptr)
+            return;
+        _context->width = width;
+        _context->height = height;
+        _context->pix_fmt = AV_PIX_FMT_YUV422P10;
+        _context->time_base = {1, 25};
+        _context->thread_count = 1;
+        _context->profile = profile;
+        av_opt_set_int(_context->priv_data, "profile", profile, 0);
+        _isOpen = avcodec_open2(_context, codec, nullptr) == 0;
+        _frame = av_frame_alloc();
+        _packet = av_packet_alloc();
+    }
+    ~FfmpegEncoder()
+    {
+        av_packet_free(&_packet);
+        av_frame_free(&_frame);
+        avcodec_free_context(&_context);
+    }
+    FfmpegEncoder(const FfmpegEncoder &) = delete;
+    FfmpegEncoder &operator=(const FfmpegEncoder &) = delete;
+
+    bool isOpen() const { return _isOpen; }
+
+    std::vector<std::uint8_t> encode(const picture::View &view)
+    {
+        av_frame_unref(_frame);
+        _frame->format = AV_PIX_FMT_YUV422P10;
+        _frame->width = view.width;
+        _frame->height = view.height;
+        _frame->pts = _next++;
+        for (int p = 0; p < 3; ++p) {
+            _frame->data[p] = reinterpret_cast<std::uint8_t *>(view.plane[p]);
+            _frame->linesize[p] = view.stride[p] * 2;
+        }
+        std::vector<std::uint8_t> bytes;
+        if (avcodec_send_frame(_context, _frame) == 0 && avcodec_receive_packet(_context, _packet) == 0)
+            bytes.assign(_packet->data, _packet->data + _packet->size);
+        av_packet_unref(_packet);
+        return bytes;
+    }
+
+private:
+    AVCodecContext *_context = nullptr;
+    AVFrame *_frame = nullptr;
+    AVPacket *_packet = nullptr;
+    std::int64_t _next = 0;
+    bool _isOpen = false;
+};
+
+/// Decodes and compares: peak signal to noise over the three planes, in decibels.
+class Comparison
+{
+public:
+    Comparison(int width, int height)
+    {
+        const AVCodec *codec = avcodec_find_decoder(AV_CODEC_ID_PRORES);
+        _context = avcodec_alloc_context3(codec);
+        _context->width = width;
+        _context->height = height;
+        _context->codec_tag = MKTAG('a', 'p', 'c', 'h'); // else it wonders
+        avcodec_open2(_context, codec, nullptr);
+        _frame = av_frame_alloc();
+    }
+    ~Comparison()
+    {
+        av_frame_free(&_frame);
+        avcodec_free_context(&_context);
+    }
+    Comparison(const Comparison &) = delete;
+    Comparison &operator=(const Comparison &) = delete;
+
+    /// Below 0 when the frame does not decode.
+    double psnr(const std::vector<std::uint8_t> &bytes, const picture::View &view)
+    {
+        AVPacket *packet = av_packet_alloc();
+        av_new_packet(packet, static_cast<int>(bytes.size()));
+        std::copy(bytes.begin(), bytes.end(), packet->data);
+        const bool isTaken = avcodec_send_packet(_context, packet) == 0;
+        av_packet_free(&packet);
+        if (!isTaken || avcodec_receive_frame(_context, _frame) != 0)
+            return -1;
+        double sum = 0;
+        for (int p = 0; p < 3; ++p) {
+            for (int y = 0; y < view.height; ++y) {
+                const auto *line = reinterpret_cast<const std::uint16_t *>(_frame->data[p] + y * _frame->linesize[p]);
+                for (int x = 0; x < (p == 0 ? view.width : view.width / 2); ++x) {
+                    const double difference = line[x] - view.line(p, y)[x];
+                    sum += difference * difference;
+                }
+            }
+        }
+        const double count = 2.0 * view.width * view.height;
+        return 10 * std::log10(1023.0 * 1023.0 * count / std::max(sum, 1.0));
+    }
+
+private:
+    AVCodecContext *_context = nullptr;
+    AVFrame *_frame = nullptr;
+};
