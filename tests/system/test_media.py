@@ -192,17 +192,22 @@ def lists_clips_that_come_and_go(bin_dir):
         shutil.copy(clip, copy + ".part")
         os.rename(copy + ".part", copy)
         wait_said(recorder, "2 clips on")
-        before = said(recorder, "clips on")
-        for name, content in (("text.mov", b"no clip\n"), ("empty.mov", b""), ("notes.txt", b"notes"),
-                              (".hidden.mov", b"x" * 100)):
+        for name, content in (("text.mov", b"no clip\n"), ("empty.mov", b"")):
             with open(os.path.join(recorder.medium, name), "wb") as file:
                 file.write(content)
+        wait_said(recorder, f"2 clips on {recorder.medium}, 2 bad")
+        updates = recorder.log_text().count("Media has been updated")
+        before = said(recorder, "clips on")
+        for name in ("notes.txt", ".hidden.mov"):
+            with open(os.path.join(recorder.medium, name), "wb") as file:
+                file.write(b"x" * 100)
         os.mkdir(os.path.join(recorder.medium, "folder.mov"))
         os.symlink(clip, os.path.join(recorder.medium, "link.mov"))
         os.mkfifo(os.path.join(recorder.medium, "pipe.mov"))
         recorder.do("goto", "copy.mov")
-        time.sleep(3)
+        time.sleep(1)
         check(said(recorder, "clips on") == before, "files that are no clips change nothing")
+        check(recorder.log_text().count("Media has been updated") == updates, "bad clips are no news for who plays")
         os.remove(copy)
         wait_said(recorder, "1 clips on", 2)
 

@@ -1,72 +1,157 @@
 #include "cliplister.h"
 
-#include "libvanta/mediacache.h"
+#include "clipname.h"
+#include "liborb/orblog.h"
 
+#include <cerrno>
 #include <memory>
-#include <set>
-#include <tuple>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-namespace {
-
-constexpr long long nsPerSecond = 1000000000;
-
-bool isClipName(const std::string &name)
+namespace
 {
-    return name.size() > 4 && name[0] != '.' && name.ends_with(".mov");
-}
 
-std::vector<std::string> clipNamesIn(const std::string &path)
+constexpr const char *logFile = "cliplister.cpp";
+constexpr std::int64_t nsPerSecond = 1000000000;
+/// The system tells of a close a moment before the file counts as closed.
+constexpr int closePatienceMs = 20;
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int number) : _number(number) {}
+    ~Descriptor()
+    {
+        if (_number >= 0)
+            ::close(_number);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int number() const { return _number; }
+
+private:
+    int _number;
+};
+
+std::vector<std::string> clipNamesIn(DIR *directory)
 {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, int (*)(DIR *)> dir(opendir(path.c_str()), closedir);
-    if (!dir)
-        return names;
-    while (const dirent *entry = readdir(dir.get())) {
-        if (isClipName(entry->d_name) && names.size() < ClipLister::maxClips)
+    while (const dirent *entry = ::readdir(directory)) {
+        if (names.size() < ClipLister::maxClips && isClipName(entry->d_name))
             names.emplace_back(entry->d_name);
     }
     return names;
 }
 
-} // namespace
-
-const ClipLister::Known &ClipLister::look(const std::string &path, const std::string &name)
+std::int64_t modifiedNs(const struct stat &st)
 {
-    static const Known nothing{-1, -1, false, {}};
-    const std::string file = path + "/" + name;
-    struct stat st = {};
-    if (lstat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-        return nothing;
-    const long long modifiedNs = st.st_mtim.tv_sec * nsPerSecond + st.st_mtim.tv_nsec;
-    const auto known = _known.find(name);
-    if (known != _known.end() && known->second.size == st.st_size &&
-        known->second.modifiedNs == modifiedNs)
-        return known->second;
-    Known fresh{st.st_size, modifiedNs, false, {}};
-    fresh.isClip = lumo::media::MediaCache::GrokClip(fresh.clip, file, false);
-    return _known[name] = fresh;
+    return st.st_mtim.tv_sec * nsPerSecond + st.st_mtim.tv_nsec;
 }
 
-std::list<Clip> ClipLister::list(const std::string &path)
+/// A lease to read is only given when nobody writes. Nothing where the file system has no leases.
+std::optional<bool> isWritten(int file)
 {
-    if (path != _path)
-        _known.clear();
-    _path = path;
-    std::list<Clip> clips;
-    std::set<std::string> seen;
-    for (const std::string &name : clipNamesIn(path)) {
-        seen.insert(name);
-        const Known &known = look(path, name);
-        if (known.isClip)
-            clips.push_back(known.clip);
+    for (int waited = 0;; ++waited) {
+        if (::fcntl(file, F_SETLEASE, F_RDLCK) == 0) {
+            ::fcntl(file, F_SETLEASE, F_UNLCK);
+            return false;
+        }
+        if (errno != EAGAIN)
+            return std::nullopt;
+        if (waited == closePatienceMs)
+            return true;
+        ::usleep(1000);
     }
-    std::erase_if(_known, [&](const auto &entry) { return !seen.contains(entry.first); });
+}
+
+} // namespace
+
+ClipLister::ClipLister(KnownClips &known, std::string inspector)
+    : _known(known), _inspector(std::move(inspector))
+{
+}
+
+/// The clip's name, directory, size and time are set.
+void ClipLister::read(int file, Clip &clip)
+{
+    Clip facts;
+    const ClipInspector::Outcome outcome = _inspector.inspect(file, facts);
+    if (outcome == ClipInspector::Outcome::Read) {
+        clip.setFrameCount(facts.getFrameCount());
+        clip.setFormat(facts.format());
+        clip.setTimecode(facts.timecode());
+    }
+    clip.setState(facts.state());
+    if (outcome != ClipInspector::Outcome::Read)
+        clip.setState(ClipState::Bad);
+    if (outcome == ClipInspector::Outcome::NotStarted) {
+        if (!std::exchange(_hasComplained, true))
+            orbLogOutput(1, logFile, __LINE__, "The reader of clips can't be started\n");
+        return;
+    }
+    bool isFinal = clip.state() == ClipState::Ready;
+    if (!isFinal) {
+        const std::optional<bool> written = isWritten(file);
+        isFinal = written == false;
+        if (written == true)
+            clip.setState(ClipState::Recording);
+        else if (written == false && clip.state() == ClipState::Recording)
+            clip.setState(ClipState::Ready);
+    }
+    if (isFinal)
+        _known.remember(clip);
+}
+
+/// False when there is nothing to list.
+bool ClipLister::look(int directory, const std::string &name, Clip &clip)
+{
+    struct stat st = {};
+    if (::fstatat(directory, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode))
+        return false;
+    if (const auto known = _known.find(name, st.st_size, modifiedNs(st))) {
+        clip = *known;
+        return true;
+    }
+    // What it was a moment ago need not be what is opened now.
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const Descriptor file(::openat(directory, name.c_str(), flags));
+    clip.setName(name);
+    clip.setFileSize(st.st_size);
+    clip.setModifiedNs(modifiedNs(st));
+    clip.setState(ClipState::Bad);
+    if (file.number() < 0)
+        return errno == EACCES || errno == EIO;
+    if (::fstat(file.number(), &st) != 0 || !S_ISREG(st.st_mode))
+        return false;
+    clip.setFileSize(st.st_size);
+    clip.setModifiedNs(modifiedNs(st));
+    read(file.number(), clip);
+    return true;
+}
+
+std::list<Clip> ClipLister::list(const std::string &path, int &error)
+{
+    std::list<Clip> clips;
+    const std::unique_ptr<DIR, int (*)(DIR *)> directory(::opendir(path.c_str()), ::closedir);
+    error = directory ? 0 : errno;
+    if (!directory)
+        return clips;
+    for (const std::string &name : clipNamesIn(directory.get())) {
+        Clip clip;
+        if (!look(::dirfd(directory.get()), name, clip))
+            continue;
+        clip.setPath(path);
+        clips.push_back(std::move(clip));
+    }
     clips.sort([](const Clip &a, const Clip &b) {
-        return std::tuple(a.modified(), a.getName()) < std::tuple(b.modified(), b.getName());
+        return a.modifiedNs() != b.modifiedNs() ? a.modifiedNs() < b.modifiedNs()
+                                                : comesBefore(a.getName(), b.getName());
     });
     return clips;
 }

@@ -1,33 +1,36 @@
 #pragma once
 
+#include "clipinspector.h"
+#include "knownclips.h"
 #include "libvanta/clip.h"
 
 #include <list>
-#include <map>
 #include <string>
 
-/// Lists the clips of a directory in the order of recording. Remembers what it has read, so that only new and
-/// changed files are opened. Every call may wait for the medium: use it from one worker thread.
+/// Lists the clips of a directory in the order of recording. Every call may wait for the medium: use it from one
+/// worker thread.
+///
+/// A clip is a regular file with a clip's name (see isClipName()). Links, pipes, folders, hidden files and names that
+/// are no text are left out. Files that are no clips, torn beyond use or hostile are listed as bad. One that is
+/// unfinished is being recorded while somebody has it open for writing, and ready when nobody has: an interrupted
+/// recording plays up to its last whole part.
 class ClipLister
 {
 public:
-    /// All readable .mov clips in \a path, oldest first; empty when the directory cannot be read. Files that
-    /// are no clips are left out, and so is everything that is not a regular file. At most maxClips.
-    std::list<Clip> list(const std::string &path);
+    /// What has been read is kept in \a known; new and changed files are read by \a inspector's program.
+    ClipLister(KnownClips &known, std::string inspector);
+
+    /// The clips in \a path, oldest first, at most maxClips. \a error is an errno value when the directory cannot be
+    /// read, 0 otherwise.
+    std::list<Clip> list(const std::string &path, int &error);
 
     static constexpr std::size_t maxClips = 20000;
 
 private:
-    /// What was read from a file, with what tells whether it has changed since.
-    struct Known {
-        long long size;
-        long long modifiedNs;
-        bool isClip;
-        Clip clip;
-    };
+    bool look(int directory, const std::string &name, Clip &clip);
+    void read(int file, Clip &clip);
 
-    const Known &look(const std::string &path, const std::string &name);
-
-    std::string _path;
-    std::map<std::string, Known> _known;
+    KnownClips &_known;
+    ClipInspector _inspector;
+    bool _hasComplained = false;
 };

@@ -1,4 +1,5 @@
 #include "mediaservice.h"
+#include "slotfile.h"
 
 #include "liborb/orb.h"
 #include "liborb/orblog.h"
@@ -26,23 +27,41 @@ int signalDescriptor()
     return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// The slots of the command line, or else of the file.
+std::vector<std::string> slotsOf(const QStringList &named, const QString &file)
+{
+    std::string problem;
+    std::vector<std::string> paths = named.isEmpty()
+        ? readSlotFile(file.toStdString(), problem)
+        : slotsIn(named.join(QLatin1Char('\n')).toStdString(), problem);
+    if (!problem.empty())
+        std::fprintf(stderr, "rvmedia: slots: %s\n", problem.c_str());
+    return paths;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     const int descriptor = signalDescriptor();
+    // A writer that comes while a file is being looked at is no reason to end.
+    std::signal(SIGIO, SIG_IGN);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("rvmedia"));
     QCommandLineParser options;
     options.setApplicationDescription(QStringLiteral("Media service of the recorder."));
     options.addHelpOption();
+    const QString path = QStringLiteral("path");
+    const QCommandLineOption slot(QStringLiteral("slot"),
+                                  QStringLiteral("A mount point for media; may be given again."), path);
+    const QCommandLineOption config(QStringLiteral("config"),
+                                    QStringLiteral("The list of slots, one mount point a line."), path,
+                                    QString::fromLatin1(slotFileName));
     const QCommandLineOption active(QStringLiteral("active"),
-                                    QStringLiteral("Make this the active medium."),
-                                    QStringLiteral("path"));
+                                    QStringLiteral("Make this the active medium."), path);
     const QCommandLineOption rollover(QStringLiteral("rollover"),
-                                      QStringLiteral("Make this the medium to roll over to."),
-                                      QStringLiteral("path"));
-    options.addOptions({active, rollover});
+                                      QStringLiteral("Make this the medium to roll over to."), path);
+    options.addOptions({slot, config, active, rollover});
     options.process(app);
 
     orbLogOpenDisplay();
@@ -50,8 +69,13 @@ int main(int argc, char **argv)
     QSocketNotifier notifier(descriptor, QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
 
-    MediaService service;
-    if (!service.start(options.value(active).toStdString(), options.value(rollover).toStdString())) {
+    MediaService::Setup setup;
+    setup.mediaSlots = slotsOf(options.values(slot), options.value(config));
+    setup.activePath = cleanPath(options.value(active).toStdString());
+    setup.rolloverPath = cleanPath(options.value(rollover).toStdString());
+    setup.inspector = QCoreApplication::applicationDirPath().toStdString() + "/rvgrok";
+    MediaService service(setup);
+    if (!service.start()) {
         std::fprintf(stderr, "rvmedia: the parameter store's addresses cannot be used\n");
         return 1;
     }

@@ -1,165 +1,259 @@
 #include "mediaservice.h"
 
 #include "liborb/orblog.h"
+#include "slotfile.h"
 
-#include <array>
-#include <cstring>
+#include <algorithm>
 #include <utility>
-
-#include <sys/inotify.h>
-#include <unistd.h>
 
 namespace
 {
 
 constexpr const char *logFile = "mediaservice.cpp";
-constexpr int lookPeriodMs = 2000;
+constexpr std::size_t mostMedia = 32;
+
+/// Values of eParamStorageInUse.
 constexpr unsigned int storageIsInUse = 1;
 constexpr unsigned int storageHasRolledOver = 3;
 
+/// Values of eParamMediaState.
+constexpr unsigned int noMedium = 0;
+constexpr unsigned int mediumLoads = 1;
+constexpr unsigned int mediumIsReady = 2;
+constexpr unsigned int mediumFailed = 3;
+
+std::list<Clip> readyOf(std::list<Clip> clips)
+{
+    clips.remove_if([](const Clip &clip) { return !clip.isComplete(); });
+    return clips;
+}
+
+int countOf(const std::list<Clip> &clips, ClipState state)
+{
+    return static_cast<int>(std::ranges::count(clips, state, &Clip::state));
+}
+
 } // namespace
 
-MediaService::MediaService(QObject *parent) : QObject(parent), _cache("NewCache")
+MediaService::MediaService(Setup setup, QObject *parent)
+    : QObject(parent), _setup(std::move(setup)), _cache(_setup.cachePrefix)
 {
-    _worker.moveToThread(&_thread);
-    _thread.start();
-    connect(&_lookTimer, &QTimer::timeout, this, [this] { run(Task::Look); });
+    // What the service before has read need not be read again.
+    std::list<Clip> clips;
+    _cache.clips(clips);
+    for (const Clip &clip : readyOf(clips))
+        _known.remember(clip);
+    connect(&_mounts, &MountTable::changed, this, &MediaService::mountsChanged);
 }
 
 MediaService::~MediaService()
 {
     _events.reset();
-    _thread.quit();
-    _thread.wait();
-    if (_inotify >= 0)
-        ::close(_inotify);
+    _media.clear();
 }
 
-bool MediaService::start(const std::string &activePath, const std::string &rolloverPath)
+bool MediaService::start()
 {
     CreateDescriptors();
     ConfigFactoryImpl *factory = ConfigFactoryImpl::GetInstance();
     _config.reset(factory->create(GetConfigURI("udp")));
     _events.reset(factory->create(GetEventsURI("udp")));
-    _inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (!_config || !_events || _inotify < 0)
+    if (!_config || !_events)
         return false;
-    _scanner = std::make_unique<MediumScanner>(_inotify);
-    _notifier = std::make_unique<QSocketNotifier>(_inotify, QSocketNotifier::Read);
-    connect(_notifier.get(), &QSocketNotifier::activated, this, &MediaService::readNotices);
+    if (!_mounts.watch())
+        orbLogOutput(1, logFile, __LINE__, "The mount table can't be watched\n");
+    for (const std::string &path : _setup.mediaSlots)
+        addMedium(path, true);
+    if (!_setup.activePath.empty())
+        _config->setString(eParamActivePath, _setup.activePath);
+    if (!_setup.rolloverPath.empty())
+        _config->setString(eParamRolloverPath, _setup.rolloverPath);
     _events->registerListener(this);
-
-    if (!activePath.empty())
-        _config->setString(eParamActivePath, activePath);
-    if (!rolloverPath.empty())
-        _config->setString(eParamRolloverPath, rolloverPath);
-    std::string path = activePath;
-    if (path.empty())
-        _config->getString(eParamActivePath, path);
-    follow(path);
-    _lookTimer.start(lookPeriodMs);
+    mountsChanged();
+    pathsChanged();
+    if (std::ranges::none_of(_media, [](const auto &medium) { return medium->isBeingListed(); })) {
+        shareClips();
+        sharePlayLists();
+    }
     return true;
 }
 
 /// Called on the store library's thread, like the next.
-void MediaService::ParamChanged(eParam_t id, std::string value, timeval)
+void MediaService::ParamChanged(eParam_t id, std::string, timeval)
 {
-    if (id == eParamActivePath)
-        QMetaObject::invokeMethod(
-            this, [this, value] { follow(value); }, Qt::QueuedConnection);
+    if (id == eParamActivePath || id == eParamRolloverPath)
+        QMetaObject::invokeMethod(this, &MediaService::pathsChanged, Qt::QueuedConnection);
 }
 
-void MediaService::ParamChanged(eParam_t id, unsigned int value, timeval)
+void MediaService::ParamChanged(eParam_t id, unsigned int, timeval)
 {
-    if (id == eParamStorageInUse && value == storageHasRolledOver)
-        QMetaObject::invokeMethod(this, &MediaService::swapMedia, Qt::QueuedConnection);
+    if (id == eParamStorageInUse)
+        QMetaObject::invokeMethod(this, &MediaService::storageUseChanged, Qt::QueuedConnection);
 }
 
-void MediaService::follow(const std::string &path)
+MediaPaths MediaService::paths() const
 {
-    if (path == _path)
-        return;
-    _path = path;
-    orbLogOutput(3, logFile, __LINE__, "Active medium: %s\n", path.c_str());
-    scan();
+    MediaPaths now;
+    _config->getString(eParamActivePath, now.active);
+    _config->getString(eParamRolloverPath, now.rollover);
+    return now;
 }
 
-/// The recording goes on on the other medium. The one it left is the next to roll over to, once it
-/// has been exchanged for an empty one: until then its free space forbids it. The storage is said
-/// to be in use again, so that the next rollover is a change, too.
-void MediaService::swapMedia()
+unsigned int MediaService::storageUse() const
 {
-    std::string active;
-    std::string rollover;
-    _config->getString(eParamActivePath, active);
-    _config->getString(eParamRolloverPath, rollover);
-    if (!rollover.empty()) {
-        _config->setString(eParamRolloverPath, active);
-        _config->setString(eParamActivePath, rollover);
-    }
     unsigned int use = 0;
-    if (_config->getUInt32(eParamStorageInUse, use) && use == storageHasRolledOver)
-        _config->setUInt32(eParamStorageInUse, storageIsInUse);
+    _config->getUInt32(eParamStorageInUse, use);
+    return use;
 }
 
-void MediaService::readNotices()
+std::vector<MediumFacts> MediaService::facts() const
 {
-    alignas(inotify_event) std::array<char, 16384> notices;
-    while (::read(_inotify, notices.data(), notices.size()) > 0) {
-    }
-    scan();
+    std::vector<MediumFacts> all;
+    for (const auto &medium : _media)
+        all.push_back({medium->path(), medium->isSlot(), medium->isPresent(),
+                       medium->listing().freePercent});
+    return all;
 }
 
-/// One listing at a time; notices that come meanwhile make one more.
-void MediaService::run(Task task)
+Medium *MediaService::mediumAt(const std::string &path)
 {
-    if (_scanning) {
-        _scanAgain = _scanAgain || task == Task::Scan;
-        return;
-    }
-    _scanning = true;
-    QMetaObject::invokeMethod(&_worker, [this, task, path = _path] {
-        auto listing =
-            task == Task::Scan ? std::optional(_scanner->scan(path)) : _scanner->look(path);
-        QMetaObject::invokeMethod(this, [this, listing = std::move(listing)] {
-            _scanning = false;
-            if (listing)
-                take(*listing);
-            if (std::exchange(_scanAgain, false))
-                scan();
-        });
+    const auto found = std::ranges::find(_media, path, [](const auto &medium) { return medium->path(); });
+    return found == _media.end() ? nullptr : found->get();
+}
+
+Medium *MediaService::addMedium(const std::string &path, bool isSlot)
+{
+    auto &medium =
+        _media.emplace_back(std::make_unique<Medium>(path, isSlot, _known, _setup.inspector));
+    Medium *added = medium.get();
+    connect(added, &Medium::listed, this, [this, added] { listed(added); });
+    connect(added, &Medium::loading, this, [this, added] {
+        orbLogOutput(3, logFile, __LINE__, "A medium is in %s\n", added->path().c_str());
+        _config->setUInt32(eParamMediaLoading, 1);
+        tellState();
     });
+    return added;
 }
 
-void MediaService::take(const MediumScanner::Listing &listing)
+void MediaService::mountsChanged()
 {
-    if (std::exchange(_watchError, listing.watchError) != listing.watchError && _watchError != 0)
-        orbLogOutput(2, logFile, __LINE__, "Can't watch %s: %s\n", _path.c_str(),
-                     std::strerror(_watchError));
-    if (!_hasClips || listing.clips != _clips)
-        publishClips(listing.clips);
-    if (!_hasPlayList || listing.playList != _playList)
-        publishPlayList(listing.playList);
+    const std::set<std::string> points = _mounts.mountPoints();
+    for (const auto &medium : _media)
+        medium->mountsChanged(points.contains(cleanPath(medium->path())));
+    choose();
 }
 
-void MediaService::publishClips(const std::list<Clip> &clips)
+/// Paths that clients name become media of their own.
+void MediaService::pathsChanged()
 {
-    _clips = clips;
-    _hasClips = true;
-    if (!_cache.setClips(clips))
+    const MediaPaths now = paths();
+    for (const std::string &path : {now.active, now.rollover}) {
+        const std::string point = cleanPath(path);
+        if (point.empty() || mediumAt(path) || _media.size() >= mostMedia)
+            continue;
+        addMedium(path, false)->mountsChanged(_mounts.mountPoints().contains(point));
+    }
+    choose();
+    tellState();
+}
+
+/// The recording goes on on the other medium. The storage is said to be in use again, so that the next rollover is a
+/// change, too.
+void MediaService::storageUseChanged()
+{
+    if (storageUse() == storageHasRolledOver) {
+        setPaths(afterRollover(facts(), paths()));
+        if (storageUse() == storageHasRolledOver)
+            _config->setUInt32(eParamStorageInUse, storageIsInUse);
+    }
+    choose();
+}
+
+void MediaService::setPaths(const MediaPaths &wanted)
+{
+    const MediaPaths now = paths();
+    // The rollover path goes first: what was the next medium is often the active one now.
+    if (wanted.rollover != now.rollover)
+        _config->setString(eParamRolloverPath, wanted.rollover);
+    if (wanted.active != now.active) {
+        orbLogOutput(3, logFile, __LINE__, "Active medium: %s\n", wanted.active.c_str());
+        _config->setString(eParamActivePath, wanted.active);
+    }
+}
+
+void MediaService::choose()
+{
+    const unsigned int use = storageUse();
+    const bool isInUse = use == storageIsInUse || use == storageHasRolledOver;
+    setPaths(choosePaths(facts(), paths(), isInUse));
+}
+
+void MediaService::tellState()
+{
+    const MediaPaths now = paths();
+    const Medium *medium = now.active.empty() ? nullptr : mediumAt(now.active);
+    unsigned int state = noMedium;
+    if (medium && !medium->isListed() && medium->isBeingListed())
+        state = mediumLoads;
+    else if (medium && medium->isListed())
+        state = medium->listing().error == 0 ? mediumIsReady : mediumFailed;
+    unsigned int told = 0;
+    if (!_config->getUInt32(eParamMediaState, told) || told != state)
+        _config->setUInt32(eParamMediaState, state);
+}
+
+void MediaService::listed(Medium *medium)
+{
+    const MediumScanner::Listing &listing = medium->listing();
+    Told &told = _told[medium];
+    const bool isFirst = !std::exchange(told.isTold, true);
+    const bool isActive = medium->path() == paths().active;
+    const bool hasOtherClips = isFirst || told.clips != listing.clips;
+    const bool hasOtherPlayList = isFirst || told.playList != listing.playList;
+    // A recording that grows and files that are no clips change nothing for who plays.
+    const bool mustSay = isFirst || readyOf(told.clips) != readyOf(listing.clips);
+    told.clips = listing.clips;
+    told.playList = listing.playList;
+    if (hasOtherClips)
+        shareClips();
+    if (hasOtherPlayList)
+        sharePlayLists();
+    if (hasOtherClips)
+        say(*medium);
+    if (mustSay && isActive)
+        _config->setUInt32(eParamMediaUpdated, 1);
+    if (hasOtherPlayList) {
+        orbLogOutput(3, logFile, __LINE__, "%d clips in the play list of %s\n",
+                     countOf(listing.playList, ClipState::Ready), medium->path().c_str());
+        if (isActive)
+            _config->setUInt32(eParamPlayList, 1);
+    }
+    choose();
+    tellState();
+}
+
+void MediaService::say(const Medium &medium)
+{
+    const std::list<Clip> &clips = medium.listing().clips;
+    orbLogOutput(3, logFile, __LINE__, "%d clips on %s, %d bad, %d being written\n",
+                 countOf(clips, ClipState::Ready), medium.path().c_str(),
+                 countOf(clips, ClipState::Bad), countOf(clips, ClipState::Recording));
+}
+
+void MediaService::shareClips()
+{
+    std::list<Clip> all;
+    for (const auto &medium : _media)
+        all.insert(all.end(), medium->listing().clips.begin(), medium->listing().clips.end());
+    if (!_cache.setClips(all))
         orbLogOutput(1, logFile, __LINE__, "The clip list can't be shared\n");
-    _config->setUInt32(eParamMediaUpdated, 1);
-    orbLogOutput(3, logFile, __LINE__, "%d clips on %s\n", static_cast<int>(clips.size()),
-                 _path.c_str());
 }
 
-void MediaService::publishPlayList(const std::list<Clip> &clips)
+void MediaService::sharePlayLists()
 {
-    _playList = clips;
-    _hasPlayList = true;
-    if (!_cache.setPlaylist(clips))
+    std::list<Clip> all;
+    for (const auto &medium : _media)
+        all.insert(all.end(), medium->listing().playList.begin(), medium->listing().playList.end());
+    if (!_cache.setPlaylist(all))
         orbLogOutput(1, logFile, __LINE__, "The play list can't be shared\n");
-    _config->setUInt32(eParamPlayList, 1);
-    orbLogOutput(3, logFile, __LINE__, "%d clips in the play list\n",
-                 static_cast<int>(clips.size()));
 }

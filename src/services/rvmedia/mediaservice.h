@@ -1,63 +1,74 @@
 #pragma once
 
+#include "knownclips.h"
 #include "libconfig/config.h"
 #include "libvanta/mediacache.h"
-#include "mediumscanner.h"
+#include "medium.h"
+#include "mediachoice.h"
+#include "mounttable.h"
 
 #include <QObject>
-#include <QSocketNotifier>
-#include <QThread>
-#include <QTimer>
 
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
-/// Keeps the shared clip list and play list equal to what lies on the active medium: is told by the
-/// system when files come, go or are completed, and looks by itself every two seconds for what the
-/// system cannot tell (a medium that comes or goes). Lists on a worker thread, writes the shared
-/// caches and says so in the store. When a recording has rolled over, the two media change places.
+/// Keeps the shared clip list and play list equal to what lies on the media, and the store's paths to media that are
+/// there. Is told by the system of mounts and of files that come, go or are completed, and asks for nothing by itself.
+/// Each medium is listed by a thread of its own; the lists are written before the store says so.
 class MediaService : public QObject, private ConfigEventListener
 {
     Q_OBJECT
 public:
-    explicit MediaService(QObject *parent = nullptr);
+    struct Setup {
+        std::vector<std::string> mediaSlots; ///< mount points, in the order in which they are used
+        std::string activePath;              ///< what the store is told first; empty for nothing
+        std::string rolloverPath;
+        std::string inspector; ///< path of rvgrok
+        std::string cachePrefix = "NewCache";
+    };
+
+    explicit MediaService(Setup setup, QObject *parent = nullptr);
     ~MediaService() override;
 
-    /// Connects to the store and follows its active path. With paths that are not empty the store
-    /// is told them first. False when the store's addresses cannot be used at all.
-    bool start(const std::string &activePath, const std::string &rolloverPath);
+    /// Connects to the store and follows its paths. False when the store's addresses cannot be used at all.
+    bool start();
 
 private:
     using ConfigEventListener::ParamChanged;
     void ParamChanged(eParam_t id, std::string value, timeval when) override;
     void ParamChanged(eParam_t id, unsigned int value, timeval when) override;
 
-    enum class Task { Look, Scan };
+    /// What the store was told of a medium.
+    struct Told {
+        std::list<Clip> clips;
+        std::list<Clip> playList;
+        bool isTold = false;
+    };
 
-    void follow(const std::string &path);
-    void swapMedia();
-    void readNotices();
-    void scan() { run(Task::Scan); }
-    void run(Task task);
-    void take(const MediumScanner::Listing &listing);
-    void publishClips(const std::list<Clip> &clips);
-    void publishPlayList(const std::list<Clip> &clips);
+    Medium *mediumAt(const std::string &path);
+    Medium *addMedium(const std::string &path, bool isSlot);
+    void mountsChanged();
+    void listed(Medium *medium);
+    void say(const Medium &medium);
+    void shareClips();
+    void sharePlayLists();
+    MediaPaths paths() const;
+    unsigned int storageUse() const;
+    std::vector<MediumFacts> facts() const;
+    void pathsChanged();
+    void storageUseChanged();
+    void setPaths(const MediaPaths &paths);
+    void choose();
+    void tellState();
 
+    Setup _setup;
+    KnownClips _known;
     lumo::media::MediaCache _cache;
     std::unique_ptr<Config> _config;
     std::unique_ptr<Config> _events;
-    std::unique_ptr<QSocketNotifier> _notifier;
-    std::unique_ptr<MediumScanner> _scanner; ///< used by the worker thread alone
-    QThread _thread;
-    QObject _worker;
-    QTimer _lookTimer;
-    std::string _path;
-    std::list<Clip> _clips;
-    std::list<Clip> _playList;
-    int _inotify = -1;
-    int _watchError = 0;
-    bool _scanning = false;
-    bool _scanAgain = false;
-    bool _hasClips = false;
-    bool _hasPlayList = false;
+    MountTable _mounts;
+    std::vector<std::unique_ptr<Medium>> _media; ///< the slots, then paths that clients named
+    std::map<const Medium *, Told> _told;
 };

@@ -3,51 +3,73 @@
 #include "playlistfile.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include <sys/inotify.h>
+#include <sys/vfs.h>
 
 namespace
 {
 
-constexpr std::uint32_t watched =
-    IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_UNMOUNT;
+constexpr std::uint32_t watchedOfMedium = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE |
+    IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_ONLYDIR;
+constexpr std::uint32_t watchedAbove =
+    IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+void measure(const std::string &path, MediumScanner::Listing &listing)
+{
+    struct statfs root = {};
+    struct statfs medium = {};
+    if (::statfs("/", &root) != 0 || ::statfs(path.c_str(), &medium) != 0)
+        return;
+    listing.isMounted = std::memcmp(&root.f_fsid, &medium.f_fsid, sizeof root.f_fsid) != 0;
+    if (medium.f_blocks > 0)
+        listing.freePercent = std::round(double(medium.f_bfree) / double(medium.f_blocks) * 100.0);
+}
 
 } // namespace
 
-/// Adding the watch that is there already changes nothing; on another file system it is another
-/// one.
-MediumScanner::Watch MediumScanner::follow(const std::string &path)
+int MediumScanner::watch(const std::string &path)
 {
-    const int watch = path.empty() ? -1 : inotify_add_watch(_notices, path.c_str(), watched);
-    const int error = !path.empty() && watch < 0 ? errno : 0;
-    const int before = std::exchange(_watch, watch);
-    if (before >= 0 && before != watch)
-        inotify_rm_watch(_notices, before); // gone by itself when its medium is
-    return {before != watch, error};
+    int watch = ::inotify_add_watch(_notices, path.c_str(), watchedOfMedium);
+    std::string above = path;
+    while (watch < 0 && errno == ENOENT && above.size() > 1) {
+        const std::size_t slash = above.rfind('/');
+        if (slash == std::string::npos)
+            break;
+        above.resize(std::max<std::size_t>(slash, 1));
+        const int outer = ::inotify_add_watch(_notices, above.c_str(), watchedAbove);
+        if (outer < 0)
+            continue;
+        // It may have come before the watch above it.
+        watch = ::inotify_add_watch(_notices, path.c_str(), watchedOfMedium);
+        if (watch < 0)
+            return outer;
+        ::inotify_rm_watch(_notices, outer);
+    }
+    return watch;
 }
 
-MediumScanner::Listing MediumScanner::list(const std::string &path, int watchError)
+/// Adding the watch that is there already changes nothing; on another file system it is another one.
+int MediumScanner::follow(const std::string &path)
 {
-    Listing listing;
-    listing.watchError = watchError;
-    if (path.empty())
-        return listing;
-    listing.clips = _lister.list(path);
-    listing.playList = readPlayList(path, listing.clips);
-    return listing;
+    const int now = watch(path);
+    const int error = now < 0 ? errno : 0;
+    const int before = std::exchange(_watch, now);
+    if (before >= 0 && before != now)
+        ::inotify_rm_watch(_notices, before); // gone by itself when its medium is
+    return error;
 }
 
 MediumScanner::Listing MediumScanner::scan(const std::string &path)
 {
-    return list(path, follow(path).error);
-}
-
-std::optional<MediumScanner::Listing> MediumScanner::look(const std::string &path)
-{
-    const Watch watch = follow(path);
-    if (!watch.isOther && watch.error == 0)
-        return std::nullopt;
-    return list(path, watch.error);
+    Listing listing;
+    listing.watchError = follow(path);
+    listing.clips = _lister.list(path, listing.error);
+    listing.playList = readPlayList(path, listing.clips);
+    measure(path, listing);
+    return listing;
 }

@@ -3,10 +3,9 @@
 #include "cliplister.h"
 
 #include <list>
-#include <optional>
 #include <string>
 
-/// Looks at one medium: its clips, its play list, and the system's notices of what happens on it.
+/// Looks at one medium: its clips, its play list, its free space, and the system's notices of what happens on it.
 /// Every call may wait for the medium: use it from one worker thread.
 class MediumScanner
 {
@@ -14,28 +13,25 @@ public:
     struct Listing {
         std::list<Clip> clips;
         std::list<Clip> playList;
-        int watchError = 0; ///< errno when the system cannot tell of changes; 0 when it does
+        int error = 0;            ///< errno when the folder cannot be read; 0 when it can
+        int watchError = 0;       ///< errno when the system cannot tell of changes; 0 when it does
+        bool isMounted = false;   ///< it is not part of the root file system
+        double freePercent = 0.0; ///< of the file system, rounded to a whole number
     };
 
     /// Notices are to arrive on the inotify descriptor \a notices, which stays the caller's.
-    explicit MediumScanner(int notices) : _notices(notices) {}
+    MediumScanner(int notices, KnownClips &known, const std::string &inspector)
+        : _lister(known, inspector), _notices(notices)
+    {
+    }
 
-    /// What lies at \a path now; nothing for an empty path. The notices follow: to another path,
-    /// and to a medium that was mounted there since.
+    /// What lies at \a path now. The notices follow to a medium that was mounted there since; while there is no such
+    /// folder they tell when one above it changes.
     Listing scan(const std::string &path);
-    /// The same when notices cannot be relied on: the medium is another one than at the last scan,
-    /// or the system does not tell of it. Nothing otherwise: files that grow are left alone until
-    /// they are closed.
-    std::optional<Listing> look(const std::string &path);
 
 private:
-    /// What becomes of the watch.
-    struct Watch {
-        bool isOther = false;
-        int error = 0;
-    };
-    Watch follow(const std::string &path);
-    Listing list(const std::string &path, int watchError);
+    int follow(const std::string &path);
+    int watch(const std::string &path);
 
     ClipLister _lister;
     int _notices;

@@ -1,5 +1,7 @@
 #include "playlistfile.h"
 
+#include "clipname.h"
+
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
@@ -10,6 +12,7 @@ namespace
 {
 
 constexpr std::size_t maxBytes = 1 << 20;
+constexpr std::size_t maxEntries = 100000;
 constexpr const char *byteOrderMark = "\xef\xbb\xbf";
 
 bool isRegularFile(const std::string &path)
@@ -27,6 +30,15 @@ std::string nameIn(const std::string &line)
         return std::string();
     const std::string name = line.substr(begin, end - begin + 1);
     return name.starts_with("./") ? name.substr(2) : name;
+}
+
+Clip missing(const std::string &path, const std::string &name)
+{
+    Clip clip;
+    clip.setName(name);
+    clip.setPath(path);
+    clip.setState(ClipState::Missing);
+    return clip;
 }
 
 } // namespace
@@ -49,9 +61,11 @@ std::list<Clip> readPlayList(const std::string &path, const std::list<Clip> &cli
         byName.emplace(clip.getName(), &clip);
     std::istringstream lines(bytes);
     for (std::string line; std::getline(lines, line);) {
-        const auto clip = byName.find(nameIn(line));
-        if (clip != byName.end())
-            list.push_back(*clip->second);
+        const std::string entry = nameIn(line);
+        if (!isClipName(entry) || list.size() >= maxEntries)
+            continue;
+        const auto clip = byName.find(entry);
+        list.push_back(clip != byName.end() ? *clip->second : missing(path, entry));
     }
     return list;
 }

@@ -10,6 +10,6 @@
 /// "#" mean nothing.
 inline constexpr const char *playListName = "playlist.m3u";
 
-/// The clips that the play list at \a path names, out of \a clips; names that are no clips of the
-/// medium are left out. Empty without a play list. At most 1 MiB is read. May wait for the medium.
+/// The entries of the play list at \a path, with what \a clips says of them; a name that none of them has gives a
+/// missing one. Empty without a play list. At most 1 MiB is read. May wait for the medium.
 std::list<Clip> readPlayList(const std::string &path, const std::list<Clip> &clips);

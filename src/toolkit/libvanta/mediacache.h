@@ -10,8 +10,9 @@
 namespace lumo::media {
 
 /// The clip list and the play list that all processes of the recorder share: the clips of all media, medium by
-/// medium, each medium's in the order of recording. The media service writes them, everybody reads. Object names are the prefix, "SharedClipCache" or "SharedPlaylistCache", and "_shm" or
-/// "_mutex"; names and sizes are fixed for ever.
+/// medium, each medium's in the order of recording. The media service writes them, everybody reads. Object names
+/// are the prefix, "SharedClipCache" or "SharedPlaylistCache", and "_shm" or "_mutex"; names and sizes are fixed
+/// for ever.
 class MediaCache
 {
 public:

@@ -1,0 +1,135 @@
+#include "medium.h"
+
+#include "liborb/orblog.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr const char *logFile = "medium.cpp";
+constexpr int pauseMs = 100;
+constexpr int endPatienceMs = 2000;
+constexpr std::size_t mostAbandoned = 8;
+
+} // namespace
+
+Medium::Medium(std::string path, bool isSlot, KnownClips &known, std::string inspector)
+    : _path(std::move(path)), _isSlot(isSlot), _known(known), _inspector(std::move(inspector)),
+      _inotify(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
+    if (_inotify >= 0) {
+        _notifier = std::make_unique<QSocketNotifier>(_inotify, QSocketNotifier::Read);
+        connect(_notifier.get(), &QSocketNotifier::activated, this, &Medium::readNotices);
+    }
+    _pause.setSingleShot(true);
+    _pause.setTimerType(Qt::PreciseTimer);
+    connect(&_pause, &QTimer::timeout, this, &Medium::run);
+    startWorker();
+}
+
+Medium::~Medium()
+{
+    end(std::move(_worker));
+    for (auto &worker : _abandoned)
+        end(std::move(worker));
+    _notifier.reset();
+    if (_inotify >= 0)
+        ::close(_inotify);
+}
+
+void Medium::startWorker()
+{
+    _worker = std::make_unique<Worker>(_inotify, _known, _inspector);
+    _worker->object.moveToThread(&_worker->thread);
+    _worker->thread.setObjectName(QStringLiteral("medium"));
+    _worker->thread.start();
+}
+
+/// A thread that a medium holds is left to its fate, with all that it uses.
+void Medium::end(std::unique_ptr<Worker> worker)
+{
+    worker->thread.quit();
+    if (!worker->thread.wait(endPatienceMs))
+        (void)worker.release();
+}
+
+void Medium::readNotices()
+{
+    alignas(inotify_event) std::array<char, 16384> notices;
+    while (::read(_inotify, notices.data(), notices.size()) > 0) {
+    }
+    if (!_isSlot || _isMounted)
+        scan();
+}
+
+void Medium::mountsChanged(bool isMounted)
+{
+    const bool hasCome = isMounted && !std::exchange(_isMounted, isMounted);
+    _isMounted = isMounted;
+    if (_isSlot && !isMounted) {
+        _listing = {};
+        const bool wasListed = std::exchange(_isListed, false);
+        // What hangs in a medium that is gone must not keep the next one waiting.
+        if (_isScanning && _abandoned.size() < mostAbandoned) {
+            _abandoned.push_back(std::move(_worker));
+            startWorker();
+            _isScanning = false;
+        }
+        if (wasListed)
+            emit listed();
+        return;
+    }
+    if (hasCome)
+        emit loading();
+    scan();
+}
+
+/// One listing at a time; notices that come meanwhile make one more, after a pause.
+void Medium::scan()
+{
+    _scanAgain = true;
+    if (!_isScanning && !_pause.isActive())
+        run();
+}
+
+void Medium::run()
+{
+    if (_isScanning || !std::exchange(_scanAgain, false))
+        return;
+    _isScanning = true;
+    Worker *worker = _worker.get();
+    QMetaObject::invokeMethod(&worker->object, [this, worker] {
+        auto listing = worker->scanner.scan(_path);
+        QMetaObject::invokeMethod(
+            this, [this, worker, listing = std::move(listing)] { take(worker, listing); });
+    });
+}
+
+void Medium::take(Worker *worker, MediumScanner::Listing listing)
+{
+    if (worker != _worker.get()) {
+        const auto old = std::ranges::find(_abandoned, worker, &std::unique_ptr<Worker>::get);
+        if (old != _abandoned.end()) {
+            end(std::move(*old));
+            _abandoned.erase(old);
+        }
+        return;
+    }
+    _isScanning = false;
+    if (listing.watchError != 0 && listing.watchError != _listing.watchError)
+        orbLogOutput(2, logFile, __LINE__, "Can't watch %s: %s\n", _path.c_str(),
+                     std::strerror(listing.watchError));
+    _pause.start(pauseMs);
+    if (_isSlot && !_isMounted)
+        return;
+    _listing = std::move(listing);
+    _isListed = true;
+    emit listed();
+}

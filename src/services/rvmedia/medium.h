@@ -1,0 +1,76 @@
+#pragma once
+
+#include "mediumscanner.h"
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <QThread>
+#include <QTimer>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// One medium, or the slot for one: listed when it is mounted and whenever the system tells of a file that came, went or was
+/// completed, by a thread of its own that it may hold as long as it likes. Notices that come thick and fast are answered
+/// ten times a second.
+class Medium : public QObject
+{
+    Q_OBJECT
+public:
+    /// A slot has a medium only while something is mounted exactly there; any other path is what lies there.
+    Medium(std::string path, bool isSlot, KnownClips &known, std::string inspector);
+    ~Medium() override;
+
+    const std::string &path() const { return _path; }
+    bool isSlot() const { return _isSlot; }
+    /// A medium is there and has been listed.
+    bool isPresent() const { return _isListed && _listing.isMounted && _listing.error == 0; }
+    /// What was seen last; empty before and without a medium.
+    const MediumScanner::Listing &listing() const { return _listing; }
+    bool isListed() const { return _isListed; }
+    bool isBeingListed() const { return _isScanning; }
+
+    /// The mount table has changed, and something is mounted at the path or not.
+    void mountsChanged(bool isMounted);
+    void scan();
+
+signals:
+    /// A medium has come and is being listed.
+    void loading();
+    /// The listing is a new one.
+    void listed();
+
+private:
+    /// What the thread uses. It outlives a medium that hangs.
+    struct Worker {
+        Worker(int notices, KnownClips &known, const std::string &inspector)
+            : scanner(notices, known, inspector)
+        {
+        }
+        MediumScanner scanner;
+        QObject object;
+        QThread thread;
+    };
+
+    void readNotices();
+    void startWorker();
+    void run();
+    void take(Worker *worker, MediumScanner::Listing listing);
+    static void end(std::unique_ptr<Worker> worker);
+
+    std::string _path;
+    bool _isSlot;
+    KnownClips &_known;
+    std::string _inspector;
+    int _inotify = -1;
+    std::unique_ptr<QSocketNotifier> _notifier;
+    std::unique_ptr<Worker> _worker;
+    std::vector<std::unique_ptr<Worker>> _abandoned; ///< held by media that are gone
+    QTimer _pause;
+    MediumScanner::Listing _listing;
+    bool _isMounted = false;
+    bool _isListed = false;
+    bool _isScanning = false;
+    bool _scanAgain = false;
+};
