@@ -90,6 +90,14 @@ void parseFragmentDefaults(BoxCursor mvex, MovIndex &index)
     }
 }
 
+} // namespace
+
+const MovTrack *MovIndex::first(MovTrack::Kind kind) const
+{
+    const auto track = std::ranges::find(tracks, kind, &MovTrack::kind);
+    return track == tracks.end() ? nullptr : &*track;
+}
+
 void parseMovie(BoxCursor moov, std::uint64_t fileSize, MovIndex &index)
 {
     BoxCursor head = moov.find("mvhd");
@@ -108,14 +116,6 @@ void parseMovie(BoxCursor moov, std::uint64_t fileSize, MovIndex &index)
     const BoxCursor mvex = moov.find("mvex");
     index.isFragmented = !mvex.failed();
     parseFragmentDefaults(mvex, index);
-}
-
-} // namespace
-
-const MovTrack *MovIndex::first(MovTrack::Kind kind) const
-{
-    const auto track = std::ranges::find(tracks, kind, &MovTrack::kind);
-    return track == tracks.end() ? nullptr : &*track;
 }
 
 Error readIndex(const RawFile &file, MovIndex &index)

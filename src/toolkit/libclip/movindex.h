@@ -23,6 +23,9 @@ struct MovIndex
 /// error.
 Error readIndex(const RawFile &file, MovIndex &index);
 
+/// Reads the content of a movie box; \a fileSize bounds what its tables may point at.
+void parseMovie(BoxCursor moov, std::uint64_t fileSize, MovIndex &index);
+
 /// Reads a whole fragment head that stands at \a offset and adds its samples to the tracks.
 void addFragment(BoxCursor moof, std::uint64_t offset, std::uint64_t fileSize, MovIndex &index);
 

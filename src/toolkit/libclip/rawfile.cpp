@@ -6,7 +6,9 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace clip {
@@ -20,6 +22,23 @@ bool fitsOffset(std::uint64_t offset, std::size_t length)
 {
     constexpr auto limit = std::uint64_t(std::numeric_limits<off_t>::max());
     return offset <= limit && length <= limit - offset;
+}
+
+/// Tells who completes clips that nobody writes any more that this file is in use. 0 or an errno
+/// value.
+int lockFile(int descriptor, int operation)
+{
+    int outcome = 0;
+    do {
+        outcome = ::flock(descriptor, operation);
+    } while (outcome < 0 && errno == EINTR);
+    return outcome < 0 ? errno : 0;
+}
+
+/// The file system has no way to reserve room.
+bool isUnsupported(int code)
+{
+    return code == EOPNOTSUPP || code == ENOTSUP || code == ENOSYS || code == EINVAL;
 }
 
 } // namespace
@@ -64,7 +83,30 @@ Error RawFile::create(const std::string &path)
     // Read access is for preallocation and for the writer's own checks.
     constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     _descriptor = ::open(path.c_str(), flags, 0666);
-    return _descriptor < 0 ? systemError(errno, "create") : Error { };
+    if (_descriptor < 0) {
+        return systemError(errno, "create");
+    }
+    // Nobody else locks a file before it has a head. Without locks the clip is written all the same.
+    (void)lockFile(_descriptor, LOCK_EX);
+    return { };
+}
+
+Error RawFile::openToChange(const std::string &path)
+{
+    close();
+    constexpr int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    const int descriptor = ::open(path.c_str(), flags);
+    if (descriptor < 0) {
+        return systemError(errno, "open");
+    }
+    Error error = adoptToRead(descriptor);
+    if (!error) {
+        if (const int code = lockFile(_descriptor, LOCK_EX | LOCK_NB)) {
+            error = systemError(code, "lock");
+            close();
+        }
+    }
+    return error;
 }
 
 Error RawFile::openToRead(const std::string &path)
@@ -152,6 +194,32 @@ Error RawFile::truncate(std::uint64_t bytes)
         outcome = ::ftruncate(_descriptor, off_t(bytes));
     } while (outcome < 0 && errno == EINTR);
     return outcome < 0 ? systemError(errno, "truncate") : Error { };
+}
+
+Error RawFile::reserve(std::uint64_t offset, std::uint64_t bytes)
+{
+    if (!fitsOffset(offset, bytes)) {
+        return systemError(EFBIG, "reserve");
+    }
+    int outcome = 0;
+    do {
+        outcome = ::fallocate(_descriptor, FALLOC_FL_KEEP_SIZE, off_t(offset), off_t(bytes));
+    } while (outcome < 0 && errno == EINTR);
+    if (outcome == 0) {
+        return { };
+    }
+    if (!isUnsupported(errno)) {
+        return systemError(errno, "reserve");
+    }
+    struct statvfs medium { };
+    do {
+        outcome = ::fstatvfs(_descriptor, &medium);
+    } while (outcome < 0 && errno == EINTR);
+    if (outcome < 0) {
+        return systemError(errno, "look for room");
+    }
+    const std::uint64_t free = std::uint64_t(medium.f_bavail) * medium.f_frsize;
+    return free < bytes ? systemError(ENOSPC, "look for room") : Error { };
 }
 
 Error RawFile::sync()

@@ -18,8 +18,12 @@ public:
     RawFile(const RawFile &) = delete;
     RawFile &operator=(const RawFile &) = delete;
 
-    /// Creates \a path for reading and writing; EEXIST when anything has this name.
+    /// Creates \a path for reading and writing, and locks it where the file system has locks; EEXIST
+    /// when anything has this name.
     Error create(const std::string &path);
+    /// Opens a regular file for reading and writing, and locks it. EWOULDBLOCK when somebody else has
+    /// it locked, ELOOP for a link, EINVAL for anything but a regular file.
+    Error openToChange(const std::string &path);
     /// Opens a regular file for reading; EINVAL for anything else.
     Error openToRead(const std::string &path);
     /// Reads from \a descriptor, which becomes the object's own; EINVAL for anything but a regular file.
@@ -32,7 +36,12 @@ public:
     Error writeAt(std::uint64_t offset, std::span<const std::byte> bytes);
     /// EIO when the file ends before \a bytes is full.
     Error readAt(std::uint64_t offset, std::span<std::byte> bytes) const;
+    /// Cuts the file; what was reserved behind \a bytes is given back.
     Error truncate(std::uint64_t bytes);
+    /// Makes sure that \a bytes from \a offset on can be written, without making the file longer.
+    /// ENOSPC or EDQUOT when the medium has no room for them. Where the file system cannot reserve,
+    /// the room is only looked for.
+    Error reserve(std::uint64_t offset, std::uint64_t bytes);
     /// fdatasync: what is written by now survives a loss of power.
     Error sync();
 

@@ -1,0 +1,425 @@
+// How a clip is completed whose writer died. The head is believed only when it is, byte by byte,
+// what this writer makes of the format that the head states; so nothing of it is lost when the
+// movie of the whole clip takes its place. Behind it stands a chain of fragments, each of which
+// says where it belongs. The chain is believed up to the last fragment that is committed; one
+// before it whose commit did not reach the medium is whole, because all that stands before a commit
+// was durable first. What stands behind is cut off, and the clip closed as its writer would have:
+// the movie, a wait until it is durable, the placeholder. Each step leaves one view of the file
+// whole and can be repeated.
+
+#include "libclip/cliprecovery.h"
+
+#include "libclip/movfragment.h"
+#include "libclip/movhead.h"
+#include "libclip/movindex.h"
+#include "libclip/movsample.h"
+#include "libclip/rawfile.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+namespace clip {
+
+namespace {
+
+using Outcome = Recovery::Outcome;
+
+constexpr std::uint64_t firstBoxes = placeholderOffset + placeholderSize;
+constexpr std::uint64_t maxHeadBytes = 65536;
+constexpr std::uint64_t maxFragmentHead = std::uint64_t(1) << 20;
+/// Most fragment heads, with the header of the data behind them, are read at once.
+constexpr std::size_t usualFragmentHead = 4096;
+constexpr std::uint64_t dataHeaderSize = 16;
+constexpr std::string_view reservedMark = "rvrs: the name of a clip that has not begun";
+
+/// What a fragment's head says, as far as this writer's own ones go.
+struct FragmentPart
+{
+    bool isThere = false;
+    std::uint64_t time = 0;
+    std::uint32_t duration = 0;
+    std::uint32_t size = 0;
+    std::uint32_t samples = 0;
+    std::uint64_t offset = 0;           ///< in the file
+    std::vector<std::uint32_t> sizes;
+};
+
+struct Fragment
+{
+    bool isCommitted = false;
+    std::uint32_t sequence = 0;
+    std::array<FragmentPart, 3> parts;  ///< video, sound, timecode
+    std::uint64_t dataBegin = 0;
+    std::uint64_t end = 0;
+
+    const FragmentPart &part(TrackId track) const { return parts[track - 1]; }
+};
+
+bool parsePart(BoxCursor traf, std::uint64_t offset, Fragment &fragment)
+{
+    BoxCursor head = traf.find("tfhd");
+    head.skip(4);
+    const std::uint32_t track = head.u32();
+    if (head.failed() || track < VideoTrack || track > TimecodeTrack) {
+        return false;
+    }
+    FragmentPart &part = fragment.parts[track - 1];
+    const std::uint64_t base = head.u64();
+    part.duration = head.u32();
+    part.size = head.u32();
+    BoxCursor time = traf.find("tfdt");
+    time.skip(4);
+    part.time = time.u64();
+    BoxCursor run = traf.find("trun");
+    const bool hasSizes = run.u32() == 0x201;
+    part.samples = run.u32();
+    part.offset = base + run.u32();
+    if (head.failed() || time.failed() || run.failed() || part.isThere || base != offset
+        || (hasSizes && part.samples > run.left() / 4)) {
+        return false;
+    }
+    for (std::uint32_t i = 0; hasSizes && i < part.samples; ++i) {
+        part.sizes.push_back(run.u32());
+    }
+    part.isThere = true;
+    return true;
+}
+
+/// Every sample of \a part stands in the fragment's own data.
+bool isWithinData(const Fragment &fragment, const FragmentPart &part)
+{
+    std::uint64_t bytes = std::uint64_t(part.size) * part.samples;
+    for (const std::uint32_t size : part.sizes) {
+        bytes += size;
+    }
+    return part.offset >= fragment.dataBegin && part.offset <= fragment.end
+        && bytes <= fragment.end - part.offset;
+}
+
+/// Reads the fragment that begins at \a offset; false when no whole one does.
+bool readFragment(const RawFile &file, std::uint64_t offset, std::uint64_t fileSize,
+                  std::vector<std::byte> &bytes, Fragment &fragment)
+{
+    const auto load = [&](std::uint64_t wanted) {
+        bytes.resize(std::size_t(std::min(wanted, fileSize - offset)));
+        return !file.readAt(offset, bytes);
+    };
+    if (offset >= fileSize || !load(usualFragmentHead)) {
+        return false;
+    }
+    BoxCursor start(bytes);
+    const std::uint64_t headSize = start.u32();
+    const std::uint32_t type = start.u32();
+    if (headSize < 8 || headSize > maxFragmentHead || headSize + dataHeaderSize > fileSize - offset
+        || (type != fourcc("moof") && type != fourcc("free"))
+        || (headSize + dataHeaderSize > bytes.size() && !load(headSize + dataHeaderSize))) {
+        return false;
+    }
+    fragment = { };
+    fragment.isCommitted = type == fourcc("moof");
+    BoxCursor data(std::span<const std::byte>(bytes).subspan(std::size_t(headSize)));
+    const bool isData = data.u32() == 1 && data.u32() == fourcc("mdat");
+    const std::uint64_t dataSize = data.u64();
+    if (!isData || dataSize < dataHeaderSize || dataSize > fileSize - offset - headSize) {
+        return false;
+    }
+    fragment.dataBegin = offset + headSize + dataHeaderSize;
+    fragment.end = offset + headSize + dataSize;
+    BoxCursor moof(std::span<const std::byte>(bytes).first(std::size_t(headSize)).subspan(8));
+    BoxCursor sequence = moof.find("mfhd");
+    sequence.skip(4);
+    fragment.sequence = sequence.u32();
+    while (const auto box = moof.nextBox()) {
+        if (box->type == fourcc("traf") && !parsePart(box->content, offset, fragment)) {
+            return false;
+        }
+    }
+    return std::ranges::all_of(fragment.parts, [&](const FragmentPart &part) {
+        return !part.isThere || isWithinData(fragment, part);
+    });
+}
+
+/// One clip being looked at and completed.
+struct Patient
+{
+    RawFile file;
+    std::uint64_t fileSize = 0;
+    std::uint64_t headSize = 0;
+    ClipInfo info;
+    MovieTables tables;
+    std::uint64_t end = 0;              ///< of the last committed fragment
+    std::vector<std::byte> bytes;       ///< of the fragment being read
+
+    bool readHead();
+    bool setInfo(const MovIndex &index, std::span<const std::byte> head);
+    void readFragments();
+    bool append(const Fragment &fragment);
+    Error complete();
+};
+
+/// Finds the format of the clip; false when the head is not this writer's.
+bool Patient::readHead()
+{
+    std::vector<std::byte> head(std::size_t(std::min(fileSize, maxHeadBytes)));
+    if (head.size() <= firstBoxes || file.readAt(0, head)) {
+        return false;
+    }
+    BoxCursor boxes(std::span<const std::byte>(head).subspan(firstBoxes));
+    const auto movie = boxes.nextBox();
+    if (!movie || movie->type != fourcc("moov")) {
+        return false;
+    }
+    MovIndex index;
+    parseMovie(movie->content, fileSize, index);
+    return index.isFragmented && setInfo(index, head);
+}
+
+bool Patient::setInfo(const MovIndex &index, std::span<const std::byte> head)
+{
+    const MovTrack *video = index.first(MovTrack::Kind::Video);
+    if (!video || video->video.codec == Codec::Unknown || video->timeScale > 1'000'000) {
+        return false;
+    }
+    info.video = video->video;
+    info.video.rateNum = int(video->timeScale);
+    if (index.isSegmented) {
+        info.video.scan = Scan::Segmented;
+    }
+    if (const MovTrack *sound = index.first(MovTrack::Kind::Sound)) {
+        info.audio = AudioFormat { sound->channels, int(sound->timeScale) };
+    }
+    info.reel = index.reel;
+    if (const MovTrack *timecode = index.first(MovTrack::Kind::Timecode)) {
+        info.timecode = timecode->timecode;
+        info.reel = timecode->reel;
+    }
+    // The duration of a frame stands in the fragments. Where there is none it does not matter which
+    // of those that make this very head it is.
+    std::vector<int> durations { 1, 1001 };
+    for (std::uint64_t offset = firstBoxes; offset + 8 <= head.size();) {
+        BoxCursor box(head.subspan(std::size_t(offset)));
+        offset += std::max<std::uint64_t>(box.u32(), 8);
+        Fragment first;
+        if (readFragment(file, offset, fileSize, bytes, first)) {
+            const std::uint32_t duration = first.part(VideoTrack).duration;
+            durations.insert(durations.begin(), int(std::min(duration, 1'000'000u)));
+            break;
+        }
+    }
+    return std::ranges::any_of(durations, [&](int duration) {
+        info.video.rateDen = duration;
+        if (duration < 1 || duration > info.video.rateNum) {
+            return false;
+        }
+        const auto own = movieHead(info);
+        headSize = own.size();
+        return own.size() <= head.size() && std::ranges::equal(own, head.first(own.size()));
+    });
+}
+
+/// Takes the fragments up to the last committed one.
+void Patient::readFragments()
+{
+    end = headSize;
+    std::vector<Fragment> waiting;
+    Fragment fragment;
+    std::uint64_t offset = headSize;
+    while (readFragment(file, offset, fileSize, bytes, fragment)) {
+        offset = fragment.end;
+        waiting.push_back(std::move(fragment));
+        if (!waiting.back().isCommitted) {
+            continue;
+        }
+        for (const Fragment &one : waiting) {
+            if (!append(one)) {
+                return;
+            }
+        }
+        waiting.clear();
+    }
+}
+
+/// False when \a fragment is not the next one.
+bool Patient::append(const Fragment &fragment)
+{
+    const FragmentPart &video = fragment.part(VideoTrack);
+    const FragmentPart &sound = fragment.part(SoundTrack);
+    const FragmentPart &timecode = fragment.part(TimecodeTrack);
+    const std::uint64_t time = tables.pictureSizes.size() * std::uint64_t(info.video.rateDen);
+    const bool isFirst = tables.pictureChunks.empty();
+    if (fragment.sequence != tables.pictureChunks.size() + 1 || !video.isThere
+        || video.sizes.empty() || video.time != time
+        || timecode.isThere != (isFirst && info.timecode.has_value())
+        || (sound.isThere && (!info.audio || sound.time != tables.soundSamples
+                              || sound.size != soundBlock(info.audio->channels)))) {
+        return false;
+    }
+    if (isFirst && info.video.codec == Codec::DnxHqx) {
+        std::array<std::byte, 64> start { };
+        const auto length = std::min<std::size_t>(start.size(), video.sizes[0]);
+        if (file.readAt(video.offset, std::span(start).first(length))) {
+            return false;
+        }
+        tables.dnxCompression = dnxCompressionOf(std::span(start).first(length));
+    }
+    tables.pictureSizes.insert(tables.pictureSizes.end(), video.sizes.begin(), video.sizes.end());
+    tables.pictureChunks.push_back({ video.offset, video.samples });
+    if (sound.isThere) {
+        tables.soundChunks.push_back({ sound.offset, sound.samples });
+        tables.soundSamples += sound.samples;
+    }
+    if (timecode.isThere) {
+        tables.timecodeOffset = timecode.offset;
+    }
+    end = fragment.end;
+    return true;
+}
+
+Error Patient::complete()
+{
+    // After a crash of the writer alone its last commits may not be durable yet, nor what it cut.
+    if (end != fileSize) {
+        if (const Error error = file.truncate(end)) {
+            return error;
+        }
+    }
+    const auto movie = completeMovie(info, tables);
+    Error error = file.reserve(end, movie.size());
+    if (!error) {
+        error = file.writeAt(end, movie);
+    }
+    if (error) {
+        (void)file.truncate(end);
+        return error;
+    }
+    if (const Error syncError = file.sync()) {
+        return syncError;
+    }
+    BoxWriter header;
+    header.u32(1).code("mdat").u64(end - placeholderOffset);
+    if (const Error headerError = file.writeAt(placeholderOffset, header.bytes())) {
+        return headerError;
+    }
+    // What the writer had reserved behind the end is given back, also at an unchanged length.
+    (void)file.truncate(end + movie.size());
+    return file.sync();
+}
+
+enum class Look { Foreign, Complete, Unfinished, Reserved };
+
+/// Tells from the first bytes what the file may be.
+Look look(const RawFile &file, std::uint64_t fileSize)
+{
+    std::array<std::byte, 64> start { };
+    if (fileSize < start.size() || file.readAt(0, start)) {
+        return Look::Foreign;
+    }
+    BoxCursor cursor(start);
+    const std::uint32_t firstSize = cursor.u32();
+    if (cursor.u32() == fourcc("free")) {
+        const auto mark = std::as_bytes(std::span(reservedMark));
+        const bool isReserved = firstSize == fileSize
+            && std::ranges::equal(cursor.rest().first(mark.size()), mark);
+        return isReserved ? Look::Reserved : Look::Foreign;
+    }
+    BoxWriter fileType;
+    fileType.box("ftyp", [&] { fileType.code("qt  ").u32(0x200).code("qt  "); });
+    BoxWriter placeholder;
+    placeholder.box("wide", [&] { placeholder.u64(0); });
+    const std::span<const std::byte> bytes(start);
+    if (!std::ranges::equal(fileType.bytes(), bytes.first(placeholderOffset))) {
+        return Look::Foreign;
+    }
+    const auto second = bytes.subspan(placeholderOffset, placeholderSize);
+    if (std::ranges::equal(placeholder.bytes(), second)) {
+        return Look::Unfinished;
+    }
+    BoxCursor header(second);
+    return header.u32() == 1 && header.u32() == fourcc("mdat") ? Look::Complete : Look::Foreign;
+}
+
+Recovery failure(const Error &error)
+{
+    switch (error.code) {
+    case EROFS:
+    case EACCES:
+    case EPERM:
+        return { Outcome::ReadOnly, error, 0 };
+    case EWOULDBLOCK:
+        return { Outcome::Busy, error, 0 };
+    default:
+        return { Outcome::Failed, error, 0 };
+    }
+}
+
+Recovery treat(Patient &patient, const std::string &path)
+{
+    if (const Error error = patient.file.size(patient.fileSize)) {
+        return failure(error);
+    }
+    const Look found = look(patient.file, patient.fileSize);
+    if (found == Look::Complete) {
+        return { Outcome::Complete, { }, 0 };
+    }
+    bool isEmpty = found == Look::Reserved;
+    if (!isEmpty) {
+        if (found == Look::Foreign || !patient.readHead()) {
+            return { };
+        }
+        patient.readFragments();
+        isEmpty = patient.tables.pictureSizes.empty();
+    }
+    if (isEmpty) {
+        removeFile(path);
+        return { Outcome::Removed, syncDirectoryOf(path), 0 };
+    }
+    if (const Error error = patient.complete()) {
+        return failure(error);
+    }
+    return { Outcome::Recovered, { }, std::int64_t(patient.tables.pictureSizes.size()) };
+}
+
+} // namespace
+
+std::string reservedContent(std::size_t bytes)
+{
+    BoxWriter writer;
+    writer.box("free", [&] {
+        writer.text(reservedMark);
+        writer.zeros(bytes > writer.size() ? bytes - writer.size() : 0);
+    });
+    return { reinterpret_cast<const char *>(writer.bytes().data()), writer.size() };
+}
+
+Recovery recover(const std::string &path)
+{
+    // Most clips are complete: they are not locked, and not opened for writing.
+    std::uint64_t fileSize = 0;
+    {
+        RawFile file;
+        if (const Error error = file.openToRead(path)) {
+            return failure(error);
+        }
+        if (const Error error = file.size(fileSize)) {
+            return failure(error);
+        }
+        switch (look(file, fileSize)) {
+        case Look::Foreign:
+            return { };
+        case Look::Complete:
+            return { Outcome::Complete, { }, 0 };
+        case Look::Unfinished:
+        case Look::Reserved:
+            break;
+        }
+    }
+    Patient patient;
+    if (const Error error = patient.file.openToChange(path)) {
+        return failure(error);
+    }
+    return treat(patient, path);
+}
+
+} // namespace clip
