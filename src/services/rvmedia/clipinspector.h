@@ -6,8 +6,8 @@
 
 #include <sys/types.h>
 
-/// Has clip files read by a confined process, rvgrok, which is started when it is needed, ended and replaced when it takes
-/// too long or dies, and renewed now and then. One thread.
+/// Has clip files read by a confined process, rvgrok, which is started when it is needed, ended and replaced when
+/// it takes too long or dies, and renewed now and then. One thread.
 class ClipInspector
 {
 public:

@@ -1,6 +1,6 @@
-// rvgrok reads clip files for the media service, in a process of its own that can do nothing else. Standard input is
-// a socket: each message brings an open file, each answer says what it is. Whatever a file does to this process, the
-// service only loses an answer.
+// rvgrok reads clip files for the media service, in a process of its own that can do nothing else. Standard
+// input is a socket: each message brings an open file, each answer says what it is. Whatever a file does to
+// this process, the service only loses an answer.
 
 #include "confinement.h"
 #include "libvanta/cliprecord.h"

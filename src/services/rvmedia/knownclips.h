@@ -9,8 +9,8 @@
 #include <string>
 #include <tuple>
 
-/// What has been read of clips, by name, size and time of the last change: a medium that comes back, in whatever slot, is
-/// listed without a file being opened. Any thread.
+/// What has been read of clips, by name, size and time of the last change: a medium that comes back, in
+/// whatever slot, is listed without a file being opened. Any thread.
 class KnownClips
 {
 public:

@@ -19,18 +19,20 @@ bool hasRoom(const MediumFacts &medium)
 std::string chooseActive(const std::vector<MediumFacts> &media, const std::string &now)
 {
     const MediumFacts *medium = factsOf(media, now);
-    if (!now.empty() && (!medium || !medium->isSlot || medium->isPresent))
+    if (!now.empty() && (!medium || !medium->isSlot || medium->isPresent || medium->isComing))
         return now;
-    const auto first = std::ranges::find_if(
-        media, [](const MediumFacts &other) { return other.isSlot && other.isPresent; });
-    return first == media.end() ? std::string() : first->path;
+    const auto first = std::ranges::find_if(media, [](const MediumFacts &other) {
+        return other.isSlot && (other.isPresent || other.isComing);
+    });
+    return first == media.end() || first->isComing ? std::string() : first->path;
 }
 
 std::string chooseRollover(const std::vector<MediumFacts> &media, const MediaPaths &now)
 {
     const MediumFacts *medium = factsOf(media, now.rollover);
     const bool isPresent = medium && medium->isPresent && now.rollover != now.active;
-    if (isPresent && hasRoom(*medium))
+    const bool isComing = medium && medium->isComing && now.rollover != now.active;
+    if (isComing || (isPresent && hasRoom(*medium)))
         return now.rollover;
     const std::string next = nextMedium(media, now.active);
     const MediumFacts *better = factsOf(media, next);

@@ -111,7 +111,7 @@ std::vector<MediumFacts> MediaService::facts() const
     std::vector<MediumFacts> all;
     for (const auto &medium : _media)
         all.push_back({medium->path(), medium->isSlot(), medium->isPresent(),
-                       medium->listing().freePercent});
+                       medium->listing().freePercent, medium->isComing()});
     return all;
 }
 
@@ -127,6 +127,7 @@ Medium *MediaService::addMedium(const std::string &path, bool isSlot)
         _media.emplace_back(std::make_unique<Medium>(path, isSlot, _known, _setup.inspector));
     Medium *added = medium.get();
     connect(added, &Medium::listed, this, [this, added] { listed(added); });
+    connect(added, &Medium::slow, this, &MediaService::choose);
     connect(added, &Medium::loading, this, [this, added] {
         orbLogOutput(3, logFile, __LINE__, "A medium is in %s\n", added->path().c_str());
         _config->setUInt32(eParamMediaLoading, 1);
@@ -157,8 +158,8 @@ void MediaService::pathsChanged()
     tellState();
 }
 
-/// The recording goes on on the other medium. The storage is said to be in use again, so that the next rollover is a
-/// change, too.
+/// The recording goes on on the other medium. The storage is said to be in use again, so that the next rollover
+/// is a change, too.
 void MediaService::storageUseChanged()
 {
     if (storageUse() == storageHasRolledOver) {

@@ -14,9 +14,10 @@
 #include <string>
 #include <vector>
 
-/// Keeps the shared clip list and play list equal to what lies on the media, and the store's paths to media that are
-/// there. Is told by the system of mounts and of files that come, go or are completed, and asks for nothing by itself.
-/// Each medium is listed by a thread of its own; the lists are written before the store says so.
+/// Keeps the shared clip list and play list equal to what lies on the media, and the store's paths to media
+/// that are there. Is told by the system of mounts and of files that come, go or are completed, and asks for
+/// nothing by itself. Each medium is listed by a thread of its own; the lists are written before the store says
+/// so.
 class MediaService : public QObject, private ConfigEventListener
 {
     Q_OBJECT

@@ -15,6 +15,7 @@ namespace
 
 constexpr const char *logFile = "medium.cpp";
 constexpr int pauseMs = 100;
+constexpr int comingMs = 1500;
 constexpr int endPatienceMs = 2000;
 constexpr std::size_t mostAbandoned = 8;
 
@@ -31,6 +32,8 @@ Medium::Medium(std::string path, bool isSlot, KnownClips &known, std::string ins
     _pause.setSingleShot(true);
     _pause.setTimerType(Qt::PreciseTimer);
     connect(&_pause, &QTimer::timeout, this, &Medium::run);
+    _coming.setSingleShot(true);
+    connect(&_coming, &QTimer::timeout, this, &Medium::slow);
     startWorker();
 }
 
@@ -86,8 +89,10 @@ void Medium::mountsChanged(bool isMounted)
             emit listed();
         return;
     }
-    if (hasCome)
+    if (hasCome) {
+        _coming.start(comingMs);
         emit loading();
+    }
     scan();
 }
 
@@ -131,5 +136,6 @@ void Medium::take(Worker *worker, MediumScanner::Listing listing)
         return;
     _listing = std::move(listing);
     _isListed = true;
+    _coming.stop();
     emit listed();
 }

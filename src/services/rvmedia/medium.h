@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-/// One medium, or the slot for one: listed when it is mounted and whenever the system tells of a file that came, went or was
-/// completed, by a thread of its own that it may hold as long as it likes. Notices that come thick and fast are answered
-/// ten times a second.
+/// One medium, or the slot for one: listed when it is mounted and whenever the system tells of a file that
+/// came, went or was completed, by a thread of its own that it may hold as long as it likes. Notices that come
+/// thick and fast are answered ten times a second.
 class Medium : public QObject
 {
     Q_OBJECT
@@ -29,6 +29,8 @@ public:
     /// What was seen last; empty before and without a medium.
     const MediumScanner::Listing &listing() const { return _listing; }
     bool isListed() const { return _isListed; }
+    /// A medium is there and is listed for the first time, which has not taken long yet.
+    bool isComing() const { return _isMounted && !_isListed && _coming.isActive(); }
     bool isBeingListed() const { return _isScanning; }
 
     /// The mount table has changed, and something is mounted at the path or not.
@@ -40,6 +42,8 @@ signals:
     void loading();
     /// The listing is a new one.
     void listed();
+    /// A medium that has come takes long.
+    void slow();
 
 private:
     /// What the thread uses. It outlives a medium that hangs.
@@ -68,6 +72,7 @@ private:
     std::unique_ptr<Worker> _worker;
     std::vector<std::unique_ptr<Worker>> _abandoned; ///< held by media that are gone
     QTimer _pause;
+    QTimer _coming;
     MediumScanner::Listing _listing;
     bool _isMounted = false;
     bool _isListed = false;

@@ -25,8 +25,8 @@ public:
     {
     }
 
-    /// What lies at \a path now. The notices follow to a medium that was mounted there since; while there is no such
-    /// folder they tell when one above it changes.
+    /// What lies at \a path now. The notices follow to a medium that was mounted there since; while there is no
+    /// such folder they tell when one above it changes.
     Listing scan(const std::string &path);
 
 private:

@@ -1,0 +1,197 @@
+"""Slots whose media come and go at any time, hostile files on them, and the service killed and started again."""
+
+import os
+import shutil
+import signal
+import subprocess
+import time
+
+import rig
+from rig import Recorder, check, main, wait_until
+from test_media import Medium, fill_to, said, wait_said
+
+FORMAT = "1280x720p25"
+NO_MEDIUM, LOADING, READY = 0, 1, 2
+
+
+class SlotRecorder(Recorder):
+    """A recorder with slots instead of a medium that somebody names; its own medium is the first slot."""
+
+    def __init__(self, bin_dir, count=2, **options):
+        super().__init__(bin_dir, source_format=FORMAT, **options)
+        self.slots = [self.medium] + [os.path.join(self.dir, f"slot {i + 2}") for i in range(count - 1)]
+
+    def start_media(self):
+        config = os.path.join(self.dir, "slots.conf")
+        with open(config, "w", encoding="utf-8") as file:
+            file.write("# in the order of use\n" + "\n".join(self.slots) + "\n")
+        self.spawn("rvmedia", "--config", config)
+
+
+def wakes_of_service(recorder, seconds):
+    """How often the threads that watch and list are woken in a while. The store's client has a clock of its own."""
+    process = recorder.processes["rvmedia"].pid
+
+    def switches():
+        total = 0
+        for task in os.listdir(f"/proc/{process}/task"):
+            with open(f"/proc/{process}/task/{task}/comm", encoding="ascii") as file:
+                if task != str(process) and file.read().strip() != "medium":
+                    continue
+            with open(f"/proc/{process}/task/{task}/status", encoding="ascii") as file:
+                total += sum(int(line.split()[1]) for line in file if line.startswith("voluntary_ctxt"))
+        return total
+    before = switches()
+    time.sleep(seconds)
+    return switches() - before
+
+
+def media_become_active_and_next_as_they_come(bin_dir):
+    with SlotRecorder(bin_dir, count=3) as recorder:
+        recorder.start()
+        recorder.wait_for("ActivePath", recorder.slots[0])
+        recorder.wait_for("MediaState", READY)
+        check(recorder.get("RolloverPath") == "", "there is no other medium yet")
+        with Medium(recorder, "slot 3") as third:
+            recorder.wait_for("RolloverPath", third.path)
+            recorder.wait_log("Media is loading...")
+            with Medium(recorder, "slot 2") as second:
+                wait_said(recorder, f"0 clips on {second.path}")
+                check(recorder.get("RolloverPath") == third.path, "a medium with room stays the next one")
+                third.unmount()
+                recorder.wait_for("RolloverPath", second.path)
+                recorder.do("record")
+                time.sleep(1)
+                second.unmount()
+                recorder.wait_for("RolloverPath", "")
+                second.mount()
+                recorder.wait_for("RolloverPath", second.path)
+                check(recorder.status()["stateNumber"] == 2, "the recording goes on")
+                recorder.do("stop")
+                recorder.wait_for("StorageInUse", 2)
+                subprocess.run(["umount", "-l", recorder.medium], check=True)
+                recorder.wait_for("ActivePath", second.path)
+                recorder.wait_for("RolloverPath", "")
+                second.unmount()
+                recorder.wait_for("ActivePath", "")
+                recorder.wait_for("MediaState", NO_MEDIUM)
+
+
+def the_active_medium_stays_while_it_is_recorded_on(bin_dir):
+    with SlotRecorder(bin_dir) as recorder, Medium(recorder, "slot 2") as second:
+        recorder.start()
+        recorder.wait_for("ActivePath", recorder.slots[0])
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.do("record")
+        recorder.wait_for("StorageInUse", 1)
+        subprocess.run(["umount", "-l", recorder.medium], check=True)
+        wait_said(recorder, "A medium is in", 2)
+        time.sleep(1)
+        check(recorder.get("ActivePath") == recorder.medium, "the path changes under a recording")
+        recorder.do("stop")
+        recorder.wait_for("ActivePath", second.path)
+
+
+def a_medium_with_other_clips_shows_them_when_it_comes(bin_dir):
+    with SlotRecorder(bin_dir) as recorder:
+        recorder.start()
+        clip = recorder.record(1)
+        spare = os.path.join(recorder.dir, "spare.mov")
+        shutil.copy(clip, spare)
+        wait_said(recorder, f"1 clips on {recorder.medium}")
+        for round_trip in range(3):
+            subprocess.run(["umount", "-l", recorder.medium], check=True)
+            recorder.wait_for("ActivePath", "")
+            subprocess.run(["mount", "-t", "tmpfs", "tmpfs", recorder.medium], check=True)
+            for i in range(round_trip + 2):
+                shutil.copy(spare, os.path.join(recorder.medium, f"clip {i}.mov"))
+            recorder.wait_for("ActivePath", recorder.medium)
+            recorder.wait_log(f"Updated all clips list.  {round_trip + 2} entries")
+
+
+def an_idle_service_asks_for_nothing(bin_dir):
+    with SlotRecorder(bin_dir) as recorder:
+        recorder.start()
+        recorder.wait_for("MediaState", READY)
+        time.sleep(1)
+        woken = wakes_of_service(recorder, 5)
+        check(woken == 0, f"woken {woken} times in five seconds")
+
+
+def hostile_files_cost_entries_and_nothing_else(bin_dir):
+    with SlotRecorder(bin_dir) as recorder:
+        recorder.start()
+        clip = recorder.record(1)
+        wait_said(recorder, f"1 clips on {recorder.medium}")
+        with open(clip, "rb") as file:
+            content = file.read()
+        index = content.rfind(b"moov")
+        state = 1
+        for i in range(1000):
+            hostile = bytearray(content[:8]) + bytearray(content[index - 4:])
+            for _ in range(1 + i % 9):
+                state = (state * 1664525 + 1013904223) & 0xFFFFFFFF
+                hostile[8 + (state >> 8) % (len(hostile) - 8)] = state & 0xFF
+            with open(os.path.join(recorder.medium, f"hostile {i}.mov"), "wb") as file:
+                file.write(hostile[:len(hostile) - (i % 5) * len(hostile) // 7])
+        os.mkfifo(os.path.join(recorder.medium, "pipe.mov"))
+        os.symlink("/dev/zero", os.path.join(recorder.medium, "zero.mov"))
+        shutil.copy(clip, os.path.join(recorder.medium, "\u6620\u50cf after.all.mov"))
+        recorder.wait_log("Updated all clips list.  2 entries", 30)
+        check(recorder.processes["rvmedia"].poll() is None, "the service is gone")
+        recorder.do("goto", "\u6620\u50cf after.all.mov")
+        recorder.wait_for("CurrentClip", "\u6620\u50cf after.all.mov")
+
+
+def a_service_killed_and_started_again_goes_on(bin_dir):
+    with SlotRecorder(bin_dir) as recorder, Medium(recorder, "slot 2") as second:
+        recorder.start()
+        recorder.record(1)
+        wait_said(recorder, f"1 clips on {recorder.medium}")
+        for _ in range(3):
+            recorder.processes["rvmedia"].send_signal(signal.SIGKILL)
+            recorder.processes["rvmedia"].wait()
+            updated = recorder.log_text().count("Updated all clips list")
+            recorder.start_media()
+            wait_until("the lists are told", lambda: recorder.log_text().count("Updated all clips list") > updated)
+        recorder.record(1)
+        recorder.wait_log("Updated all clips list.  2 entries")
+        check(recorder.get("RolloverPath") == second.path, "the next medium")
+
+
+def recordings_roll_over_round_three_slots(bin_dir):
+    with SlotRecorder(bin_dir, count=3, size="384m") as recorder, \
+            Medium(recorder, "slot 2", "384m") as second, Medium(recorder, "slot 3", "384m") as third:
+        recorder.start()
+        recorder.wait_for("InputFormat", 1)
+        wait_said(recorder, f"0 clips on {third.path}")
+        recorder.set("RolloverEnable", 1)
+        recorder.wait_for("RolloverPath", second.path)
+        order = [recorder.medium, second.path, third.path, recorder.medium, second.path]
+        fill_to(order[0], 12)
+        recorder.do("record")
+        for before, after in zip(order, order[1:]):
+            recorder.wait_for("ActivePath", after, 60)
+            # The operator exchanges the full medium; the next one after this is where it will go on.
+            for name in os.listdir(before):
+                if name == ".ballast":
+                    os.remove(os.path.join(before, name))
+            check(recorder.status()["stateNumber"] == 2, "the recording goes on")
+            recorder.wait_for("RolloverPath", order[(order.index(after) + 1) % 3])
+            fill_to(after, 12)
+        recorder.do("stop")
+        wait_until("all clips are closed", lambda: recorder.log_text().count("STREAM: Close is Done") >= 5)
+        stem = os.path.basename(min(recorder.clips(), key=len))[:-len(".mov")]
+        names = [stem] + [f"{stem}_{part}" for part in range(2, 6)]
+        numbers = []
+        for path, name in zip(order, names):
+            numbers += rig.clip_numbers(os.path.join(path, name + ".mov"))
+        check(None not in numbers and all(b == a + 1 for a, b in zip(numbers, numbers[1:])),
+              f"every frame once over five clips: {len(numbers)} frames")
+
+
+if __name__ == "__main__":
+    main([media_become_active_and_next_as_they_come, the_active_medium_stays_while_it_is_recorded_on,
+          a_medium_with_other_clips_shows_them_when_it_comes, an_idle_service_asks_for_nothing,
+          hostile_files_cost_entries_and_nothing_else, a_service_killed_and_started_again_goes_on,
+          recordings_roll_over_round_three_slots])
