@@ -122,13 +122,35 @@ constexpr std::array<std::uint16_t, mostBlocks> lanesOf(Order order)
 alignas(64) constexpr auto lineLanes = lanesOf(Order::Lines);
 alignas(64) constexpr auto columnLanes = lanesOf(Order::Columns);
 
-RV_AVX512_INLINE void append(Levels &to, __m256i values, __mmask16 mask, __m256i positions)
+// Where the next level of a plane goes.
+struct Appender {
+    std::uint16_t *level;
+    std::uint16_t *position;
+
+    RV_AVX512_INLINE void append(__m256i values, __m256i positions, __mmask16 mask)
+    {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(level), _mm256_maskz_compress_epi16(mask, values));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(position), _mm256_maskz_compress_epi16(mask, positions));
+        advance(__builtin_popcount(mask));
+    }
+
+    RV_AVX512_INLINE void append(__m512i values, __m512i positions, __mmask32 mask)
+    {
+        _mm512_storeu_si512(level, _mm512_maskz_compress_epi16(mask, values));
+        _mm512_storeu_si512(position, _mm512_maskz_compress_epi16(mask, positions));
+        advance(__builtin_popcount(mask));
+    }
+
+    RV_AVX512_INLINE void advance(int count)
+    {
+        level += count;
+        position += count;
+    }
+};
+
+RV_AVX512_INLINE Appender appenderTo(Levels &levels)
 {
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(to.level + Levels::lead + to.count),
-                        _mm256_maskz_compress_epi16(mask, values));
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(to.position + Levels::lead + to.count),
-                        _mm256_maskz_compress_epi16(mask, positions));
-    to.count += __builtin_popcount(mask);
+    return {levels.level + Levels::lead, levels.position + Levels::lead};
 }
 
 RV_AVX512_INLINE __m512i ascending()
@@ -165,9 +187,8 @@ RV_AVX512 void quantise(const Coefficients &from, const Quantiser &quantiser, Or
     }
     const __mmask32 wanted = blocks == mostBlocks ? ~0u : (1u << blocks) - 1;
     const __m512i one = _mm512_set1_epi16(1);
-    int firstCount = 0;
-    std::uint16_t *firstLevel = first.level + Levels::lead;
-    std::uint16_t *firstPosition = first.position + Levels::lead;
+    Appender toFirst = appenderTo(first);
+    Appender toSecond = second != nullptr ? appenderTo(*second) : toFirst;
     for (int k = 1; k < 64; ++k) {
         const __m512i coefficients = _mm512_load_si512(from.at[k]);
         const __m512i magnitudes = levelsOf(coefficients, quantiser, k);
@@ -178,18 +199,16 @@ RV_AVX512 void quantise(const Coefficients &from, const Quantiser &quantiser, Or
         const __mmask32 mask = _mm512_cmpgt_epu16_mask(values, one);
         const __m512i positions = _mm512_add_epi16(ascending(), _mm512_set1_epi16(static_cast<short>(k * blocks)));
         if (second == nullptr) {
-            const __mmask32 taken = mask & wanted;
-            _mm512_storeu_si512(firstLevel + firstCount, _mm512_maskz_compress_epi16(taken, values));
-            _mm512_storeu_si512(firstPosition + firstCount, _mm512_maskz_compress_epi16(taken, positions));
-            firstCount += __builtin_popcount(taken);
+            toFirst.append(values, positions, mask & wanted);
             continue;
         }
         const __m256i low = _mm512_castsi512_si256(positions);
-        append(first, _mm512_castsi512_si256(values), static_cast<__mmask16>(mask & wanted), low);
-        append(*second, _mm512_extracti64x4_epi64(values, 1), static_cast<__mmask16>(mask >> 16 & wanted), low);
+        toFirst.append(_mm512_castsi512_si256(values), low, static_cast<__mmask16>(mask & wanted));
+        toSecond.append(_mm512_extracti64x4_epi64(values, 1), low, static_cast<__mmask16>(mask >> 16 & wanted));
     }
-    if (second == nullptr)
-        first.count = firstCount;
+    first.count = static_cast<int>(toFirst.level - first.level) - Levels::lead;
+    if (second != nullptr)
+        second->count = static_cast<int>(toSecond.level - second->level) - Levels::lead;
 }
 
 constexpr Kernels avx512 = {"avx512", transform, quantise, codeAvx512};

@@ -20,7 +20,7 @@ namespace {
 constexpr int bandsPerWorker = 4; // evens out rows that take longer than others
 constexpr int sparseSample = 16;  // every so many slices
 constexpr int denseSample = 4;
-constexpr int mostAims = 5;
+constexpr int mostAims = 10;
 
 const Kernels &kernelsOf(Path path)
 {
@@ -46,7 +46,7 @@ struct Encoder::Private {
     void forBands(void (*job)(void *, int));
     void codeBand(Band &band);
     int indexOf(int slice) const { return settings.index > 0 ? settings.index : rate.index(slice); }
-    std::size_t predicted(int step);
+    RateControl::Prediction predicted(int step);
     void aim();
     std::size_t codeAll();
     std::size_t alphaBytes() const;
@@ -125,29 +125,41 @@ void Encoder::Private::codeBand(Band &band)
     }
 }
 
-// The frame's size, told from every so manieth slice.
-std::size_t Encoder::Private::predicted(int step)
+// The frame's size, told from every so manieth slice: those are coded in earnest, and estimated at the probe.
+RateControl::Prediction Encoder::Private::predicted(int step)
 {
     const int slices = static_cast<int>(sliceBytes.size());
     const int perPicture = rowsPerPicture * slicesPerRow;
     SliceScratch &scratch = *bands.front().scratch;
-    std::uint64_t bits = 0;
+    scratch.withoutDetail = false;
+    std::uint64_t bytes = 0;
+    std::uint64_t probedBytes = 0;
     std::uint64_t macroblocks = 0;
     for (int slice = step / 2 < slices ? step / 2 : 0; slice < slices; slice += step) {
         const Lines &from = lines[static_cast<std::size_t>(slice / perPicture)];
         const SlicePlace place = from.geometry.slice(slice % perPicture);
-        coder.quantise(from, place, indexOf(slice), scratch);
-        bits += coder.predictedBits(scratch, place.width);
+        std::uint8_t *begin = bands.front().bytes.get();
+        const std::size_t alphaBefore = scratch.alphaBytes;
+        const std::uint8_t *end = coder.code(from, place, rate.index(slice), scratch, begin);
+        const std::size_t own = static_cast<std::size_t>(end - begin) - (scratch.alphaBytes - alphaBefore);
+        const std::uint32_t estimated = coder.estimatedBits(scratch);
+        coder.quantiseTransformed(place, rate.index(slice, RateControl::probe), scratch);
+        const std::uint32_t probed = coder.estimatedBits(scratch);
+        bytes += own;
+        probedBytes += own - std::min<std::size_t>((estimated - std::min(probed, estimated)) / 8, own / 2);
         macroblocks += static_cast<std::uint64_t>(place.width);
     }
-    return static_cast<std::size_t>(bits * macroblocksIn(format) / macroblocks / 8) + headerBytes;
+    const std::uint64_t all = macroblocksIn(format);
+    return {static_cast<std::size_t>(bytes * all / macroblocks) + headerBytes,
+            static_cast<std::size_t>(probedBytes * all / macroblocks) + headerBytes};
 }
 
 // At a cut, and at the start.
 void Encoder::Private::aim()
 {
+    RateControl::Bracket bracket;
     for (int i = 0; i < mostAims; ++i) {
-        if (!rate.aim(predicted(denseSample)))
+        if (!rate.aim(predicted(denseSample), bracket))
             return;
     }
 }
@@ -232,7 +244,7 @@ FrameReport Encoder::encode(const Picture &picture, std::uint8_t *to, std::size_
         _d->lines.emplace_back(_d->format, picture, i);
     _d->withoutDetail = false;
     const bool isByRate = _d->settings.index == 0;
-    std::size_t predicted = 0;
+    RateControl::Prediction predicted;
     if (isByRate) {
         predicted = _d->predicted(sparseSample);
         if (_d->rate.isOff(predicted)) {
@@ -245,7 +257,8 @@ FrameReport Encoder::encode(const Picture &picture, std::uint8_t *to, std::size_
     std::size_t bytes = _d->codeAll();
     std::size_t counted = bytes - _d->alphaBytes();
     for (; isByRate && counted > _d->largest && !_d->withoutDetail; ++report.passes) {
-        _d->withoutDetail = !_d->rate.tighten(counted, _d->largest);
+        _d->withoutDetail = !_d->rate.tighten(counted, predicted);
+        predicted = _d->predicted(sparseSample);
         bytes = _d->codeAll();
         counted = bytes - _d->alphaBytes();
     }

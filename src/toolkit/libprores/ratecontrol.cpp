@@ -19,9 +19,9 @@ std::int64_t ratio(std::size_t bytes, std::size_t to)
 
 } // namespace
 
-int RateControl::index(int slice) const
+int RateControl::index(int slice, std::int64_t extra) const
 {
-    const auto scale = static_cast<std::uint32_t>(fixedExp2(_logScale));
+    const auto scale = static_cast<std::uint32_t>(fixedExp2(std::min(_logScale + extra, coarsest)));
     std::uint32_t below = scale >> 16;
     std::uint32_t fraction = scale & 0xffff;
     if (below >= 128) {
@@ -41,34 +41,47 @@ bool RateControl::moveTo(std::int64_t logScale)
     return _logScale != before;
 }
 
-bool RateControl::isOff(std::size_t predictedBytes) const
+bool RateControl::isOff(const Prediction &prediction) const
 {
     constexpr std::int64_t tenPercent = 9011;
-    const std::int64_t off = ratio(predictedBytes, _wanted) + _bias;
+    const std::int64_t off = ratio(prediction.bytes, _wanted) + _bias;
     return off > tenPercent || (off < -tenPercent && _logScale > 0);
 }
 
-// Bytes fall with about the power -0.7 of the scale on natural pictures, -0.35 on drawn ones; a few rounds come
-// close on both. The aim is a little low, as predictions miss by some percent and largest is near.
-bool RateControl::aim(std::size_t predictedBytes)
+// How far the scale has to go for a frame that is off by this. Bytes fall with a power of the scale that
+// depends on the picture: -0.3 on drawn ones, -0.7 on natural ones, below -1 on grain that is about to vanish.
+// It is measured, not assumed.
+std::int64_t RateControl::stepFor(std::int64_t off, const Prediction &prediction) const
+{
+    const std::int64_t fall = ratio(prediction.bytes, prediction.probedBytes);
+    return off * probe / std::clamp<std::int64_t>(fall, probe * 3 / 8, probe * 3);
+}
+
+// A little low, as samples miss by some percent and the largest size is near. From far off the slope says
+// little: no step is longer than two octaves, nor leads out of what is known.
+bool RateControl::aim(const Prediction &prediction, Bracket &bracket)
 {
     constexpr std::int64_t onePercent = 940;
-    const std::int64_t off = ratio(predictedBytes, _wanted) + onePercent;
+    const std::int64_t off = ratio(prediction.bytes, _wanted) + onePercent;
     if (off < 2 * onePercent && off > -2 * onePercent)
         return false;
-    return moveTo(_logScale + off * 3 / 2);
+    (off > 0 ? bracket.low : bracket.high) = _logScale;
+    std::int64_t next = _logScale + std::clamp(stepFor(off, prediction), -2 * fixedOne, 2 * fixedOne);
+    if (next <= bracket.low || next >= bracket.high)
+        next = (bracket.low + bracket.high) / 2;
+    return moveTo(next);
 }
 
-bool RateControl::tighten(std::size_t bytes, std::size_t largest)
+bool RateControl::tighten(std::size_t bytes, const Prediction &prediction)
 {
     constexpr std::int64_t margin = 2048;
-    return moveTo(_logScale + ratio(bytes, largest) * 20 / 13 + margin);
+    return moveTo(_logScale + std::max<std::int64_t>(stepFor(ratio(bytes, _wanted), prediction), 0) + margin);
 }
 
-void RateControl::coded(std::size_t bytes, std::size_t predictedBytes)
+void RateControl::coded(std::size_t bytes, const Prediction &prediction)
 {
-    _bias = ratio(bytes, predictedBytes);
-    moveTo(_logScale + ratio(bytes, _wanted) * 5 / 4);
+    _bias = ratio(bytes, prediction.bytes);
+    moveTo(_logScale + stepFor(ratio(bytes, _wanted), prediction));
 }
 
 double RateControl::scale() const

@@ -55,8 +55,8 @@ public:
     std::uint8_t *codeQuantised(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                                 std::uint8_t *to) const;
 
-    /// How many bits the levels in \a scratch will take, about: alpha excluded.
-    std::uint32_t predictedBits(const SliceScratch &scratch, int macroblocks) const;
+    /// How many bits the levels in \a scratch will take, about, beyond what all slices do.
+    std::uint32_t estimatedBits(const SliceScratch &scratch) const;
 
     static constexpr std::size_t largestSliceBytes()
     {
