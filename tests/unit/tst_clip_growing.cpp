@@ -10,6 +10,7 @@
 
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -63,6 +64,9 @@ private slots:
     void aFullMediumLeavesWhatWasWritten_data();
     void aFullMediumLeavesWhatWasWritten();
     void aFullFileSystemLeavesWhatWasWritten();
+    void aMediumFilledToTheLastByteTakesTheIndex_data();
+    void aMediumFilledToTheLastByteTakesTheIndex();
+    void nothingStaysReservedBehindAClosedClip();
     void afterAnErrorTheWriterRefusesFrames();
 
 private:
@@ -363,6 +367,69 @@ void TestClipGrowing::aFullFileSystemLeavesWhatWasWritten()
     QVERIFY(found > 48);
     QCOMPARE(found, qint64(writer.frames()));
     QVERIFY(isComplete);
+}
+
+void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex_data()
+{
+    QTest::addColumn<bool>("isFlushed");
+    QTest::newRow("all written") << true;
+    QTest::newRow("a fragment begun") << false;
+}
+
+void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex()
+{
+    QFETCH(bool, isFlushed);
+    QVERIFY(QDir().mkpath(path("medium")));
+    const std::string mountPoint = stdPath("medium");
+    if (::mount("none", mountPoint.c_str(), "tmpfs", 0, "size=24m") != 0) {
+        QSKIP("a small file system takes the right to mount one");
+    }
+    // Pictures of unequal sizes make the longest index.
+    const ClipInfo info = sampleInfo(60, 1, 1);
+    constexpr int frames = 3005;
+    ClipWriter writer;
+    int codes[4] = { };
+    codes[0] = writer.open(stdPath("medium/clip.mov"), info).code;
+    codes[1] = writeFrames(writer, info, frames).code;
+    codes[2] = isFlushed ? writer.flush().code : 0;
+    QByteArray block(1 << 16, 'x');
+    QFile filler(path("medium/filler"));
+    const bool isFillerOpen = filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    while (!block.isEmpty()) {
+        if (filler.write(block) != block.size()) {
+            block.chop((block.size() + 1) / 2);
+        }
+    }
+    filler.close();
+    codes[3] = writer.close().code;
+    ClipReader reader;
+    const int readCode = reader.open(stdPath("medium/clip.mov")).code;
+    const auto found = reader.info();
+    const qint64 wrong = firstWrongFrame(reader);
+    reader.close();
+    ::umount2(mountPoint.c_str(), MNT_DETACH);
+    QVERIFY(isFillerOpen);
+    QCOMPARE(codes[0], 0);
+    QCOMPARE(codes[1], 0);
+    QCOMPARE(codes[2], 0);
+    QCOMPARE(codes[3], isFlushed ? 0 : ENOSPC);
+    QCOMPARE(readCode, 0);
+    QVERIFY(found.isComplete);
+    QCOMPARE(found.frames, std::int64_t(isFlushed ? frames : frames / 30 * 30));
+    QCOMPARE(writer.committedFrames(), found.frames);
+    QCOMPARE(wrong, qint64(-1));
+}
+
+void TestClipGrowing::nothingStaysReservedBehindAClosedClip()
+{
+    const ClipInfo info = sampleInfo();
+    ClipWriter writer;
+    QCOMPARE(writer.open(stdPath("exact.mov"), info).code, 0);
+    QCOMPARE(writeFrames(writer, info, 100).code, 0);
+    QCOMPARE(writer.close().code, 0);
+    struct stat status { };
+    QCOMPARE(::stat(stdPath("exact.mov").c_str(), &status), 0);
+    QVERIFY(status.st_blocks * 512 < status.st_size + 2 * status.st_blksize);
 }
 
 void TestClipGrowing::afterAnErrorTheWriterRefusesFrames()

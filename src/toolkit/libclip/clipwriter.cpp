@@ -25,10 +25,23 @@ namespace {
 constexpr std::size_t maxPictureBytes = std::size_t(1) << 30;
 constexpr std::uint64_t maxSamples = std::numeric_limits<std::uint32_t>::max();
 
+bool isFull(const Error &error)
+{
+    return error.code == ENOSPC || error.code == EDQUOT;
+}
+
 /// The medium is full or the file may not grow, but what was written is sound.
 bool isForWantOfSpace(const Error &error)
 {
-    return error.code == ENOSPC || error.code == EDQUOT || error.code == EFBIG;
+    return isFull(error) || error.code == EFBIG;
+}
+
+/// No movie of \a frames frames in \a fragments fragments is longer: a size a picture, and a place
+/// and a number of samples a fragment and track.
+std::uint64_t mostMovieBytes(std::size_t frames, std::size_t fragments)
+{
+    constexpr std::uint64_t boxes = 4096;
+    return boxes + 4 * std::uint64_t(frames) + 2 * 20 * std::uint64_t(fragments);
 }
 
 bool isWritable(const ClipInfo &info)
@@ -86,6 +99,7 @@ struct ClipWriter::Private
     Error create(const std::string &newPath);
     Error check(std::span<const std::byte> picture, std::span<const std::byte> sound) const;
     Error writeFragment();
+    Error writeBytes(std::span<const std::byte> bytes);
     Error commit();
     Error currentError();
     Error complete();
@@ -115,6 +129,12 @@ bool ClipWriter::isOpen() const
 std::int64_t ClipWriter::frames() const
 {
     return std::int64_t(_d->tables.pictureSizes.size() + _d->fragment.pictureSizes().size());
+}
+
+bool ClipWriter::hasUncommitted() const
+{
+    const std::lock_guard lock(_d->mutex);
+    return !_d->uncommitted.empty();
 }
 
 std::int64_t ClipWriter::committedFrames() const
@@ -147,7 +167,10 @@ Error ClipWriter::Private::create(const std::string &newPath)
     path = newPath;
     const auto head = movieHead(info);
     end = head.size();
-    Error error = file.writeAt(0, head);
+    Error error = file.reserve(0, head.size() + mostMovieBytes(1, 1));
+    if (!isFull(error)) {
+        error = file.writeAt(0, head);
+    }
     if (!error) {
         error = file.sync();
     }
@@ -215,11 +238,9 @@ Error ClipWriter::Private::writeFragment()
         end, sequence, tables.pictureSizes.size(), tables.soundSamples
     };
     const auto bytes = fragment.seal(position, places);
-    writeError = file.writeAt(end, bytes);
+    writeError = writeBytes(bytes);
     if (writeError) {
         fragment.start(info, sequence == 1);
-        // What the failed write left is no fragment; without it the index of the clip finds room.
-        (void)file.truncate(end);
         return writeError;
     }
     const auto sizes = fragment.pictureSizes();
@@ -240,6 +261,27 @@ Error ClipWriter::Private::writeFragment()
     ++sequence;
     fragment.start(info, false);
     return { };
+}
+
+/// Writes a fragment at the end of the file, but only where the movie of the whole clip has room
+/// behind it: a medium that is full is no reason not to complete a clip.
+Error ClipWriter::Private::writeBytes(std::span<const std::byte> bytes)
+{
+    const std::size_t fragments = tables.pictureChunks.size();
+    const std::uint64_t movie = mostMovieBytes(
+        tables.pictureSizes.size() + fragment.pictureSizes().size(), fragments + 1);
+    // Any other failure is no failure yet: the write itself will tell.
+    Error error = file.reserve(end, bytes.size() + movie);
+    if (isFull(error)) {
+        return error;
+    }
+    error = file.writeAt(end, bytes);
+    if (error) {
+        // What the failed write left is no fragment; without it the movie of the clip finds room.
+        (void)file.truncate(end);
+        (void)file.reserve(end, mostMovieBytes(tables.pictureSizes.size(), fragments));
+    }
+    return error;
 }
 
 /// One wait for the medium: makes the written fragments durable together with the commits before,
@@ -339,7 +381,9 @@ Error ClipWriter::Private::complete()
     const auto movie = completeMovie(info, tables);
     if (const Error error = file.writeAt(end, movie)) {
         (void)file.truncate(end);
-        (void)file.sync();
+        if (isForWantOfSpace(error) && !file.sync()) {
+            committed.store(std::int64_t(tables.pictureSizes.size()));
+        }
         return error;
     }
     if (const Error error = file.sync()) {
@@ -350,6 +394,8 @@ Error ClipWriter::Private::complete()
     if (const Error error = file.writeAt(placeholderOffset, header.bytes())) {
         return error;
     }
+    // What was reserved behind the movie is given back.
+    (void)file.truncate(end + movie.size());
     if (const Error error = file.sync()) {
         return error;
     }

@@ -11,7 +11,8 @@ namespace clip {
 /// Writes one QuickTime .mov clip: video as it comes, PCM 24-bit audio, a timecode track with start
 /// timecode and reel name. While it grows the file is a fragmented movie that ordinary readers open
 /// up to the last fragment (at most half a second); close() makes it an ordinary, unfragmented one
-/// in place. Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but
+/// in place. The room that close() needs is reserved before a fragment is written, so that it works
+/// on a full medium. Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but
 /// for sync() and committedFrames().
 class ClipWriter
 {
@@ -46,7 +47,10 @@ public:
     Error close();
     /// Frames taken by write() that are or will be in the clip.
     std::int64_t frames() const;
-    /// Frames that survive a loss of power. Any thread.
+    /// A fragment waits for sync(). Any thread.
+    bool hasUncommitted() const;
+    /// Frames that survive a loss of power; after close() those that the clip has for good. Any
+    /// thread.
     std::int64_t committedFrames() const;
 
 private:

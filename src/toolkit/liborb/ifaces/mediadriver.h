@@ -20,7 +20,8 @@ public:
     virtual void driverClosed() = 0;
     virtual void driverFrameRead(int frame, const OrbFrame &data, const OrbError &error,
                                  void *context) = 0;
-    /// \a frame counts the frames written from 0.
+    /// \a frame counts the frames written from 0. One that was answered, and that closing the stream loses,
+    /// is answered again before driverClosed().
     virtual void driverFrameWritten(int frame, const OrbError &error) = 0;
 };
 

@@ -1,11 +1,11 @@
 #include "liborb/drivers/clip/clipsink.h"
 
+#include "libclip/cliprecovery.h"
 #include "liborb/drivers/clip/clipformat.h"
 #include "liborb/orbthread.h"
 
 #include <QFile>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <span>
@@ -22,25 +22,24 @@ constexpr std::chrono::milliseconds syncsApart(250);
 /// As much as a clip's head takes, so that a full medium shows before the first frame.
 constexpr size_t reservedBytes = 16384;
 
-/// Takes the name exclusively and tries the medium; the file is empty afterwards. Answers an errno
-/// value.
+/// Takes the name exclusively and tries the medium. Answers an errno value.
 int takeName(const std::string &path)
 {
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const int file = ::open(path.c_str(), flags, 0644);
     if (file < 0)
         return errno;
-    static constexpr std::array<char, reservedBytes> zeros{};
+    const std::string content = clip::reservedContent(reservedBytes);
     int error = 0;
     size_t written = 0;
-    while (error == 0 && written < zeros.size()) {
-        const ssize_t count = ::write(file, zeros.data() + written, zeros.size() - written);
+    while (error == 0 && written < content.size()) {
+        const ssize_t count = ::write(file, content.data() + written, content.size() - written);
         if (count < 0 && errno != EINTR)
             error = errno;
         else if (count > 0)
             written += size_t(count);
     }
-    if (error == 0 && (::fdatasync(file) != 0 || ::ftruncate(file, 0) != 0))
+    if (error == 0 && ::fdatasync(file) != 0)
         error = errno;
     ::close(file);
     if (error != 0)
@@ -129,9 +128,12 @@ OrbError ClipSink::append(const OrbFrame &frame)
     if (const clip::Error error = _writer.write(bytesOf(picture), sound))
         return clipformat::errorOf(error);
     ++_framesSinceFlush;
-    const std::lock_guard lock(_wakeMutex);
-    _isDirty = true;
-    _wake.notify_one();
+    ++_framesTaken;
+    if (_writer.hasUncommitted()) {
+        const std::lock_guard lock(_wakeMutex);
+        _isDirty = true;
+        _wake.notify_one();
+    }
     return OrbError();
 }
 
@@ -158,6 +160,7 @@ OrbError ClipSink::close()
     const OrbError error = clipformat::errorOf(_writer.close());
     if (_writer.frames() == 0)
         ::unlink(_path.c_str());
+    _framesLost = _framesTaken - _writer.committedFrames();
     return error;
 }
 
@@ -187,7 +190,8 @@ void ClipSink::stopSyncing()
     _syncThread.join();
 }
 
-/// The writer keeps the error of a sync; the next frame has it.
+/// Two waits for the medium a fragment: the first makes it durable and shows it to readers, the second
+/// makes that durable. The writer keeps the error of a sync; the next frame has it.
 void ClipSink::syncUntilStopped()
 {
     std::unique_lock lock(_wakeMutex);
@@ -199,7 +203,8 @@ void ClipSink::syncUntilStopped()
         lock.unlock();
         {
             const std::lock_guard writer(_writerMutex);
-            (void)_writer.sync();
+            if (!_writer.sync())
+                (void)_writer.sync();
         }
         lock.lock();
         _wake.wait_for(lock, syncsApart, [this] { return _isStopping; });

@@ -31,6 +31,11 @@ public:
     OrbError write(const OrbFrame &frame);
     OrbError flush();
     OrbError close();
+    /// Frames that write() took and the clip does not have for good; known once it is closed, also
+    /// by an error. They are its last.
+    qint64 framesLost() const { return _framesLost; }
+    /// Frames that write() took.
+    qint64 framesTaken() const { return _framesTaken; }
 
 private:
     OrbError reserve();
@@ -47,6 +52,8 @@ private:
     OrbError _error;
     bool _isReserved = false; ///< the name is taken, the clip not begun
     int _framesSinceFlush = 0;
+    qint64 _framesTaken = 0;
+    qint64 _framesLost = 0;
 
     std::thread _syncThread;
     std::mutex _writerMutex; ///< keeps syncs apart from flush and close

@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr const char *logFile = "writedriver.cpp";
 constexpr int maxWaiting = 2048; ///< frames; the device has far fewer
 constexpr int secondsStillAtClose = 30;
 constexpr std::chrono::seconds patienceAtEnd(2);
@@ -60,7 +61,11 @@ void WriteDriver::write(const OrbFrame &frame)
     }
     _worker.post([this, frame, sink = _sink, answers = _answers] {
         const OrbError error = sink->write(frame);
-        answers.post([this, error] { answerWrite(error); });
+        const Lost lost{sink->framesTaken() - sink->framesLost(), sink->framesLost()};
+        answers.post([this, error, lost] {
+            answerWrite(error);
+            logLost(error, lost);
+        });
     });
 }
 
@@ -91,7 +96,8 @@ void WriteDriver::close()
         return;
     _worker.post([this, sink = _sink, answers = _answers] {
         const OrbError error = sink->close();
-        answers.post([this, error] { answerClose(error); });
+        const Lost lost{sink->framesTaken() - sink->framesLost(), sink->framesLost()};
+        answers.post([this, error, lost] { answerClose(error, lost); });
     });
     _progressTimer.start();
 }
@@ -105,17 +111,29 @@ void WriteDriver::checkProgress()
         return;
     while (_answered < _accepted)
         answerWrite(OrbError(ETIMEDOUT));
-    answerClose(OrbError(ETIMEDOUT));
+    answerClose(OrbError(ETIMEDOUT), {});
 }
 
-/// The frames are answered by now, so what the end of a clip lost can only be told to the log.
-void WriteDriver::answerClose(const OrbError &error)
+/// The log has the loss as soon as it is known, and once.
+void WriteDriver::logLost(const OrbError &error, const Lost &lost)
+{
+    if (!error.isError() || lost.count == 0 || std::exchange(_isLossLogged, true))
+        return;
+    orbLogOutput(1, logFile, __LINE__, "Clip has lost %lld frames from frame %lld on: error %d\n",
+                 static_cast<long long>(lost.count), static_cast<long long>(lost.first), error.value());
+}
+
+/// All frames are answered by now. The first of those that are lost although they were answered as
+/// written is answered once more.
+void WriteDriver::answerClose(const OrbError &error, const Lost &lost)
 {
     if (!_progressTimer.isActive())
         return;
     _progressTimer.stop();
     if (error.isError())
-        orbLogOutput(1, "writedriver.cpp", __LINE__, "Clip was not completed: error %d\n",
-                     error.value());
+        orbLogOutput(1, logFile, __LINE__, "Clip was not completed: error %d\n", error.value());
+    logLost(error, lost);
+    if (error.isError() && lost.count > 0)
+        _host->driverFrameWritten(int(lost.first), error);
     _host->driverClosed();
 }
