@@ -4,6 +4,7 @@
 #   INPUT=url     a live source of yours instead of the moving test signal: anything FFmpeg opens
 #   MEDIA=path    record there instead of on a medium of our own; must not lie on the root file system
 #   FORMAT=text   raster and rate of the test signal, such as 1920x1080p25
+#   SECOND=path   a second slot to roll over to, where a medium may be mounted at any time
 set -u
 bin=$(cd "$1" && pwd)
 cd "$(dirname "$0")/.."
@@ -82,13 +83,20 @@ prepare_medium
 trap 'stop_all; exit 0' INT TERM
 trap stop_all EXIT
 
+# What is recorded and shown when the input is lost.
+"$bin/rvstock" --missing /usr/local/share/media 2>"$state/rvstock.log" ||
+    echo "run: no stock clips in /usr/local/share/media, see $state/rvstock.log; without them a lost input gives black" >&2
+
 export RVD_INPUT=${INPUT:-pattern}
 export RVD_INPUT_FORMAT=${FORMAT:-1920x1080p25}
 export ORB_LOG=$log
 
 setsid "$bin/rvstore" --db "$state/rvstore.db" 2>"$state/rvstore.log" &
 pids+=($!)
-setsid "$bin/rvmedia" --active "$medium" 2>"$state/rvmedia.log" &
+# Only what is mounted can be a slot; a folder is named and stays.
+slots=(--slot "${SECOND:-/media/slot2}")
+! mountpoint -q "$medium" || slots=(--slot "$medium" "${slots[@]}")
+setsid "$bin/rvmedia" --active "$medium" "${slots[@]}" 2>"$state/rvmedia.log" &
 pids+=($!)
 setsid "$bin/rvd" -d >"$state/rvd.out" 2>&1 &
 rvd=$!

@@ -69,6 +69,7 @@ private slots:
     void whatIsNoRegularFileIsLeftOut();
     void filesThatAreNoClipsAreListedAsBad();
     void thousandsOfTornAndMutatedClipsCostNothingButTheirEntries();
+    void aFileJustMadeIsNotJudgedYet();
     void anInterruptedRecordingIsReadyAndAGrowingOneIsNot();
     void aKnownClipIsNotReadAgain();
     void aFolderThatCannotBeReadIsAnError();
@@ -149,6 +150,8 @@ void TestMediaListing::filesThatAreNoClipsAreListedAsBad()
     // A terabyte of nothing behind a head that promises as much.
     QVERIFY(cliptest::setContent(at("sparse.mov"), QByteArray("\0\0\0\1moov\0\0\0\xff\0\0\0\0", 16)));
     QCOMPARE(::truncate(at("sparse.mov").toLocal8Bit().constData(), off_t(1) << 40), 0);
+    for (const char *name : {"empty.mov", "text.mov", "zeros.mov", "head.mov", "sparse.mov"})
+        setTime(at(name), 1000);
     const std::list<Clip> clips = list();
     QCOMPARE(clips.size(), std::size_t(5));
     for (const Clip &clip : clips) {
@@ -177,6 +180,7 @@ void TestMediaListing::thousandsOfTornAndMutatedClipsCostNothingButTheirEntries(
                 hostile[index + random(int(bytes.size()) - index)] = char(random(256));
         }
         QVERIFY(cliptest::setContent(at(QString("%1.mov").arg(i)), hostile));
+        setTime(at(QString("%1.mov").arg(i)), 1000);
     }
     QVERIFY(cliptest::setContent(at("good.mov"), bytes));
     const std::list<Clip> clips = list();
@@ -190,6 +194,18 @@ void TestMediaListing::thousandsOfTornAndMutatedClipsCostNothingButTheirEntries(
             QVERIFY(clip.isComplete());
     }
     QVERIFY(bad > count / 10);
+}
+
+void TestMediaListing::aFileJustMadeIsNotJudgedYet()
+{
+    const QString path = at("place.mov");
+    QVERIFY(cliptest::setContent(path, QByteArray(16384, 0)));
+    const timespec future[2] = {{time(nullptr) + 5, 0}, {time(nullptr) + 5, 0}};
+    QVERIFY(list().empty());
+    QCOMPARE(::utimensat(AT_FDCWD, path.toLocal8Bit().constData(), future, 0), 0);
+    QCOMPARE(list().size(), std::size_t(1)); // a wrong clock does not hide it for ever
+    setTime(path, 1000);
+    QVERIFY(list().front().state() == ClipState::Bad);
 }
 
 void TestMediaListing::anInterruptedRecordingIsReadyAndAGrowingOneIsNot()
@@ -260,6 +276,7 @@ void TestMediaListing::aReaderThatTakesTooLongIsEnded()
 void TestMediaListing::withoutAReaderNothingIsRemembered()
 {
     QVERIFY(cliptest::setContent(at("a.mov"), clipBytes(_dir->path(), 2)));
+    setTime(at("a.mov"), 1000);
     ClipLister blind(*_known, "/nonexistent");
     int error = 0;
     QVERIFY(blind.list(_dir->path().toStdString(), error).front().state() == ClipState::Bad);

@@ -4,6 +4,7 @@
 #include "liborb/orblog.h"
 
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -19,6 +20,8 @@ namespace
 
 constexpr const char *logFile = "cliplister.cpp";
 constexpr std::int64_t nsPerSecond = 1000000000;
+/// So young a file that is no clip may be the place that a recording is about to take; a later listing judges it.
+constexpr std::int64_t youthNs = nsPerSecond * 4 / 10;
 /// The system tells of a close a moment before the file counts as closed.
 constexpr int closePatienceMs = 20;
 
@@ -52,6 +55,14 @@ std::vector<std::string> clipNamesIn(DIR *directory)
 std::int64_t modifiedNs(const struct stat &st)
 {
     return st.st_mtim.tv_sec * nsPerSecond + st.st_mtim.tv_nsec;
+}
+
+bool isYoung(const Clip &clip)
+{
+    timespec now = {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const std::int64_t age = now.tv_sec * nsPerSecond + now.tv_nsec - clip.modifiedNs();
+    return age >= 0 && age < youthNs;
 }
 
 /// A lease to read is only given when nobody writes. Nothing where the file system has no leases.
@@ -144,7 +155,8 @@ std::list<Clip> ClipLister::list(const std::string &path, int &error)
         return clips;
     for (const std::string &name : clipNamesIn(directory.get())) {
         Clip clip;
-        if (!look(::dirfd(directory.get()), name, clip))
+        if (!look(::dirfd(directory.get()), name, clip) ||
+            (clip.state() == ClipState::Bad && isYoung(clip)))
             continue;
         clip.setPath(path);
         clips.push_back(std::move(clip));

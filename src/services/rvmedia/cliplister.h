@@ -11,7 +11,8 @@
 /// worker thread.
 ///
 /// A clip is a regular file with a clip's name (see isClipName()). Links, pipes, folders, hidden files and
-/// names that are no text are left out. Files that are no clips, torn beyond use or hostile are listed as bad.
+/// names that are no text are left out. Files that are no clips, torn beyond use or hostile are listed as bad, but
+/// not while they are younger than 0.4 s.
 /// One that is unfinished is being recorded while somebody has it open for writing, and ready when nobody has:
 /// an interrupted recording plays up to its last whole part.
 class ClipLister

@@ -15,6 +15,7 @@ namespace
 
 constexpr const char *logFile = "medium.cpp";
 constexpr int pauseMs = 100;
+constexpr int settleMs = 500;
 constexpr int comingMs = 1500;
 constexpr int endPatienceMs = 2000;
 constexpr std::size_t mostAbandoned = 8;
@@ -32,6 +33,9 @@ Medium::Medium(std::string path, bool isSlot, KnownClips &known, std::string ins
     _pause.setSingleShot(true);
     _pause.setTimerType(Qt::PreciseTimer);
     connect(&_pause, &QTimer::timeout, this, &Medium::run);
+    // A file's space is free a while after its name is gone.
+    _settle.setSingleShot(true);
+    connect(&_settle, &QTimer::timeout, this, &Medium::scan);
     _coming.setSingleShot(true);
     connect(&_coming, &QTimer::timeout, this, &Medium::slow);
     startWorker();
@@ -68,8 +72,10 @@ void Medium::readNotices()
     alignas(inotify_event) std::array<char, 16384> notices;
     while (::read(_inotify, notices.data(), notices.size()) > 0) {
     }
-    if (!_isSlot || _isMounted)
-        scan();
+    if (_isSlot && !_isMounted)
+        return;
+    _settle.start(settleMs);
+    scan();
 }
 
 void Medium::mountsChanged(bool isMounted)
@@ -77,6 +83,8 @@ void Medium::mountsChanged(bool isMounted)
     const bool hasCome = isMounted && !std::exchange(_isMounted, isMounted);
     _isMounted = isMounted;
     if (_isSlot && !isMounted) {
+        _settle.stop();
+        _coming.stop();
         _listing = {};
         const bool wasListed = std::exchange(_isListed, false);
         // What hangs in a medium that is gone must not keep the next one waiting.

@@ -73,6 +73,7 @@ private:
     std::vector<std::unique_ptr<Worker>> _abandoned; ///< held by media that are gone
     QTimer _pause;
     QTimer _coming;
+    QTimer _settle;
     MediumScanner::Listing _listing;
     bool _isMounted = false;
     bool _isListed = false;

@@ -1,0 +1,90 @@
+// The clips that stand in for a lost input are those that the engine looks for, and look as they say.
+
+#include "stockclips.h"
+
+#include "libclip/clipreader.h"
+#include "libclip/clipwriter.h"
+#include "transport/lossofvideo.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <set>
+
+class TestStockClips : public QObject
+{
+    Q_OBJECT
+private slots:
+    void everyClipIsTheOneThatTheEngineLooksFor();
+    void everyClipHasItsRasterScanAndFamily_data();
+    void everyClipHasItsRasterScanAndFamily();
+    void aClipThatIsThereIsReplaced();
+    void aFolderThatCannotBeMadeIsAnError();
+
+private:
+    QTemporaryDir _dir;
+};
+
+void TestStockClips::everyClipIsTheOneThatTheEngineLooksFor()
+{
+    QCOMPARE(stockClips().size(), std::size_t(22));
+    std::set<std::string> files;
+    for (const StockClip &stock : stockClips()) {
+        OrbImageDesc desc;
+        desc.setSize(stock.width, stock.height);
+        desc.setScanMode(stock.isInterlaced ? OrbImageDesc::Interlaced : OrbImageDesc::Progressive);
+        desc.setDataType(OrbId(stock.codec == clip::Codec::ProRes422 ? 202 : 206));
+        QCOMPARE(findLossOfVideoFile(desc), QString::fromLatin1(stock.file));
+        files.insert(stock.file);
+    }
+    QCOMPARE(files.size(), std::size_t(22));
+}
+
+void TestStockClips::everyClipHasItsRasterScanAndFamily_data()
+{
+    QTest::addColumn<int>("index");
+    for (int i = 0; i < int(stockClips().size()); ++i)
+        QTest::newRow(stockClips()[std::size_t(i)].file) << i;
+}
+
+void TestStockClips::everyClipHasItsRasterScanAndFamily()
+{
+    QFETCH(int, index);
+    const StockClip &stock = stockClips()[std::size_t(index)];
+    const std::string folder = _dir.path().toStdString();
+    const clip::Error error = makeStockClip(stock, folder);
+    QVERIFY2(!error, error.text.c_str());
+    clip::ClipReader reader;
+    QVERIFY(!reader.open(folder + "/" + stock.file));
+    const clip::ClipInfo &info = reader.info();
+    QCOMPARE(info.frames, std::int64_t(1));
+    QCOMPARE(info.video.width, stock.width);
+    QCOMPARE(info.video.height, stock.height);
+    QVERIFY(info.video.codec == stock.codec);
+    QVERIFY(info.video.scan == (stock.isInterlaced ? clip::Scan::Interlaced : clip::Scan::Progressive));
+    QVERIFY(!stock.isInterlaced || info.video.topFieldFirst == (stock.height != 486));
+    QVERIFY(info.isComplete);
+    QVERIFY(reader.pictureSize(0) > 1000);
+}
+
+void TestStockClips::aClipThatIsThereIsReplaced()
+{
+    const std::string folder = _dir.path().toStdString();
+    const StockClip &stock = stockClips()[0];
+    QVERIFY(!makeStockClip(stock, folder));
+    QFile file(QString::fromStdString(folder + "/" + stock.file));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.close();
+    QVERIFY(!makeStockClip(stock, folder));
+    QVERIFY(file.size() > 1000);
+    QVERIFY(!QFile::exists(file.fileName() + ".new"));
+}
+
+void TestStockClips::aFolderThatCannotBeMadeIsAnError()
+{
+    QVERIFY(bool(makeStockClip(stockClips()[0], "/proc/nowhere")));
+}
+
+QTEST_APPLESS_MAIN(TestStockClips)
+#include "tst_stockclips.moc"
