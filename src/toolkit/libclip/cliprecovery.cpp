@@ -9,11 +9,11 @@
 
 #include "libclip/cliprecovery.h"
 
-#include "libclip/movfragment.h"
 #include "libclip/movhead.h"
 #include "libclip/movindex.h"
 #include "libclip/movsample.h"
 #include "libclip/rawfile.h"
+#include "libclip/writtenfragment.h"
 
 #include <algorithm>
 #include <array>
@@ -28,118 +28,7 @@ using Outcome = Recovery::Outcome;
 
 constexpr std::uint64_t firstBoxes = placeholderOffset + placeholderSize;
 constexpr std::uint64_t maxHeadBytes = 65536;
-constexpr std::uint64_t maxFragmentHead = std::uint64_t(1) << 20;
-/// Most fragment heads, with the header of the data behind them, are read at once.
-constexpr std::size_t usualFragmentHead = 4096;
-constexpr std::uint64_t dataHeaderSize = 16;
 constexpr std::string_view reservedMark = "rvrs: the name of a clip that has not begun";
-
-/// What a fragment's head says, as far as this writer's own ones go.
-struct FragmentPart
-{
-    bool isThere = false;
-    std::uint64_t time = 0;
-    std::uint32_t duration = 0;
-    std::uint32_t size = 0;
-    std::uint32_t samples = 0;
-    std::uint64_t offset = 0;           ///< in the file
-    std::vector<std::uint32_t> sizes;
-};
-
-struct Fragment
-{
-    bool isCommitted = false;
-    std::uint32_t sequence = 0;
-    std::array<FragmentPart, 3> parts;  ///< video, sound, timecode
-    std::uint64_t dataBegin = 0;
-    std::uint64_t end = 0;
-
-    const FragmentPart &part(TrackId track) const { return parts[track - 1]; }
-};
-
-bool parsePart(BoxCursor traf, std::uint64_t offset, Fragment &fragment)
-{
-    BoxCursor head = traf.find("tfhd");
-    head.skip(4);
-    const std::uint32_t track = head.u32();
-    if (head.failed() || track < VideoTrack || track > TimecodeTrack) {
-        return false;
-    }
-    FragmentPart &part = fragment.parts[track - 1];
-    const std::uint64_t base = head.u64();
-    part.duration = head.u32();
-    part.size = head.u32();
-    BoxCursor time = traf.find("tfdt");
-    time.skip(4);
-    part.time = time.u64();
-    BoxCursor run = traf.find("trun");
-    const bool hasSizes = run.u32() == 0x201;
-    part.samples = run.u32();
-    part.offset = base + run.u32();
-    if (head.failed() || time.failed() || run.failed() || part.isThere || base != offset
-        || (hasSizes && part.samples > run.left() / 4)) {
-        return false;
-    }
-    for (std::uint32_t i = 0; hasSizes && i < part.samples; ++i) {
-        part.sizes.push_back(run.u32());
-    }
-    part.isThere = true;
-    return true;
-}
-
-/// Every sample of \a part stands in the fragment's own data.
-bool isWithinData(const Fragment &fragment, const FragmentPart &part)
-{
-    std::uint64_t bytes = std::uint64_t(part.size) * part.samples;
-    for (const std::uint32_t size : part.sizes) {
-        bytes += size;
-    }
-    return part.offset >= fragment.dataBegin && part.offset <= fragment.end
-        && bytes <= fragment.end - part.offset;
-}
-
-/// Reads the fragment that begins at \a offset; false when no whole one does.
-bool readFragment(const RawFile &file, std::uint64_t offset, std::uint64_t fileSize,
-                  std::vector<std::byte> &bytes, Fragment &fragment)
-{
-    const auto load = [&](std::uint64_t wanted) {
-        bytes.resize(std::size_t(std::min(wanted, fileSize - offset)));
-        return !file.readAt(offset, bytes);
-    };
-    if (offset >= fileSize || !load(usualFragmentHead)) {
-        return false;
-    }
-    BoxCursor start(bytes);
-    const std::uint64_t headSize = start.u32();
-    const std::uint32_t type = start.u32();
-    if (headSize < 8 || headSize > maxFragmentHead || headSize + dataHeaderSize > fileSize - offset
-        || (type != fourcc("moof") && type != fourcc("free"))
-        || (headSize + dataHeaderSize > bytes.size() && !load(headSize + dataHeaderSize))) {
-        return false;
-    }
-    fragment = { };
-    fragment.isCommitted = type == fourcc("moof");
-    BoxCursor data(std::span<const std::byte>(bytes).subspan(std::size_t(headSize)));
-    const bool isData = data.u32() == 1 && data.u32() == fourcc("mdat");
-    const std::uint64_t dataSize = data.u64();
-    if (!isData || dataSize < dataHeaderSize || dataSize > fileSize - offset - headSize) {
-        return false;
-    }
-    fragment.dataBegin = offset + headSize + dataHeaderSize;
-    fragment.end = offset + headSize + dataSize;
-    BoxCursor moof(std::span<const std::byte>(bytes).first(std::size_t(headSize)).subspan(8));
-    BoxCursor sequence = moof.find("mfhd");
-    sequence.skip(4);
-    fragment.sequence = sequence.u32();
-    while (const auto box = moof.nextBox()) {
-        if (box->type == fourcc("traf") && !parsePart(box->content, offset, fragment)) {
-            return false;
-        }
-    }
-    return std::ranges::all_of(fragment.parts, [&](const FragmentPart &part) {
-        return !part.isThere || isWithinData(fragment, part);
-    });
-}
 
 /// One clip being looked at and completed.
 struct Patient
@@ -155,7 +44,7 @@ struct Patient
     bool readHead();
     bool setInfo(const MovIndex &index, std::span<const std::byte> head);
     void readFragments();
-    bool append(const Fragment &fragment);
+    bool append(const WrittenFragment &fragment);
     Error complete();
 };
 
@@ -201,8 +90,8 @@ bool Patient::setInfo(const MovIndex &index, std::span<const std::byte> head)
     for (std::uint64_t offset = firstBoxes; offset + 8 <= head.size();) {
         BoxCursor box(head.subspan(std::size_t(offset)));
         offset += std::max<std::uint64_t>(box.u32(), 8);
-        Fragment first;
-        if (readFragment(file, offset, fileSize, bytes, first)) {
+        WrittenFragment first;
+        if (readWrittenFragment(file, offset, fileSize, bytes, first)) {
             const std::uint32_t duration = first.part(VideoTrack).duration;
             durations.insert(durations.begin(), int(std::min(duration, 1'000'000u)));
             break;
@@ -223,16 +112,16 @@ bool Patient::setInfo(const MovIndex &index, std::span<const std::byte> head)
 void Patient::readFragments()
 {
     end = headSize;
-    std::vector<Fragment> waiting;
-    Fragment fragment;
+    std::vector<WrittenFragment> waiting;
+    WrittenFragment fragment;
     std::uint64_t offset = headSize;
-    while (readFragment(file, offset, fileSize, bytes, fragment)) {
+    while (readWrittenFragment(file, offset, fileSize, bytes, fragment)) {
         offset = fragment.end;
         waiting.push_back(std::move(fragment));
         if (!waiting.back().isCommitted) {
             continue;
         }
-        for (const Fragment &one : waiting) {
+        for (const WrittenFragment &one : waiting) {
             if (!append(one)) {
                 return;
             }
@@ -242,11 +131,11 @@ void Patient::readFragments()
 }
 
 /// False when \a fragment is not the next one.
-bool Patient::append(const Fragment &fragment)
+bool Patient::append(const WrittenFragment &fragment)
 {
-    const FragmentPart &video = fragment.part(VideoTrack);
-    const FragmentPart &sound = fragment.part(SoundTrack);
-    const FragmentPart &timecode = fragment.part(TimecodeTrack);
+    const WrittenPart &video = fragment.part(VideoTrack);
+    const WrittenPart &sound = fragment.part(SoundTrack);
+    const WrittenPart &timecode = fragment.part(TimecodeTrack);
     const std::uint64_t time = tables.pictureSizes.size() * std::uint64_t(info.video.rateDen);
     const bool isFirst = tables.pictureChunks.empty();
     if (fragment.sequence != tables.pictureChunks.size() + 1 || !video.isThere

@@ -34,6 +34,8 @@ public:
     /// Frames that write() took and the clip does not have for good; known once it is closed, also
     /// by an error. They are its last.
     qint64 framesLost() const { return _framesLost; }
+    /// Frames that survive a loss of power by now. Any thread.
+    qint64 framesCommitted() const { return _writer.committedFrames(); }
     /// Frames that write() took.
     qint64 framesTaken() const { return _framesTaken; }
 
