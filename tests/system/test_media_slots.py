@@ -190,8 +190,32 @@ def recordings_roll_over_round_three_slots(bin_dir):
               f"every frame once over five clips: {len(numbers)} frames")
 
 
+def clients_edit_the_play_list_through_the_store(bin_dir):
+    with SlotRecorder(bin_dir) as recorder:
+        recorder.start()
+        first, second = (os.path.basename(recorder.record(1)) for _ in range(2))
+        name = os.path.join(recorder.medium, "playlist.m3u")
+
+        def entries():
+            with open(name, encoding="utf-8") as file:
+                return [line for line in file.read().splitlines() if not line.startswith("#")]
+
+        recorder.set("PlayListEdit", f"append {first}")
+        recorder.wait_log("Updated play list.  1 entries")
+        for edit in (f"append {second}", "append gone.mov", f"insert 0 {second}", "move 1 0"):
+            recorder.set("PlayListEdit", edit)
+        wanted = [first, second, second, "gone.mov"]
+        wait_until(f"the play list is {wanted}", lambda: entries() == wanted)
+        # The clip that is missing is no entry for who plays.
+        recorder.wait_log("Updated play list.  3 entries")
+        recorder.set("PlayListEdit", "remove 7")
+        wait_said(recorder, "Can't edit the play list of")
+        recorder.set("PlayListEdit", "clear")
+        wait_until("the play list is empty", lambda: not entries())
+
+
 if __name__ == "__main__":
     main([media_become_active_and_next_as_they_come, the_active_medium_stays_while_it_is_recorded_on,
           a_medium_with_other_clips_shows_them_when_it_comes, an_idle_service_asks_for_nothing,
           hostile_files_cost_entries_and_nothing_else, a_service_killed_and_started_again_goes_on,
-          recordings_roll_over_round_three_slots])
+          recordings_roll_over_round_three_slots, clients_edit_the_play_list_through_the_store])

@@ -78,6 +78,9 @@ private slots:
     void theReaderIsConfined();
     void aReaderThatIsKilledIsReplaced();
     void playListsShowWhatIsMissing();
+    void playListsAreEdited_data();
+    void playListsAreEdited();
+    void anEditIsWrittenInOneStep();
 
 private:
     QString at(const QString &name) const { return _dir->filePath(name); }
@@ -332,6 +335,58 @@ void TestMediaListing::playListsShowWhatIsMissing()
     QVERIFY(std::next(play.begin())->state() == ClipState::Missing);
     QVERIFY(play.front().isComplete() && play.back().isComplete());
     QVERIFY(readPlayList(at("nowhere").toStdString(), {}).empty());
+}
+
+void TestMediaListing::playListsAreEdited_data()
+{
+    QTest::addColumn<QByteArray>("edit");
+    QTest::addColumn<QByteArray>("after");
+    const QByteArray before = "#EXTM3U\na.mov\n# a word\nb.mov\nc.mov\n";
+    // clang-format off
+    QTest::newRow("append")          << QByteArray("append d e.mov")     << before + "d e.mov\n";
+    QTest::newRow("append a mark")   << QByteArray("append #d.mov")      << before + "./#d.mov\n";
+    QTest::newRow("insert first")    << QByteArray("insert 0 d.mov")     << QByteArray("#EXTM3U\nd.mov\na.mov\n# a word\nb.mov\nc.mov\n");
+    QTest::newRow("insert last")     << QByteArray("insert 3 d.mov")     << before + "d.mov\n";
+    QTest::newRow("insert beyond")   << QByteArray("insert 4 d.mov")     << QByteArray();
+    QTest::newRow("move up")         << QByteArray("move 2 0")           << QByteArray("#EXTM3U\nc.mov\na.mov\n# a word\nb.mov\n");
+    QTest::newRow("move down")       << QByteArray("move 0 2")           << QByteArray("#EXTM3U\n# a word\nb.mov\nc.mov\na.mov\n");
+    QTest::newRow("move nowhere")    << QByteArray("move 1 1")           << before;
+    QTest::newRow("move beyond")     << QByteArray("move 0 3")           << QByteArray();
+    QTest::newRow("remove")          << QByteArray("remove 1")           << QByteArray("#EXTM3U\na.mov\n# a word\nc.mov\n");
+    QTest::newRow("remove beyond")   << QByteArray("remove 3")           << QByteArray();
+    QTest::newRow("remove negative") << QByteArray("remove -1")          << QByteArray();
+    QTest::newRow("clear")           << QByteArray("clear")              << QByteArray("#EXTM3U\n# a word\n");
+    QTest::newRow("clear what")      << QByteArray("clear all")          << QByteArray();
+    QTest::newRow("a path")          << QByteArray("append ../x.mov")    << QByteArray();
+    QTest::newRow("a line more")     << QByteArray("append x\ny.mov")    << QByteArray();
+    QTest::newRow("no clip")         << QByteArray("append notes.txt")   << QByteArray();
+    QTest::newRow("nothing")         << QByteArray("")                   << QByteArray();
+    QTest::newRow("another word")    << QByteArray("delete 1")           << QByteArray();
+    // clang-format on
+}
+
+void TestMediaListing::playListsAreEdited()
+{
+    QFETCH(QByteArray, edit);
+    QFETCH(QByteArray, after);
+    const std::string before = "#EXTM3U\na.mov\n# a word\nb.mov\nc.mov\n";
+    std::string text = before;
+    std::string problem;
+    QCOMPARE(editPlayList(text, edit.toStdString(), problem), !after.isEmpty());
+    QCOMPARE(problem.empty(), !after.isEmpty());
+    QCOMPARE(text, after.isEmpty() ? before : after.toStdString());
+}
+
+void TestMediaListing::anEditIsWrittenInOneStep()
+{
+    const std::string path = _dir->path().toStdString();
+    std::string problem;
+    QVERIFY(editPlayListFile(path, "append a.mov", problem));
+    QVERIFY(editPlayListFile(path, "insert 0 b.mov", problem));
+    QCOMPARE(cliptest::contentOf(at("playlist.m3u")), QByteArray("#EXTM3U\nb.mov\na.mov\n"));
+    QVERIFY(!editPlayListFile(path, "remove 2", problem));
+    QVERIFY(!editPlayListFile("/proc", "append a.mov", problem));
+    QCOMPARE(QDir(_dir->path()).entryList(QDir::Files | QDir::Hidden), QStringList("playlist.m3u"));
 }
 
 QTEST_APPLESS_MAIN(TestMediaListing)

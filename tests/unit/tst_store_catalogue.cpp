@@ -62,7 +62,7 @@ private slots:
             }
         }
         QCOMPARE(momentary,
-                 QStringList({"eParamPlayList", "eParamMediaLoading", "eParamTransportCommand",
+                 QStringList({"eParamPlayList", "eParamPlayListEdit", "eParamMediaLoading", "eParamTransportCommand",
                               "eParamGotoClipName", "eParamGotoClipIndex", "eParamMediaUpdated"}));
     }
 

@@ -79,8 +79,10 @@ bool MediaService::start()
 }
 
 /// Called on the store library's thread, like the next.
-void MediaService::ParamChanged(eParam_t id, std::string, timeval)
+void MediaService::ParamChanged(eParam_t id, std::string value, timeval)
 {
+    if (id == eParamPlayListEdit)
+        QMetaObject::invokeMethod(this, [this, value] { editPlayList(value); }, Qt::QueuedConnection);
     if (id == eParamActivePath || id == eParamRolloverPath)
         QMetaObject::invokeMethod(this, &MediaService::pathsChanged, Qt::QueuedConnection);
 }
@@ -156,6 +158,12 @@ void MediaService::pathsChanged()
     }
     choose();
     tellState();
+}
+
+void MediaService::editPlayList(const std::string &edit)
+{
+    if (Medium *medium = mediumAt(paths().active))
+        medium->editPlayList(edit);
 }
 
 /// The recording goes on on the other medium. The storage is said to be in use again, so that the next rollover

@@ -60,6 +60,7 @@ private:
     std::vector<MediumFacts> facts() const;
     void pathsChanged();
     void storageUseChanged();
+    void editPlayList(const std::string &edit);
     void setPaths(const MediaPaths &paths);
     void choose();
     void tellState();

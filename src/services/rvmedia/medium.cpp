@@ -1,6 +1,7 @@
 #include "medium.h"
 
 #include "liborb/orblog.h"
+#include "playlistfile.h"
 
 #include <algorithm>
 #include <array>
@@ -19,6 +20,7 @@ constexpr int settleMs = 500;
 constexpr int comingMs = 1500;
 constexpr int endPatienceMs = 2000;
 constexpr std::size_t mostAbandoned = 8;
+constexpr int mostPendingEdits = 100;
 
 } // namespace
 
@@ -122,6 +124,22 @@ void Medium::run()
         auto listing = worker->scanner.scan(_path);
         QMetaObject::invokeMethod(
             this, [this, worker, listing = std::move(listing)] { take(worker, listing); });
+    });
+}
+
+void Medium::editPlayList(const std::string &edit)
+{
+    if (!isPresent() || _pendingEdits >= mostPendingEdits) {
+        orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s\n", _path.c_str());
+        return;
+    }
+    ++_pendingEdits;
+    QMetaObject::invokeMethod(&_worker->object, [this, edit] {
+        std::string problem;
+        if (!editPlayListFile(_path, edit, problem))
+            orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s: %s\n", _path.c_str(),
+                         problem.c_str());
+        --_pendingEdits;
     });
 }
 

@@ -7,6 +7,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,8 @@ public:
     /// The mount table has changed, and something is mounted at the path or not.
     void mountsChanged(bool isMounted);
     void scan();
+    /// Edits the medium's play list; a listing follows. See editPlayList().
+    void editPlayList(const std::string &edit);
 
 signals:
     /// A medium has come and is being listed.
@@ -75,6 +78,7 @@ private:
     QTimer _coming;
     QTimer _settle;
     MediumScanner::Listing _listing;
+    std::atomic<int> _pendingEdits = 0;
     bool _isMounted = false;
     bool _isListed = false;
     bool _isScanning = false;
