@@ -514,8 +514,13 @@ void TestStreamClips::aFullMediumIsToldAndTheClipPlaysAsFarAsItWent()
     OrbStream stream;
     stream.setInfo(info);
     QList<int> errors;
-    connect(&stream, &OrbStream::frameWritten, this,
-            [&](int, const OrbError &error) { errors << error.value(); });
+    QList<int> again;
+    connect(&stream, &OrbStream::frameWritten, this, [&](int number, const OrbError &error) {
+        if (number < errors.size())
+            again << number << error.value();
+        else
+            errors << error.value();
+    });
     QCOMPARE(files::open(stream, path("small/a.mov"), 2), 0);
     for (int number = 0; number < 300; ++number)
         stream.write(files::frame(info, number));
@@ -530,6 +535,8 @@ void TestStreamClips::aFullMediumIsToldAndTheClipPlaysAsFarAsItWent()
     // What the fragment that did not fit had gathered is lost, half a second at most.
     QVERIFY(stream.info().length() > 0 && stream.info().length() <= good);
     QVERIFY(stream.info().length() >= good - 16);
+    // The first of its frames is told when the clip is closed.
+    QCOMPARE(again, (QList<int>{stream.info().length(), ENOSPC}));
     const int last = stream.info().length() - 1;
     QCOMPARE(files::bytesOf(files::readFrames(stream, {last})[0].frame.vids().first().buffer()),
              files::pictureBytes(last));

@@ -31,6 +31,12 @@ constexpr CodecRow codecs[] = {
 
 constexpr int sampleRate = 48000;
 
+/// Bottom lines come first in 525-line pictures and nowhere else.
+constexpr bool isTopFieldFirst(int height)
+{
+    return height != 480 && height != 486;
+}
+
 } // namespace
 
 clip::Codec codecOf(const OrbId &dataType)
@@ -93,6 +99,7 @@ std::optional<clip::ClipInfo> clipInfoOf(const OrbStreamInfo &info)
     result.video.rateNum = image.frameRate().num();
     result.video.rateDen = image.frameRate().den();
     result.video.scan = clip::Scan(std::clamp(int(image.scanMode()), 0, 2));
+    result.video.topFieldFirst = isTopFieldFirst(result.video.height);
     if (result.video.codec == clip::Codec::Unknown || result.video.width < 1
         || result.video.height < 1 || result.video.rateNum < 1 || result.video.rateDen < 1) {
         return std::nullopt;

@@ -1,0 +1,6 @@
+# What other programs say of a clip, for every format of the recorder.
+rv_test(tst_clip_formats fast
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_formats.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_tools.h)
+target_include_directories(tst_clip_formats PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(tst_clip_formats PRIVATE orb)
