@@ -5,6 +5,7 @@
 #include "libprores/kernels.h"
 #include "libprores/slicecoder.h"
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -102,49 +103,51 @@ Outcome measure(Encoder &encoder, Clip &clip, Comparison &comparison)
     return outcome;
 }
 
-// Cycles a pixel of each stage, one stage after the other on each slice as in earnest, at one index.
-void printStages(const char *name, Path path, Clip &clip, Profile profile, int index, double cycles)
+// Cycles a pixel of each stage, one after the other on each slice as in earnest, at one index; of each slice the
+// best of some rounds, as others use the machine too.
+void printStages(const char *name, const Kernels *kernels, Clip &clip, Profile profile, int index, double cycles)
 {
-    const Format format = formatOf(clip, profile);
-    const Kernels *kernels = path == Path::Portable ? &portableKernels()
-        : path == Path::Avx2                        ? avx2Kernels()
-                                                    : avx512Kernels();
     if (kernels == nullptr)
         return;
+    const Format format = formatOf(clip, profile);
     const auto scratch = std::make_unique<SliceScratch>();
     const SliceCoder coder(format, *kernels);
     std::vector<std::uint8_t> to(SliceCoder::largestSliceBytes());
-    double best[3] = {1e9, 1e9, 1e9};
+    const auto slices = static_cast<std::size_t>(pictureGeometry(format, 0).slices());
+    std::vector<std::array<double, 3>> best(clip.frames.size() * slices, {1, 1, 1});
     double nonZero = 0;
-    for (int round = 0; round < 5; ++round) {
-        double spent[3] = {};
+    for (int round = 0; round < 6; ++round) {
         nonZero = 0;
         for (std::size_t i = 0; i < clip.frames.size(); ++i) {
             const Lines lines(format, pictureOf(clip.view(i)), 0);
-            double at = wallSeconds();
-            for (int s = 0; s < lines.geometry.slices(); ++s) {
-                coder.transform(lines, lines.geometry.slice(s), *scratch);
+            for (std::size_t s = 0; s < slices; ++s) {
+                const SlicePlace place = lines.geometry.slice(static_cast<int>(s));
+                const double begun = wallSeconds();
+                coder.transform(lines, place, *scratch);
                 const double transformed = wallSeconds();
-                coder.quantiseTransformed(lines.geometry.slice(s), index, *scratch);
+                coder.quantiseTransformed(place, index, *scratch);
                 const double quantised = wallSeconds();
-                coder.codeQuantised(lines, lines.geometry.slice(s), index, *scratch, to.data());
+                coder.codeQuantised(lines, place, index, *scratch, to.data());
                 const double coded = wallSeconds();
-                spent[0] += transformed - at;
-                spent[1] += quantised - transformed;
-                spent[2] += coded - quantised;
-                at = coded;
+                auto &row = best[i * slices + s];
+                row = {std::min(row[0], transformed - begun), std::min(row[1], quantised - transformed),
+                       std::min(row[2], coded - quantised)};
                 for (const Levels &levels : scratch->levels)
                     nonZero += levels.count;
             }
         }
-        for (int k = 0; k < 3; ++k)
-            best[k] = std::min(best[k], spent[k]);
+    }
+    double spent[3] = {};
+    for (const auto &row : best) {
+        for (std::size_t k = 0; k < 3; ++k)
+            spent[k] += row[k];
     }
     const double pixels = static_cast<double>(clip.frames.size()) * clip.width * clip.height;
     std::printf("  %-9s %-9s index %-3d %5.2f levels/px   transform %5.2f  quantise %5.2f  code %5.2f cycles/px"
                 "  (%.1f a level)\n",
-                name, kernels->name, index, nonZero / pixels, best[0] * cycles / pixels, best[1] * cycles / pixels,
-                best[2] * cycles / pixels, best[2] * cycles / nonZero);
+                name, kernels->name, index, nonZero / pixels, spent[0] * cycles / pixels, spent[1] * cycles / pixels,
+                spent[2] * cycles / pixels, spent[2] * cycles / nonZero);
+    std::fflush(stdout);
 }
 
 void printOutcome(const char *clip, const char *what, const Outcome &outcome, double pixels, double cycles)
@@ -214,9 +217,9 @@ void measureProfile(const char *name, Clip &clip, Profile profile, double cycles
     Encoder encoder(formatOf(clip, profile));
     printOutcome(name, "usual size", measure(encoder, clip, comparison), pixels, cycles);
     measureThreads(name, clip, profile);
-    for (const int index : {2, 5}) {
-        for (const Path path : paths)
-            printStages(name, path, clip, profile, index, cycles);
+    for (const int index : {2, 5, 9}) {
+        for (const Kernels *kernels : {&portableKernels(), avx2Kernels(), avx512Kernels()})
+            printStages(name, kernels, clip, profile, index, cycles);
     }
 }
 

@@ -5,3 +5,22 @@ foreach(topic validity paths rate)
     target_include_directories(tst_prores_${topic} PRIVATE ${CMAKE_CURRENT_LIST_DIR})
     target_link_libraries(tst_prores_${topic} PRIVATE prores PkgConfig::FFMPEG)
 endforeach()
+
+# make bigendian, make bits32: the portable path on an emulated big-endian machine, and on one of 32 bits, where
+# their compilers are installed (g++-s390x-linux-gnu with qemu-user, g++-i686-linux-gnu).
+function(prores_elsewhere target compiler emulator)
+    find_program(PRORES_${target}_COMPILER ${compiler})
+    find_program(PRORES_EMULATOR_${emulator} ${emulator})
+    if(NOT PRORES_${target}_COMPILER OR NOT PRORES_EMULATOR_${emulator})
+        return()
+    endif()
+    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/toolkit/libprores/*.cpp)
+    add_custom_target(${target}
+        COMMAND ${PRORES_${target}_COMPILER} -std=c++20 -O1 -static -Wall -Wextra
+            -I${PROJECT_SOURCE_DIR}/src/toolkit ${CMAKE_CURRENT_LIST_DIR}/prores_golden.cpp ${sources}
+            -o ${CMAKE_BINARY_DIR}/prores_${target} -pthread
+        COMMAND ${PRORES_EMULATOR_${emulator}} ${CMAKE_BINARY_DIR}/prores_${target}
+        VERBATIM)
+endfunction()
+prores_elsewhere(bigendian s390x-linux-gnu-g++ qemu-s390x)
+prores_elsewhere(bits32 i686-linux-gnu-g++ env)

@@ -1,3 +1,4 @@
+#include "proresgolden.h"
 #include "prorestools.h"
 
 #include <QtTest>
@@ -18,6 +19,7 @@ private slots:
     void codedLevelsAreEqual();
     void wholeFramesAreEqual_data();
     void wholeFramesAreEqual();
+    void bytesAreTheSameOnEveryMachine();
     void transformAgreesWithDoublePrecision_data();
     void transformAgreesWithDoublePrecision();
 };
@@ -197,6 +199,14 @@ void ProresPaths::wholeFramesAreEqual()
         QVERIFY(!expected.isEmpty());
         QVERIFY(encode(avx2, picture) == expected);
         QVERIFY(encode(avx512, picture) == expected);
+    }
+}
+
+void ProresPaths::bytesAreTheSameOnEveryMachine()
+{
+    for (const GoldenRow &row : goldenRows) {
+        for (const Path path : {Path::Portable, Path::Avx2, Path::Avx512})
+            QCOMPARE(goldenHash(goldenFormat(row), path), row.hash);
     }
 }
 

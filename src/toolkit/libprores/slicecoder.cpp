@@ -103,6 +103,9 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
 {
     const int depthShift = 13 - _format.bitDepth;
     _kernels.transform(tiles(lines, place, 0, scratch), depthShift, _positions, scratch.coefficients[0]);
+    prefetch(lines, place, 0, 16);
+    prefetch(lines, place, 1, _format.is444() ? 16 : 8);
+    prefetch(lines, place, 2, _format.is444() ? 16 : 8);
     const Tiles first = tiles(lines, place, 1, scratch);
     const Tiles second = tiles(lines, place, 2, scratch);
     scratch.isChromaJoined = !_format.is444() && first.stride == second.stride;
@@ -136,10 +139,7 @@ std::uint8_t *SliceCoder::code(const Lines &lines, SlicePlace place, int index, 
                                std::uint8_t *to) const
 {
     transform(lines, place, scratch);
-    prefetch(lines, place, 0, 16);
     quantiseTransformed(place, index, scratch);
-    prefetch(lines, place, 1, _format.is444() ? 16 : 8);
-    prefetch(lines, place, 2, _format.is444() ? 16 : 8);
     return codeQuantised(lines, place, index, scratch, to);
 }
 
