@@ -84,17 +84,29 @@ void quantisePlane(const Coefficients &from, const Quantiser &quantiser, Order o
         const auto level = static_cast<int>(quantised(coefficient, quantiser.reciprocal[0], quantiser.offset[0]));
         to.dc[i] = static_cast<std::int16_t>(coefficient < 0 ? -level : level);
     }
+    std::uint16_t *level = to.level + Levels::lead;
+    std::uint16_t *position = to.position + Levels::lead;
     for (int k = 1; k < 64; ++k) {
+        std::uint16_t row[mostBlocks]; // all lanes, which a compiler can do side by side
+        std::uint32_t any = 0;
+        for (int lane = 0; lane < mostBlocks; ++lane) {
+            const int coefficient = from.at[k][lane];
+            const std::uint32_t magnitude = quantised(coefficient, quantiser.reciprocal[k], quantiser.offset[k]);
+            any |= magnitude;
+            row[lane] = static_cast<std::uint16_t>(magnitude * 2 + (coefficient < 0 ? 1 : 0));
+        }
+        if (any == 0)
+            continue;
+        // Written always and kept when it counts: which it is nobody can predict.
         for (int i = 0; i < to.blocks; ++i) {
-            const int coefficient = from.at[k][lanes[i]];
-            const std::uint32_t level = quantised(coefficient, quantiser.reciprocal[k], quantiser.offset[k]);
-            if (level == 0)
-                continue;
-            to.position[Levels::lead + to.count] = static_cast<std::uint16_t>(k * to.blocks + i);
-            to.level[Levels::lead + to.count] = static_cast<std::uint16_t>(level * 2 + (coefficient < 0 ? 1 : 0));
-            ++to.count;
+            *level = row[lanes[i]];
+            *position = static_cast<std::uint16_t>(k * to.blocks + i);
+            const int taken = row[lanes[i]] > 1 ? 1 : 0;
+            level += taken;
+            position += taken;
         }
     }
+    to.count = static_cast<int>(level - to.level) - Levels::lead;
 }
 
 void quantise(const Coefficients &from, const Quantiser &quantiser, Order order, int blocks, Levels &first,
