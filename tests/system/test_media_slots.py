@@ -1,5 +1,6 @@
 """Slots whose media come and go at any time, hostile files on them, and the service killed and started again."""
 
+import json
 import os
 import shutil
 import signal
@@ -208,7 +209,17 @@ def clients_edit_the_play_list_through_the_store(bin_dir):
         wait_until(f"the play list is {wanted}", lambda: entries() == wanted)
         # The clip that is missing is no entry for who plays.
         recorder.wait_log("Updated play list.  3 entries")
-        recorder.set("PlayListEdit", "remove 7")
+        shown = json.loads(recorder.ctl("--json", "playlist").stdout)["playList"]
+        check([(e["name"], e["state"]) for e in shown] ==
+              [(first, "ready"), (second, "ready"), (second, "ready"), ("gone.mov", "missing")], f"shown: {shown}")
+        listed = json.loads(recorder.ctl("--json", "clips").stdout)["clips"]
+        check([(c["name"], c["frames"]) for c in listed] ==
+              [(n, len(rig.clip_numbers(os.path.join(recorder.medium, n)))) for n in (first, second)], f"{listed}")
+        check(first in recorder.ctl("clips", "all").stdout, "the clips for people")
+        media = json.loads(recorder.ctl("--json", "media").stdout)["media"]
+        check(media[0]["path"] == recorder.medium and media[0]["freePercent"] > 50, f"{media}")
+        check(recorder.ctl("rollover", "on").returncode == 0 and recorder.get("RolloverEnable") == 1, "rollover on")
+        check(recorder.ctl("playlist", "remove", 7).returncode == 0, "an edit is handed on")
         wait_said(recorder, "Can't edit the play list of")
         recorder.set("PlayListEdit", "clear")
         wait_until("the play list is empty", lambda: not entries())

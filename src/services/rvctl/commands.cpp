@@ -1,5 +1,6 @@
 #include "services/rvctl/commands.h"
 
+#include "services/rvctl/cliplists.h"
 #include "services/rvctl/describe.h"
 #include "services/rvctl/names.h"
 #include "services/rvctl/report.h"
@@ -210,6 +211,34 @@ int set(Session &session, Words words)
     return code == Done ? session.succeed() : code;
 }
 
+int clips(Session &session, Words words)
+{
+    if (!words.empty() && words[0] != "all") {
+        return session.fail(Usage, "clips takes \"all\" or nothing");
+    }
+    return session.connect() ? reportClips(session, !words.empty()) : NotRunning;
+}
+
+int playList(Session &session, Words words)
+{
+    if (!session.connect()) {
+        return NotRunning;
+    }
+    return words.empty() ? reportPlayList(session) : editPlayList(session, words);
+}
+
+int rollOver(Session &session, Words words)
+{
+    if (words[0] != "on" && words[0] != "off") {
+        return session.fail(Usage, "rollover takes \"on\" or \"off\"");
+    }
+    if (!session.connect()) {
+        return NotRunning;
+    }
+    const int code = session.send(eParamRolloverEnable, words[0] == "on" ? 1u : 0u);
+    return code == Done ? session.succeed() : code;
+}
+
 int list(Session &session, Words words)
 {
     return session.connect() ? reportList(session, words.empty() ? "" : words[0]) : NotRunning;
@@ -329,6 +358,10 @@ constexpr Command commands[] = {
     {"import",      1, 1,   importSettings},
     {"alarms",      0, 0,   [](Session &s, Words) { return s.connect() ? reportAlarms(s) : int(NotRunning); }},
     {"completion",  1, 1,   completion},
+    {"clips",       0, 1,   clips},
+    {"playlist",    0, 3,   playList},
+    {"media",       0, 0,   [](Session &s, Words) { return s.connect() ? reportMedia(s) : int(NotRunning); }},
+    {"rollover",    1, 1,   rollOver},
     {"play",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[0]); }},
     {"record",      0, 0,   [](Session &s, Words) { return pressKey(s, keys[1]); }},
     {"stop",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[2]); }},
@@ -399,6 +432,12 @@ const char *usageText()
            "                         FILE may be -, standard input\n"
            "  alarms                 the alarms that are raised; ends with 1 if any is\n"
            "  completion bash        a script that completes commands, parameters and values\n"
+           "  clips [all]            the clips of the active medium, or of all; length in frames\n"
+           "  playlist               the play list of the active medium\n"
+           "  playlist append NAME | insert INDEX NAME | move FROM TO | remove INDEX | clear\n"
+           "                         edit it; indices from 0\n"
+           "  media                  the medium recorded on and the next one\n"
+           "  rollover on|off        whether a recording goes on on the next medium\n"
            "  play stop record ff rew\n"
            "                         the transport's keys\n"
            "  step +N|-N             N frames forward or back\n"
