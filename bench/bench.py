@@ -316,8 +316,48 @@ def topic_engine(bin_dir):
         int(stories.group(4)) >= 5000)
 
 
+def close_to_list(recorder, count):
+    """Milliseconds from the close of a new clip on the medium to the notice of it in the store."""
+    clip = recorder.record(1)
+    notice = "Media has been updated..."
+    took = []
+    for i in range(count):
+        time.sleep(0.7)  # as clips come: not one at the heels of the other
+        copy = os.path.join(recorder.medium, f"copy {i}.mov")
+        before = recorder.log_text().count(notice)
+        with open(clip, "rb") as source, open(copy, "wb") as target:
+            target.write(source.read())
+        closed = time.monotonic()
+        rig.wait_until("the list is told", lambda: recorder.log_text().count(notice) > before, 5, 0.001)
+        took.append((time.monotonic() - closed) * 1000)
+    return sorted(took)
+
+
+def topic_media(bin_dir):
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
+        output = run_program(bin_dir, "clip_listing", folder, os.path.join(bin_dir, "rvgrok"))
+    title("Listing a medium, in memory; new clips are read by the confined process")
+    for line in output.splitlines():
+        found = FIGURES.search(line)
+        name, median = line.rsplit(", ", 3)[0], float(found.group(2))
+        goal = ()
+        if name == "10000 clips, all known":
+            goal = ("under 1000 ms", median < 1000)
+        elif name.endswith("all new"):
+            each = median / int(name.split()[0])
+            goal = ("under 5 ms a clip", each < 5)
+        row(f"{name}, median of {found.group(1)}", f"{median:.1f} ms", *goal)
+    with rig.Recorder(bin_dir) as recorder:
+        recorder.start()
+        recorder.wait_for("InputFormat", 20)
+        took = close_to_list(recorder, 15)
+    title("Close of a clip to the daemon's new list")
+    row(f"median of {len(took)}", f"{took[len(took) // 2]:.1f} ms", "under 200 ms", took[len(took) // 2] < 200)
+    row("worst", f"{took[-1]:.1f} ms")
+
+
 TOPICS = {"engine": topic_engine, "recording": topic_recording, "ee": topic_ee, "cue": topic_cue,
-          "store": topic_store, "codecs": topic_codecs}
+          "store": topic_store, "codecs": topic_codecs, "media": topic_media}
 
 
 def machine():
