@@ -4,6 +4,7 @@
 #include "libclip/cliprecovery.h"
 #include "libclip/movhead.h"
 
+#include <QDateTime>
 #include <QRandomGenerator>
 
 #include <algorithm>
@@ -117,6 +118,7 @@ private slots:
     void aCallThatFailsLosesNothingAndMayBeTriedAgain_data();
     void aCallThatFailsLosesNothingAndMayBeTriedAgain();
     void whatWasNeverCommittedIsCutOff();
+    void theTimeOfTheLastChangeStays();
     void aCommitThatTheMediumLostBeforeALaterOneCostsNothing();
     void aClipThatIsBeingWrittenIsLeftAlone();
     void aMediumThatMayNotBeWrittenIsLeftAlone();
@@ -350,6 +352,21 @@ void TestClipRecovery::whatWasNeverCommittedIsCutOff()
     QVERIFY(reader.info().isComplete);
     QCOMPARE(firstWrongFrame(reader), -1);
     QCOMPARE(number(stream(probe(path("cut.mov")), "video"), "nb_read_packets"), 24);
+}
+
+void TestClipRecovery::theTimeOfTheLastChangeStays()
+{
+    QByteArray left;
+    QByteArray closed;
+    makePair(sampleInfo(), 24, left, closed);
+    QVERIFY(setContent(path("timed.mov"), left));
+    const auto then = QDateTime::fromSecsSinceEpoch(1'700'000'000);
+    QFile file(path("timed.mov"));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(then, QFileDevice::FileModificationTime));
+    file.close();
+    QCOMPARE(int(recover("timed.mov").outcome), int(Outcome::Recovered));
+    QCOMPARE(QFileInfo(path("timed.mov")).lastModified(), then);
 }
 
 void TestClipRecovery::aCommitThatTheMediumLostBeforeALaterOneCostsNothing()

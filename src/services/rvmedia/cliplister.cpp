@@ -1,6 +1,7 @@
 #include "cliplister.h"
 
 #include "clipname.h"
+#include "libclip/cliprecovery.h"
 #include "liborb/orblog.h"
 
 #include <cerrno>
@@ -81,6 +82,25 @@ std::optional<bool> isWritten(int file)
     }
 }
 
+/// Completes a clip that a crash left open; true when the file is another one now.
+bool isCompleted(int directory, const std::string &name)
+{
+    const std::string path = "/proc/self/fd/" + std::to_string(directory) + '/' + name;
+    const clip::Recovery recovery = clip::recover(path);
+    switch (recovery.outcome) {
+    case clip::Recovery::Outcome::Recovered:
+        orbLogOutput(2, logFile, __LINE__, "Interrupted clip %s completed: %lld frames\n", name.c_str(),
+                     static_cast<long long>(recovery.frames));
+        return true;
+    case clip::Recovery::Outcome::Failed:
+        orbLogOutput(1, logFile, __LINE__, "Interrupted clip %s not completed: %s\n", name.c_str(),
+                     recovery.error.text.c_str());
+        return false;
+    default:
+        return recovery.outcome == clip::Recovery::Outcome::Removed;
+    }
+}
+
 } // namespace
 
 ClipLister::ClipLister(KnownClips &known, std::string inspector)
@@ -89,7 +109,7 @@ ClipLister::ClipLister(KnownClips &known, std::string inspector)
 }
 
 /// The clip's name, directory, size and time are set.
-void ClipLister::read(int file, Clip &clip)
+void ClipLister::read(int directory, int file, Clip &clip)
 {
     Clip facts;
     const ClipInspector::Outcome outcome = _inspector.inspect(file, facts);
@@ -112,8 +132,10 @@ void ClipLister::read(int file, Clip &clip)
         isFinal = written == false;
         if (written == true)
             clip.setState(ClipState::Recording);
-        else if (written == false && clip.state() == ClipState::Recording)
+        else if (written == false && clip.state() == ClipState::Recording) {
             clip.setState(ClipState::Ready);
+            isFinal = !isCompleted(directory, clip.getName());
+        }
     }
     if (isFinal)
         _known.remember(clip);
@@ -142,7 +164,7 @@ bool ClipLister::look(int directory, const std::string &name, Clip &clip)
         return false;
     clip.setFileSize(st.st_size);
     clip.setModifiedNs(modifiedNs(st));
-    read(file.number(), clip);
+    read(directory, file.number(), clip);
     return true;
 }
 

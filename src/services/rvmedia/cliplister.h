@@ -14,7 +14,7 @@
 /// names that are no text are left out. Files that are no clips, torn beyond use or hostile are listed as bad, but
 /// not while they are younger than 0.4 s.
 /// One that is unfinished is being recorded while somebody has it open for writing, and ready when nobody has:
-/// an interrupted recording plays up to its last whole part.
+/// an interrupted recording plays up to its last whole part, and is completed where it lies when it may be.
 class ClipLister
 {
 public:
@@ -29,7 +29,7 @@ public:
 
 private:
     bool look(int directory, const std::string &name, Clip &clip);
-    void read(int file, Clip &clip);
+    void read(int directory, int file, Clip &clip);
 
     KnownClips &_known;
     ClipInspector _inspector;

@@ -264,7 +264,8 @@ Recovery treat(Patient &patient, const std::string &path)
         removeFile(path);
         return { Outcome::Removed, syncDirectoryOf(path), 0 };
     }
-    if (const Error error = patient.complete()) {
+    // Clips are listed in the order of their recording, which is that of their last change.
+    if (const Error error = patient.file.keepingTime([&] { return patient.complete(); })) {
         return failure(error);
     }
     return { Outcome::Recovered, { }, std::int64_t(patient.tables.pictureSizes.size()) };

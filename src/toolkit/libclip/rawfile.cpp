@@ -222,6 +222,27 @@ Error RawFile::reserve(std::uint64_t offset, std::uint64_t bytes)
     return free < bytes ? systemError(ENOSPC, "look for room") : Error { };
 }
 
+RawFile::Time RawFile::lastChange() const
+{
+    struct stat status { };
+    if (::fstat(_descriptor, &status) < 0) {
+        return { };
+    }
+    return { status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
+}
+
+void RawFile::setLastChange(const Time &time)
+{
+    if (time.nanoseconds < 0) {
+        return;
+    }
+    struct timespec times[2] { };
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = time_t(time.seconds);
+    times[1].tv_nsec = time.nanoseconds;
+    (void)::futimens(_descriptor, times);
+}
+
 Error RawFile::sync()
 {
     int outcome = 0;

@@ -42,10 +42,28 @@ public:
     /// ENOSPC or EDQUOT when the medium has no room for them. Where the file system cannot reserve,
     /// the room is only looked for.
     Error reserve(std::uint64_t offset, std::uint64_t bytes);
+    /// Calls \a change, after which the file has the time of its last change that it had before. Where that
+    /// cannot be it has a new one.
+    template<typename Change>
+    Error keepingTime(Change change)
+    {
+        const Time time = lastChange();
+        Error error = change();
+        setLastChange(time);
+        return error;
+    }
     /// fdatasync: what is written by now survives a loss of power.
     Error sync();
 
 private:
+    struct Time
+    {
+        std::int64_t seconds = 0;
+        long nanoseconds = -1;  ///< below 0 is no time
+    };
+    Time lastChange() const;
+    void setLastChange(const Time &time);
+
     int _descriptor = -1;
 };
 
