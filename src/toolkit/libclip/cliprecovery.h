@@ -26,9 +26,10 @@ struct [[nodiscard]] Recovery
 
 /// Completes the clip \a path in place when its writer left it open: its committed fragments become
 /// an ordinary, unfragmented clip, as close() would have made it; what was never committed is cut
-/// off, and the file keeps the time of its last change. A file whose head is not, byte by byte, what this writer makes is not touched. May be
-/// killed, or lose power, at any instant and be called again: the outcome is the same file. Waits
-/// for the medium; any thread, and no two calls disturb each other. Follows no link.
+/// off, and the file keeps the time of its last change. A file whose head is not, byte by byte, what
+/// this writer makes is not touched. May be killed, or lose power, at any instant and be called
+/// again: the outcome is the same file. Waits for the medium; any thread, and no two calls disturb
+/// each other. Follows no link.
 Recovery recover(const std::string &path);
 
 /// What holds a clip's name, and the room for its head, until its first frame comes: \a bytes long
