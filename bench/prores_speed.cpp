@@ -124,6 +124,7 @@ void printStages(const char *name, const Kernels *kernels, Clip &clip, Profile p
                 const SlicePlace place = lines.geometry.slice(static_cast<int>(s));
                 const double begun = wallSeconds();
                 coder.transform(lines, place, *scratch);
+                coder.prefetch(lines, {place.column + place.width, place.row, widestSlice});
                 const double transformed = wallSeconds();
                 coder.quantiseTransformed(place, index, *scratch);
                 const double quantised = wallSeconds();

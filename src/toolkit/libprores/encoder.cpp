@@ -140,7 +140,11 @@ RateControl::Prediction Encoder::Private::predicted(int step)
         const SlicePlace place = from.geometry.slice(slice % perPicture);
         std::uint8_t *begin = bands.front().bytes.get();
         const std::size_t alphaBefore = scratch.alphaBytes;
-        const std::uint8_t *end = coder.code(from, place, rate.index(slice), scratch, begin);
+        coder.transform(from, place, scratch);
+        if ((slice + step) / perPicture == slice / perPicture)
+            coder.prefetch(from, from.geometry.slice((slice + step) % perPicture));
+        coder.quantiseTransformed(place, rate.index(slice), scratch);
+        const std::uint8_t *end = coder.codeQuantised(from, place, rate.index(slice), scratch, begin);
         const std::size_t own = static_cast<std::size_t>(end - begin) - (scratch.alphaBytes - alphaBefore);
         const std::uint32_t estimated = coder.estimatedBits(scratch);
         coder.quantiseTransformed(place, rate.index(slice, RateControl::probe), scratch);

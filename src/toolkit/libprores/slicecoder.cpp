@@ -24,25 +24,22 @@ Quantiser quantiserOf(const Matrix &matrix, int index, const std::array<std::uin
     return quantiser;
 }
 
-
-// The hardware does not foresee where short rows go on: the lines of the slice to the right are fetched while
-// this one is in work. Inlined always: GCC drops calls of a function that does nothing but fetch ahead.
-#ifdef __GNUC__
-__attribute__((always_inline))
-#endif
-inline void prefetch(const Lines &lines, SlicePlace place, int plane, int unit)
+void prefetchPlane(const Lines &lines, SlicePlace place, int plane, int unit)
 {
 #ifdef __GNUC__
     constexpr int cacheLine = 64 / sizeof(std::uint16_t);
-    const int left = (place.column + place.width) * unit;
+    const int left = place.column * unit;
     const int planeWidth = unit == 8 ? lines.geometry.width / 2 : lines.geometry.width;
-    const int width = std::min(unit * widestSlice, planeWidth - left);
+    const int width = std::min(unit * place.width, planeWidth - left);
     const int height = std::min(16, lines.geometry.height - place.row * 16);
+    if (width <= 0 || height <= 0)
+        return;
     const std::uint16_t *from = lines.plane[plane] + place.row * 16 * lines.stride[plane] + left;
     for (int y = 0; y < height; ++y, from += lines.stride[plane]) {
         for (int x = 0; x < width; x += cacheLine)
             __builtin_prefetch(from + x, 0, 3);
     }
+    asm volatile(""); // GCC drops calls of a function that does nothing but fetch ahead
 #endif
 }
 
@@ -103,9 +100,6 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
 {
     const int depthShift = 13 - _format.bitDepth;
     _kernels.transform(tiles(lines, place, 0, scratch), depthShift, _positions, scratch.coefficients[0]);
-    prefetch(lines, place, 0, 16);
-    prefetch(lines, place, 1, _format.is444() ? 16 : 8);
-    prefetch(lines, place, 2, _format.is444() ? 16 : 8);
     const Tiles first = tiles(lines, place, 1, scratch);
     const Tiles second = tiles(lines, place, 2, scratch);
     scratch.isChromaJoined = !_format.is444() && first.stride == second.stride;
@@ -120,6 +114,14 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
         const Tiles both = {{from.tile[0], from.tile[_format.is444() ? 1 : 0]}, from.stride};
         _kernels.transform(both, depthShift, _positions, scratch.coefficients[p]);
     }
+}
+
+// The hardware does not foresee where short rows go on.
+void SliceCoder::prefetch(const Lines &lines, SlicePlace place) const
+{
+    prefetchPlane(lines, place, 0, 16);
+    prefetchPlane(lines, place, 1, _format.is444() ? 16 : 8);
+    prefetchPlane(lines, place, 2, _format.is444() ? 16 : 8);
 }
 
 void SliceCoder::quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const
@@ -139,6 +141,7 @@ std::uint8_t *SliceCoder::code(const Lines &lines, SlicePlace place, int index, 
                                std::uint8_t *to) const
 {
     transform(lines, place, scratch);
+    prefetch(lines, {place.column + place.width, place.row, widestSlice});
     quantiseTransformed(place, index, scratch);
     return codeQuantised(lines, place, index, scratch, to);
 }

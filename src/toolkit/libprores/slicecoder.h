@@ -49,6 +49,8 @@ public:
     std::uint8_t *code(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                        std::uint8_t *to) const;
 
+    /// Has the samples at \a place on their way while something else is in work. It may lie beyond the picture.
+    void prefetch(const Lines &lines, SlicePlace place) const;
     /// The three steps of code(), one by one.
     void transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const;
     void quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const;
