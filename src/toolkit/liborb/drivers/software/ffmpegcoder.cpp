@@ -184,8 +184,10 @@ void FfmpegCoder::setColour()
 bool FfmpegCoder::widenChroma(const picture::View &view)
 {
     const int stride = (view.width + 31) / 32 * 32; // samples; 64 bytes
+    // The coder reads whole macroblocks of either field, also below the picture.
+    const int lines = (view.height + 31) / 32 * 32;
     const std::size_t planeBytes = sizeof(std::uint16_t) * static_cast<std::size_t>(stride)
-                                   * static_cast<std::size_t>(view.height);
+                                   * static_cast<std::size_t>(lines);
     if (!_chroma || !av_buffer_is_writable(_chroma.get()))
         _chroma.reset(av_buffer_alloc(2 * planeBytes + AV_INPUT_BUFFER_PADDING_SIZE));
     if (!_chroma)
@@ -197,6 +199,9 @@ bool FfmpegCoder::widenChroma(const picture::View &view)
         for (int y = 0; y < view.height; ++y)
             doubleChroma(view.line(p, y), plane + static_cast<std::ptrdiff_t>(stride) * y,
                          view.width / 2);
+        for (int y = view.height; y < lines; ++y)
+            std::copy_n(plane + static_cast<std::ptrdiff_t>(stride) * (y - 2), stride,
+                        plane + static_cast<std::ptrdiff_t>(stride) * y);
     }
     _frame->buf[1] = av_buffer_ref(_chroma.get());
     return _frame->buf[1] != nullptr;
