@@ -6,6 +6,7 @@
 #   make bench    measure against what a user would pick instead
 #   make soak     what takes long: ten minutes of recording, the frames seen at every speed
 #   make coverage which lines and branches of the engine and the controller their tests run
+#   make install  programs and the clips that stand in for a lost input (PREFIX=/usr/local)
 #   make packages install what is missing
 
 PRESET ?= release
@@ -13,7 +14,7 @@ JOBS ?= $(shell nproc)
 BUILD = build/$(PRESET)
 export PATH := $(PATH):/usr/sbin:/sbin
 
-.PHONY: all run test demo bench soak coverage packages build clean
+.PHONY: all run test demo bench soak coverage install packages build clean
 
 all: build
 
@@ -38,9 +39,12 @@ bench:
 	@$(MAKE) --no-print-directory build
 	@scripts/isolated.sh python3 bench/bench.py $(BUILD)/bin
 
+install: build
+	@cmake --install $(BUILD) --prefix $(or $(PREFIX),/usr/local)
+
 # What takes long: about three quarters of an hour.
 soak: build
-	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture
+	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture clip_torture
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
 
 coverage: packages
