@@ -11,10 +11,11 @@ LONGEST_LINE = 120
 LONGEST_FUNCTION = 75  # in src; rows of data make tests longer
 
 # What the files of a folder may include besides their own folder and the system. The first match counts.
-TOOLKIT = ["libpicture", "libbus", "libclip", "libmessages", "libconfig", "liborb", "libvanta", "catalogue"]
+TOOLKIT = ["libpicture", "libprores", "libbus", "libclip", "libmessages", "libconfig", "liborb", "libvanta", "catalogue"]
 MAY_INCLUDE = [
     # folder                                 may include
     ("src/toolkit/libpicture",               []),
+    ("src/toolkit/libprores",                []),
     ("src/toolkit/libbus",                   ["libpicture"]),
     ("src/toolkit/libclip",                  []),
     ("src/toolkit/libmessages",              []),
