@@ -356,8 +356,14 @@ def topic_media(bin_dir):
     row("worst", f"{took[-1]:.1f} ms")
 
 
+def topic_prores(bin_dir):
+    title("The ProRes encoder beside FFmpeg's at equal size, one core")
+    print(run_program(bin_dir, "prores_speed"), end="", flush=True)
+
+
 TOPICS = {"engine": topic_engine, "recording": topic_recording, "ee": topic_ee, "cue": topic_cue,
-          "store": topic_store, "codecs": topic_codecs, "media": topic_media}
+          "store": topic_store, "codecs": topic_codecs, "media": topic_media,
+          "prores": topic_prores}
 
 
 def machine():
