@@ -8,7 +8,7 @@
 
 namespace cam {
 
-/// The test patterns, each with the frame-number bar on top, and the line-up tone.
+/// The test patterns, each with the frame-number bar on top, and the line-up tone or numbered samples.
 class PatternSource : public Source
 {
 public:

@@ -70,6 +70,7 @@ constexpr Choice<Pattern> patterns[] = {{"moving", Pattern::Moving},
                                         {"bars", Pattern::Bars},
                                         {"ramp", Pattern::Ramp},
                                         {"black", Pattern::Black}};
+constexpr Choice<Sound> sounds[] = {{"tone", Sound::Tone}, {"count", Sound::Count}};
 constexpr Choice<PipeFormat> pipeFormats[] = {{"420", PipeFormat::Yuv420},
                                               {"422", PipeFormat::Yuv422}};
 
@@ -90,6 +91,7 @@ void addOptions(QCommandLineParser &parser)
         {"frames", "End after so many frames; 0 goes on.", "count", "0"},
         {"first", "Number of the first frame.", "number", "0"},
         {"pattern", "moving, bars, ramp or black.", "name", "moving"},
+        {"sound", "tone, or count: each sample is its own number, inverted on every second channel.", "name", "tone"},
         {"level", "Level of the tone in dBFS.", "dB", "-20"},
         {"from", "Feed a media file or URL as live, looped, instead of a pattern.", "source"},
         {"stamp", "Draw the frame bar over the picture of --from."},
@@ -141,6 +143,7 @@ bool parse(const QStringList &arguments, Settings &settings, QString &error)
         {"frames", framesOk && settings.frames >= 0},
         {"first", firstOk},
         {"pattern", choose(text("pattern"), patterns, settings.pattern)},
+        {"sound", choose(text("sound"), sounds, settings.sound)},
         {"level", levelOk && std::isfinite(settings.levelDbfs)},
         {"pipe-format", choose(text("pipe-format"), pipeFormats, settings.pipeFormat)},
         {"fast", !settings.fast || (settings.pipe && settings.from.empty())},

@@ -12,6 +12,7 @@
 namespace cam {
 
 enum class Pattern { Moving, Bars, Ramp, Black };
+enum class Sound { Tone, Count };
 enum class PipeFormat { Yuv420, Yuv422 };
 
 /// What the command line asks for.
@@ -25,6 +26,7 @@ struct Settings {
     std::int64_t frames = 0; ///< 0 goes on until a signal
     std::uint32_t first = 0; ///< number of the first frame
     Pattern pattern = Pattern::Moving;
+    Sound sound = Sound::Tone;
     double levelDbfs = -20.0;
     std::string from;        ///< file or URL; empty generates the pattern
     bool stamp = false;      ///< draw the frame bar over a media file's picture
