@@ -7,6 +7,3 @@
 /// The clip, relative to the media directory, whose one frame stands in for a lost input of format
 /// \a desc; empty when there is none. The frame rate plays no part.
 QString findLossOfVideoFile(const OrbImageDesc &desc);
-
-/// The directory those clips are installed in.
-inline constexpr char lossOfVideoDirectory[] = "/usr/local/share/media";

@@ -6,6 +6,7 @@
 #include "liborb/orbalarmcontroller.h"
 #include "liborb/orblog.h"
 #include "liborb/orbvideodevice.h"
+#include "libvanta/lossofvideoclips.h"
 #include "transport/lossofvideo.h"
 
 void VtrObject::raiseAlarm(const OrbId &id, int level, const QString &text, int line)

@@ -30,13 +30,12 @@ private:
 
 void TestStockClips::everyClipIsTheOneThatTheEngineLooksFor()
 {
-    QCOMPARE(stockClips().size(), std::size_t(22));
     std::set<std::string> files;
-    for (const StockClip &stock : stockClips()) {
+    for (const LossOfVideoClip &stock : lossOfVideoClips) {
         OrbImageDesc desc;
         desc.setSize(stock.width, stock.height);
         desc.setScanMode(stock.isInterlaced ? OrbImageDesc::Interlaced : OrbImageDesc::Progressive);
-        desc.setDataType(OrbId(stock.codec == clip::Codec::ProRes422 ? 202 : 206));
+        desc.setDataType(OrbId(stock.family));
         QCOMPARE(findLossOfVideoFile(desc), QString::fromLatin1(stock.file));
         files.insert(stock.file);
     }
@@ -46,14 +45,14 @@ void TestStockClips::everyClipIsTheOneThatTheEngineLooksFor()
 void TestStockClips::everyClipHasItsRasterScanAndFamily_data()
 {
     QTest::addColumn<int>("index");
-    for (int i = 0; i < int(stockClips().size()); ++i)
-        QTest::newRow(stockClips()[std::size_t(i)].file) << i;
+    for (int i = 0; i < int(std::size(lossOfVideoClips)); ++i)
+        QTest::newRow(lossOfVideoClips[std::size_t(i)].file) << i;
 }
 
 void TestStockClips::everyClipHasItsRasterScanAndFamily()
 {
     QFETCH(int, index);
-    const StockClip &stock = stockClips()[std::size_t(index)];
+    const LossOfVideoClip &stock = lossOfVideoClips[std::size_t(index)];
     const std::string folder = _dir.path().toStdString();
     const clip::Error error = makeStockClip(stock, folder);
     QVERIFY2(!error, error.text.c_str());
@@ -63,7 +62,7 @@ void TestStockClips::everyClipHasItsRasterScanAndFamily()
     QCOMPARE(info.frames, std::int64_t(1));
     QCOMPARE(info.video.width, stock.width);
     QCOMPARE(info.video.height, stock.height);
-    QVERIFY(info.video.codec == stock.codec);
+    QVERIFY(info.video.codec == (stock.family == lossOfVideoFamily422 ? clip::Codec::ProRes422 : clip::Codec::ProRes4444));
     QVERIFY(info.video.scan == (stock.isInterlaced ? clip::Scan::Interlaced : clip::Scan::Progressive));
     QVERIFY(!stock.isInterlaced || info.video.topFieldFirst == (stock.height != 486));
     QVERIFY(info.isComplete);
@@ -74,8 +73,8 @@ void TestStockClips::everyClipHasItsRasterScanAndFamily()
 void TestStockClips::theSamePictureGivesTheSameClip()
 {
     const std::string folder = _dir.path().toStdString();
-    for (const StockClip &stock : stockClips()) {
-        if (stock.codec != clip::Codec::ProRes4444 || !stock.isInterlaced || stock.width > 2048)
+    for (const LossOfVideoClip &stock : lossOfVideoClips) {
+        if (stock.family != lossOfVideoFamily444 || !stock.isInterlaced || stock.width > 2048)
             continue;
         QByteArray before;
         for (int i = 0; i < 3; ++i) {
@@ -93,7 +92,7 @@ void TestStockClips::theSamePictureGivesTheSameClip()
 void TestStockClips::aClipThatIsThereIsReplaced()
 {
     const std::string folder = _dir.path().toStdString();
-    const StockClip &stock = stockClips()[0];
+    const LossOfVideoClip &stock = lossOfVideoClips[0];
     QVERIFY(!makeStockClip(stock, folder));
     QFile file(QString::fromStdString(folder + "/" + stock.file));
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
@@ -105,7 +104,7 @@ void TestStockClips::aClipThatIsThereIsReplaced()
 
 void TestStockClips::aFolderThatCannotBeMadeIsAnError()
 {
-    QVERIFY(bool(makeStockClip(stockClips()[0], "/proc/nowhere")));
+    QVERIFY(bool(makeStockClip(lossOfVideoClips[0], "/proc/nowhere")));
 }
 
 QTEST_APPLESS_MAIN(TestStockClips)

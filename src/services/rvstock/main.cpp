@@ -26,7 +26,7 @@ int main(int argc, char **argv)
 
     const QString folder = options.positionalArguments().constFirst();
     int failures = 0;
-    for (const StockClip &stock : stockClips()) {
+    for (const LossOfVideoClip &stock : lossOfVideoClips) {
         const QString path = folder + QLatin1Char('/') + QString::fromLatin1(stock.file);
         if (options.isSet(missing) && QFile::exists(path))
             continue;

@@ -2,50 +2,18 @@
 
 #include "libclip/clipwriter.h"
 #include "liborb/drivers/software/picturecoder.h"
-#include "liborb/orbidvalue.h"
 #include "libpicture/patterns.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <iterator>
+#include <span>
 #include <system_error>
 
 #include <unistd.h>
 
 namespace
 {
-
-constexpr clip::Codec family422 = clip::Codec::ProRes422;
-constexpr clip::Codec family444 = clip::Codec::ProRes4444;
-
-// clang-format off
-constexpr StockClip clips[] = {
-// width height interlaced family    file
-    { 720,  486, true,  family422, "prores_422/loss_of_video_525i_422.mov"},
-    { 720,  576, true,  family422, "prores_422/loss_of_video_625i_422.mov"},
-    {1280,  720, false, family422, "prores_422/loss_of_video_720p_422.mov"},
-    {1920, 1080, true,  family422, "prores_422/loss_of_video_1080i_422.mov"},
-    {1920, 1080, false, family422, "prores_422/loss_of_video_1080p_422.mov"},
-    {2048, 1080, true,  family422, "prores_422/loss_of_video_2ki_422.mov"},
-    {2048, 1080, false, family422, "prores_422/loss_of_video_2kp_422.mov"},
-    {3840, 2160, true,  family422, "prores_422/loss_of_video_qhdi_422.mov"},
-    {3840, 2160, false, family422, "prores_422/loss_of_video_qhdp_422.mov"},
-    {4096, 2160, true,  family422, "prores_422/loss_of_video_4ki_422.mov"},
-    {4096, 2160, false, family422, "prores_422/loss_of_video_4kp_422.mov"},
-    { 720,  486, true,  family444, "prores_444/loss_of_video_525i_444.mov"},
-    { 720,  576, true,  family444, "prores_444/loss_of_video_625i_444.mov"},
-    {1280,  720, false, family444, "prores_444/loss_of_video_720p_444.mov"},
-    {1920, 1080, true,  family444, "prores_444/loss_of_video_1080i_444.mov"},
-    {1920, 1080, false, family444, "prores_444/loss_of_video_1080p_444.mov"},
-    {2048, 1080, true,  family444, "prores_444/loss_of_video_2ki_444.mov"},
-    {2048, 1080, false, family444, "prores_444/loss_of_video_2kp_444.mov"},
-    {3840, 2160, true,  family444, "prores_444/loss_of_video_qhdi_444.mov"},
-    {3840, 2160, false, family444, "prores_444/loss_of_video_qhdp_444.mov"},
-    {4096, 2160, true,  family444, "prores_444/loss_of_video_4ki_444.mov"},
-    {4096, 2160, false, family444, "prores_444/loss_of_video_4kp_444.mov"},
-};
-// clang-format on
 
 /// One clip serves every rate of a raster.
 constexpr int frameRate = 25;
@@ -61,7 +29,7 @@ void drawCentred(const picture::View &view, int y, int scale, const std::string 
     picture::drawText(view, (view.width - width) / 2, y, scale, text.c_str());
 }
 
-void draw(const picture::View &view, const StockClip &stock)
+void draw(const picture::View &view, const LossOfVideoClip &stock)
 {
     for (int p = 0; p < 3; ++p) {
         for (int y = 0; y < view.height; ++y)
@@ -77,26 +45,27 @@ void draw(const picture::View &view, const StockClip &stock)
                     (stock.isInterlaced ? " interlaced" : " progressive"));
 }
 
-OrbImageDesc descOf(const StockClip &stock)
+OrbImageDesc descOf(const LossOfVideoClip &stock)
 {
     OrbImageDesc desc;
     desc.setSize(stock.width, stock.height);
     desc.setFrameRate(frameRate, 1);
     desc.setScanMode(stock.isInterlaced ? OrbImageDesc::Interlaced : OrbImageDesc::Progressive);
-    desc.setDataType(OrbId(stock.codec == family422 ? OrbIdImageProRes422 : OrbIdImageProRes4444));
+    desc.setDataType(OrbId(stock.family));
     return desc;
 }
 
-clip::ClipInfo infoOf(const StockClip &stock)
+clip::ClipInfo infoOf(const LossOfVideoClip &stock)
 {
     clip::ClipInfo info;
-    info.video = {stock.codec, stock.width, stock.height, frameRate, 1,
+    const bool is422 = stock.family == lossOfVideoFamily422;
+    info.video = {is422 ? clip::Codec::ProRes422 : clip::Codec::ProRes4444, stock.width, stock.height, frameRate, 1,
                   stock.isInterlaced ? clip::Scan::Interlaced : clip::Scan::Progressive,
                   !ferin::isBottomFieldFirst(stock.height)};
     return info;
 }
 
-clip::Error write(const std::string &path, const StockClip &stock, std::span<const std::byte> coded)
+clip::Error write(const std::string &path, const LossOfVideoClip &stock, std::span<const std::byte> coded)
 {
     clip::ClipWriter writer;
     if (const clip::Error error = writer.open(path, infoOf(stock)))
@@ -108,12 +77,7 @@ clip::Error write(const std::string &path, const StockClip &stock, std::span<con
 
 } // namespace
 
-std::span<const StockClip> stockClips()
-{
-    return clips;
-}
-
-clip::Error makeStockClip(const StockClip &stock, const std::string &folder)
+clip::Error makeStockClip(const LossOfVideoClip &stock, const std::string &folder)
 {
     QString problem;
     const auto coder = ferin::createFfmpegCoder(descOf(stock), problem);
