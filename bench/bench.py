@@ -282,10 +282,11 @@ def topic_store(bin_dir):
     output = run_program(bin_dir, "store_mqtt", os.path.join(bin_dir, "rvstore"), broker)
     for line in output.strip().split("\n"):
         name, ours, theirs, unit, better = line.split("; ")
-        ratio = float(ours) / float(theirs)
+        ours, theirs = float(ours), float(theirs)
+        ratio = ours / theirs
         is_met = ratio <= 1.0 if better == "less" else ratio >= 1.0
-        row(name, f"{float(ours):.0f} {unit}")
-        row("    broker", f"{float(theirs):.0f} {unit}")
+        row(name, f"{ours:.{0 if ours > 10 else 2}f} {unit}")
+        row("    broker", f"{theirs:.0f} {unit}")
         row("    store : broker", f"{ratio:.2f}", f"at {'most' if better == 'less' else 'least'} 1.00", is_met)
 
 

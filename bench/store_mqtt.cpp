@@ -110,6 +110,8 @@ public:
     virtual void send(std::uint32_t value) = 0;
     /// Wait until the other side has confirmed what was handed over.
     virtual void confirm() = 0;
+    /// A client that is there asks for the value.
+    virtual void get() = 0;
     /// A new client comes to hold a value, and goes.
     virtual void coldRead() = 0;
     Counter &arrived() { return _arrived; }
@@ -153,6 +155,13 @@ public:
         }
     }
 
+    void get() override
+    {
+        if (!_sender->value(eParamGotoClipIndex)) {
+            fail("the store has no value");
+        }
+    }
+
     void coldRead() override { open()->value(eParamEncodeType); }
 
 private:
@@ -179,6 +188,9 @@ public:
         _sender = open(this);
         mosquitto_publish_callback_set(_sender, [](mosquitto *, void *self, int) {
             static_cast<MqttSystem *>(self)->_confirmed.add();
+        });
+        mosquitto_message_callback_set(_sender, [](mosquitto *, void *self, const mosquitto_message *) {
+            static_cast<MqttSystem *>(self)->_got.add();
         });
         send(0);
         confirm();
@@ -220,6 +232,15 @@ public:
         _confirmed.wait();
     }
 
+    /// A broker has no question of its own: it sends what it retains to whom subscribes.
+    void get() override
+    {
+        _got.expect(1);
+        mosquitto_subscribe(_sender, nullptr, topic, 1);
+        _got.wait();
+        mosquitto_unsubscribe(_sender, nullptr, topic);
+    }
+
     void coldRead() override
     {
         Counter got;
@@ -259,6 +280,7 @@ private:
     mosquitto *_sender = nullptr;
     std::vector<mosquitto *> _clients;
     Counter _confirmed;
+    Counter _got;
 };
 
 double microseconds(Clock::time_point begun)
@@ -292,6 +314,7 @@ private:
 
 struct Figures {
     Times set;
+    Times get;
     Times cold;
     Times event;
     double bulkSeconds = 0;
@@ -304,6 +327,7 @@ void measureSets(System &system, Figures &figures)
         system.send(static_cast<std::uint32_t>(i));
         system.confirm();
     });
+    figures.get.measure(latencies / rounds, [&](int) { system.get(); });
     figures.cold.measure(coldReads / rounds, [&](int) { system.coldRead(); });
     const auto begun = Clock::now();
     for (int i = 0; i < bulk / rounds; i += 500) {
@@ -443,6 +467,8 @@ int main(int argc, char **argv)
     constexpr double delivered = double(bursts) * burst * listeners;
     row("set, confirmed: median", store.set.part(50), broker.set.part(50), "us", "less");
     row("set, confirmed: 99 %", store.set.part(99), broker.set.part(99), "us", "less");
+    row("get: median", store.get.part(50), broker.get.part(50), "us", "less");
+    row("get: 99 %", store.get.part(99), broker.get.part(99), "us", "less");
     row("set to event in another client: median", store.event.part(50), broker.event.part(50), "us", "less");
     row("set to event in another client: 99 %", store.event.part(99), broker.event.part(99), "us", "less");
     row("new client holds a value: median", store.cold.part(50), broker.cold.part(50), "us", "less");
