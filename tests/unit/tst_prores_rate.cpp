@@ -22,6 +22,7 @@ private slots:
     void noiseNeverExceedsTheLargestSize_data();
     void noiseNeverExceedsTheLargestSize();
     void easyPicturesStayBelowAtTheFinestScale();
+    void restartedItCodesAsIfNothingHadBeen();
     void alphaComesOnTopOfTheRate();
     void fractionalScalesMixTheirNeighbours();
     void logarithmsInIntegersAreRight();
@@ -194,6 +195,24 @@ void ProresRate::easyPicturesStayBelowAtTheFinestScale()
         encode(encoder, flat, &report);
     QCOMPARE(report.scale, 1.0);
     QVERIFY(report.bytes * 10 < usualFrameBytes(format));
+}
+
+void ProresRate::restartedItCodesAsIfNothingHadBeen()
+{
+    const Format format = formatOf(Profile::Standard, 720, 320);
+    Encoder encoder(format);
+    QByteArrayList first;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 3; ++i) {
+            const QByteArray frame = encode(encoder, naturalLike(format, i, 60));
+            if (round == 0)
+                first.append(frame);
+            else
+                QCOMPARE(frame, first.at(i));
+        }
+        encode(encoder, noise(format, 5));
+        encoder.restart();
+    }
 }
 
 void ProresRate::alphaComesOnTopOfTheRate()

@@ -19,6 +19,8 @@ private slots:
     void everyIndexAndEveryExtremeDecodes();
     void planesOfUnlikeStridesGiveTheSameFrame();
     void samplesAboveTheDepthCountAsTheLargest();
+    void halfChromaIsCodedAsItsMeansWouldBe_data();
+    void halfChromaIsCodedAsItsMeansWouldBe();
     void whatCannotBeCodedIsRefused();
 };
 
@@ -213,6 +215,42 @@ void ProresValidity::samplesAboveTheDepthCountAsTheLargest()
     QCOMPARE(encode(encoder, over), encode(other, clamped));
 }
 
+void ProresValidity::halfChromaIsCodedAsItsMeansWouldBe_data()
+{
+    QTest::addColumn<Format>("format");
+    QTest::newRow("whole slices") << formatOf(Profile::P4444, 256, 32);
+    QTest::newRow("an odd raster") << formatOf(Profile::P4444, 150, 50);
+    QTest::newRow("fields") << formatOf(Profile::P4444, 270, 70, Scan::BottomFirst);
+    QTest::newRow("twelve bits") << formatOf(Profile::P4444, 32, 16, Scan::Progressive, 12);
+}
+
+void ProresValidity::halfChromaIsCodedAsItsMeansWouldBe()
+{
+    QFETCH(const Format, format);
+    Format half = format;
+    half.isChromaHalf = true;
+    const OwnPicture whole = naturalLike(format);
+    Format narrow = format;
+    narrow.profile = Profile::Hq; // for its planes only
+    OwnPicture given(narrow);
+    OwnPicture meant(format);
+    given.samples[0] = meant.samples[0] = whole.samples[0];
+    const int last = format.width - 2;
+    for (int p = 1; p < 3; ++p) {
+        for (int y = 0; y < format.height; ++y) {
+            for (int x = 0; x <= last; x += 2) {
+                const int here = whole.at(p, x, y);
+                const int next = x < last ? whole.at(p, x + 2, y) : here;
+                given.at(p, x / 2, y) = meant.at(p, x, y) = static_cast<std::uint16_t>(here);
+                meant.at(p, x + 1, y) = static_cast<std::uint16_t>((here + next + 1) / 2);
+            }
+        }
+    }
+    Encoder encoder(format);
+    Encoder other(half);
+    QCOMPARE(encode(other, given), encode(encoder, meant));
+}
+
 void ProresValidity::whatCannotBeCodedIsRefused()
 {
     QVERIFY(isValid(formatOf(Profile::Hq, 2, 1)));
@@ -228,6 +266,9 @@ void ProresValidity::whatCannotBeCodedIsRefused()
     format.hasAlpha = true;
     QVERIFY(!isValid(format));
     format.hasAlpha = false;
+    format.isChromaHalf = true;
+    QVERIFY(!isValid(format)); // it is so in 4:2:2 anyway
+    format.isChromaHalf = false;
     Encoder encoder(format);
     const OwnPicture picture = naturalLike(format);
     std::uint8_t small[100];

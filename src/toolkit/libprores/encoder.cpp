@@ -57,6 +57,7 @@ struct Encoder::Private {
     Workers *workers;
     const Kernels &kernels;
     SliceCoder coder;
+    std::size_t wanted;
     RateControl rate;
     std::size_t largest;
     std::size_t headerBytes = frameHeaderBytes; // all but the slices
@@ -71,7 +72,7 @@ struct Encoder::Private {
 
 Encoder::Private::Private(const Format &f, const Settings &s, Workers *w)
     : format(f), settings(s), workers(w), kernels(kernelsOf(s.path)), coder(format, kernels),
-      rate(s.wantedBytes > 0 ? s.wantedBytes : usualFrameBytes(f)),
+      wanted(s.wantedBytes > 0 ? s.wantedBytes : usualFrameBytes(f)), rate(wanted),
       largest(s.largestBytes > 0 ? s.largestBytes : largestFrameBytes(f)), pictures(picturesIn(f))
 {
     settings.index = std::clamp(settings.index, 0, largestIndex);
@@ -235,6 +236,11 @@ std::size_t Encoder::room() const
     if (_d->settings.index == 0 && !_d->format.hasAlpha)
         return _d->largest;
     return _d->headerBytes + _d->sliceBytes.size() * SliceCoder::largestSliceBytes();
+}
+
+void Encoder::restart()
+{
+    _d->rate = RateControl(_d->wanted);
 }
 
 FrameReport Encoder::encode(const Picture &picture, std::uint8_t *to, std::size_t room)

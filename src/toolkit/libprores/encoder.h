@@ -42,6 +42,8 @@ public:
     const char *pathName() const;
     /// Room that is enough for every frame.
     std::size_t room() const;
+    /// Forgets the pictures coded so far: another stream of the same format begins.
+    void restart();
     /// Codes \a picture, of the stream's format, to \a to.
     FrameReport encode(const Picture &picture, std::uint8_t *to, std::size_t room);
 

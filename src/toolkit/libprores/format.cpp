@@ -35,7 +35,9 @@ bool isValid(const Format &format)
         return false;
     if (format.isInterlaced() && format.height < 2)
         return false;
-    if (format.hasAlpha && !format.is444())
+    if ((format.hasAlpha || format.isChromaHalf) && !format.is444())
+        return false;
+    if (format.isChromaHalf && format.width % 2 != 0)
         return false;
     if (format.rateNumerator < 0 || format.rateDenominator < 1)
         return false;

@@ -16,6 +16,7 @@ struct Format {
     Scan scan = Scan::Progressive;
     int bitDepth = 10;                   ///< of the samples given: 10, or 12
     bool hasAlpha = false;               ///< a fourth plane of the same depth; P4444 only
+    bool isChromaHalf = false;           ///< P4444 only: Cb and Cr are given as in 4:2:2; the means stand between
     int rateNumerator = 0;               ///< frames a second, 0 = unknown
     int rateDenominator = 1;
     std::uint8_t aspect = 0;             ///< 0 unknown, 1 square samples, 2 4:3, 3 16:9

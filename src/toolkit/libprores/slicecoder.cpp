@@ -24,6 +24,17 @@ Quantiser quantiserOf(const Matrix &matrix, int index, const std::array<std::uin
     return quantiser;
 }
 
+// Twice as many samples: those between two are their mean. The last one has a neighbour, or is repeated.
+void widen(const std::uint16_t *from, int samples, bool hasNeighbour, std::uint16_t *to)
+{
+    for (int x = 0; x + 1 < samples + (hasNeighbour ? 1 : 0); ++x) {
+        to[2 * x] = from[x];
+        to[2 * x + 1] = static_cast<std::uint16_t>((from[x] + from[x + 1] + 1) / 2);
+    }
+    if (!hasNeighbour)
+        to[2 * samples - 2] = to[2 * samples - 1] = from[samples - 1];
+}
+
 void prefetchPlane(const Lines &lines, SlicePlace place, int plane, int unit)
 {
 #ifdef __GNUC__
@@ -68,7 +79,7 @@ SliceCoder::SliceCoder(const Format &format, const Kernels &kernels)
 }
 
 // Samples are read where they lie when the slice is wide and inside the picture; elsewhere they are copied,
-// the last column and line repeated.
+// the last column and line repeated, chroma widened.
 Tiles SliceCoder::tiles(const Lines &lines, SlicePlace place, int plane, SliceScratch &scratch) const
 {
     const bool isHalf = !_format.is444() && (plane == 1 || plane == 2);
@@ -78,13 +89,18 @@ Tiles SliceCoder::tiles(const Lines &lines, SlicePlace place, int plane, SliceSc
     const int top = place.row * 16;
     const int width = unit * widestSlice;
     const std::uint16_t *from = lines.plane[plane] + top * lines.stride[plane] + left;
-    if (left + width <= planeWidth && top + 16 <= lines.geometry.height)
+    const bool isWidened = _format.isChromaHalf && (plane == 1 || plane == 2);
+    if (left + width <= planeWidth && top + 16 <= lines.geometry.height && !isWidened)
         return {{from, from + 64}, lines.stride[plane]};
     std::uint16_t *to = scratch.padded[plane];
     const int columns = std::min(width, planeWidth - left);
     for (int y = 0; y < 16; ++y, to += width) {
         const int line = std::min(top + y, lines.geometry.height - 1);
-        std::copy_n(lines.plane[plane] + line * lines.stride[plane] + left, columns, to);
+        from = lines.plane[plane] + line * lines.stride[plane] + (isWidened ? left / 2 : left);
+        if (isWidened)
+            widen(from, columns / 2, left + columns < planeWidth, to);
+        else
+            std::copy_n(from, columns, to);
         std::fill(to + columns, to + width, to[columns - 1]);
     }
     return {{scratch.padded[plane], scratch.padded[plane] + 64}, width};
@@ -120,8 +136,9 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
 void SliceCoder::prefetch(const Lines &lines, SlicePlace place) const
 {
     prefetchPlane(lines, place, 0, 16);
-    prefetchPlane(lines, place, 1, _format.is444() ? 16 : 8);
-    prefetchPlane(lines, place, 2, _format.is444() ? 16 : 8);
+    const int chromaUnit = _format.is444() && !_format.isChromaHalf ? 16 : 8;
+    prefetchPlane(lines, place, 1, chromaUnit);
+    prefetchPlane(lines, place, 2, chromaUnit);
 }
 
 void SliceCoder::quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const
