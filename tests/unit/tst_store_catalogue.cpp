@@ -62,8 +62,9 @@ private slots:
             }
         }
         QCOMPARE(momentary,
-                 QStringList({"eParamPlayList", "eParamPlayListEdit", "eParamMediaLoading", "eParamTransportCommand",
-                              "eParamGotoClipName", "eParamGotoClipIndex", "eParamMediaUpdated"}));
+                 QStringList({"eParamPlayList", "eParamPlayListEdit", "eParamMediaRequest", "eParamMediaAnswer",
+                              "eParamMediaLoading", "eParamTransportCommand", "eParamGotoClipName",
+                              "eParamGotoClipIndex", "eParamMediaUpdated"}));
     }
 
     void defaultsAreThoseOfARecorderOutOfTheBox_data()
