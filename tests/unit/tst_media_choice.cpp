@@ -14,17 +14,23 @@ namespace {
 
 MediumFacts slot(const std::string &path, bool isPresent = true, double freePercent = 50)
 {
-    return {path, true, isPresent, freePercent, false};
+    return {path, true, isPresent, freePercent, false, true};
 }
 
 MediumFacts named(const std::string &path, bool isPresent = true, double freePercent = 50)
 {
-    return {path, false, isPresent, freePercent, false};
+    return {path, false, isPresent, freePercent, false, true};
 }
 
 MediumFacts coming(const std::string &path)
 {
-    return {path, true, false, 0, true};
+    return {path, true, false, 0, true, true};
+}
+
+MediumFacts readOnly(MediumFacts medium)
+{
+    medium.isWritable = false;
+    return medium;
 }
 
 using Media = std::vector<MediumFacts>;
@@ -45,6 +51,8 @@ private slots:
     void aRolloverMediumStaysWhileItHasRoom();
     void aRolloverMediumThatComesDuringARecordingIsTaken();
     void aRolloverMediumThatIsPulledOutIsReplacedOrForgotten();
+    void aMediumThatCannotBeWrittenIsNeverNext();
+    void aMediumThatCannotBeWrittenBecomesActiveOnlyWithoutAnother();
     void theActiveMediumIsNeverItsOwnNext();
     void nothingIsDecidedAgainstAMediumThatIsJustComing();
     void tenRolloversGoRoundThreeMedia();
@@ -124,6 +132,31 @@ void TestMediaChoice::aRolloverMediumThatIsPulledOutIsReplacedOrForgotten()
     QVERIFY(choosePaths({slot("/a"), slot("/b", false), slot("/c")}, {"/a", "/b"}, true) ==
             (MediaPaths{"/a", "/c"}));
     QVERIFY(choosePaths({slot("/a"), slot("/b", false)}, {"/a", "/b"}, true) == (MediaPaths{"/a", ""}));
+}
+
+void TestMediaChoice::aMediumThatCannotBeWrittenIsNeverNext()
+{
+    const MediumFacts a = slot("/a"), b = readOnly(slot("/b")), x = readOnly(named("/x"));
+    QCOMPARE(nextMedium({a, b, slot("/c")}, "/a"), std::string("/c"));
+    QCOMPARE(nextMedium({a, b}, "/a"), std::string());
+    QCOMPARE(nextMedium({a, b, slot("/c", true, 3)}, "/a"), std::string("/c"));
+    for (const bool isInUse : {false, true}) {
+        QVERIFY(choosePaths({a, b}, {"/a", ""}, isInUse) == (MediaPaths{"/a", ""}));
+        QVERIFY(choosePaths({a, b}, {"/a", "/b"}, isInUse) == (MediaPaths{"/a", ""}));
+        QVERIFY(choosePaths({a, b, slot("/c", true, 3)}, {"/a", "/b"}, isInUse) == (MediaPaths{"/a", "/c"}));
+        // Not even when a client has named it.
+        QVERIFY(choosePaths({a, x}, {"/a", "/x"}, isInUse) == (MediaPaths{"/a", ""}));
+    }
+    QVERIFY(afterRollover({a, b, slot("/c")}, {"/a", "/c"}) == (MediaPaths{"/c", "/a"}));
+}
+
+void TestMediaChoice::aMediumThatCannotBeWrittenBecomesActiveOnlyWithoutAnother()
+{
+    const MediumFacts a = readOnly(slot("/a"));
+    QVERIFY(choosePaths({a, slot("/b")}, {}, false) == (MediaPaths{"/b", ""}));
+    QVERIFY(choosePaths({a, slot("/b", false)}, {}, false) == (MediaPaths{"/a", ""}));
+    // Once it is there it stays: it may be there to be played.
+    QVERIFY(choosePaths({a, slot("/b")}, {"/a", ""}, false) == (MediaPaths{"/a", "/b"}));
 }
 
 void TestMediaChoice::theActiveMediumIsNeverItsOwnNext()

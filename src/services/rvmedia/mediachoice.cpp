@@ -11,9 +11,14 @@ const MediumFacts *factsOf(const std::vector<MediumFacts> &media, const std::str
     return found == media.end() ? nullptr : &*found;
 }
 
+bool takesClips(const MediumFacts &medium)
+{
+    return medium.isPresent && medium.isWritable;
+}
+
 bool hasRoom(const MediumFacts &medium)
 {
-    return medium.isPresent && medium.freePercent > roomPercent;
+    return takesClips(medium) && medium.freePercent > roomPercent;
 }
 
 std::string chooseActive(const std::vector<MediumFacts> &media, const std::string &now)
@@ -21,25 +26,27 @@ std::string chooseActive(const std::vector<MediumFacts> &media, const std::strin
     const MediumFacts *medium = factsOf(media, now);
     if (!now.empty() && (!medium || !medium->isSlot || medium->isPresent || medium->isComing))
         return now;
-    const auto first = std::ranges::find_if(media, [](const MediumFacts &other) {
-        return other.isSlot && (other.isPresent || other.isComing);
+    auto first = std::ranges::find_if(media, [](const MediumFacts &other) {
+        return other.isSlot && (takesClips(other) || other.isComing);
     });
+    if (first == media.end())
+        first = std::ranges::find_if(
+            media, [](const MediumFacts &other) { return other.isSlot && other.isPresent; });
     return first == media.end() || first->isComing ? std::string() : first->path;
 }
 
 std::string chooseRollover(const std::vector<MediumFacts> &media, const MediaPaths &now)
 {
-    const MediumFacts *medium = factsOf(media, now.rollover);
-    const bool isPresent = medium && medium->isPresent && now.rollover != now.active;
-    const bool isComing = medium && medium->isComing && now.rollover != now.active;
-    if (isComing || (isPresent && hasRoom(*medium)))
+    const MediumFacts *medium = now.rollover == now.active ? nullptr : factsOf(media, now.rollover);
+    if (medium && (medium->isComing || hasRoom(*medium)))
         return now.rollover;
+    const bool isUsable = medium && takesClips(*medium);
     const std::string next = nextMedium(media, now.active);
     const MediumFacts *better = factsOf(media, next);
-    if (better && (hasRoom(*better) || !isPresent))
+    if (better && (hasRoom(*better) || !isUsable))
         return next;
-    const bool isClients = medium && !medium->isSlot && now.rollover != now.active;
-    return isPresent || isClients ? now.rollover : std::string();
+    const bool isClients = medium && !medium->isSlot && !medium->isPresent;
+    return isUsable || isClients ? now.rollover : std::string();
 }
 
 } // namespace
@@ -51,7 +58,7 @@ std::string nextMedium(const std::vector<MediumFacts> &media, const std::string 
     std::vector<MediumFacts> round(begin, media.end());
     round.insert(round.end(), media.begin(), begin);
     std::erase_if(round, [&](const MediumFacts &medium) {
-        return medium.path == active || !medium.isPresent;
+        return medium.path == active || !takesClips(medium);
     });
     const auto roomy = std::ranges::find_if(round, hasRoom);
     if (roomy != round.end())
