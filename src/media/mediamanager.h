@@ -36,6 +36,8 @@ public:
     int getRolloverInhibit(const PathInfo &info) const;
     /// Measures \a path. A medium that hangs is a failed query after a few milliseconds.
     static bool getPathInfo(const QString &path, PathInfo &info);
+    /// The check of the active medium, when the event is of this object's own timer.
+    void timerEvent(QTimerEvent *event) override;
 
 signals:
     void shouldRolloverNow();
@@ -51,9 +53,6 @@ public slots:
     void setActivePath(const QString &path);
     void setRolloverPath(const QString &path);
     void setStorageInUse(bool inUse);
-
-protected:
-    void timerEvent(QTimerEvent *event) override;
 
 private:
     void checkActivePath();

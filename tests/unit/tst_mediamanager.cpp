@@ -162,6 +162,12 @@ void TestMediaManager::signalsAndSlotsStandInTheirOrder()
              QStringLiteral("setRolloverEnabled(bool)"), QStringLiteral("markRolloverInProgress()"),
              QStringLiteral("markRolloverComplete(bool)"), QStringLiteral("setActivePath(QString)"),
              QStringLiteral("setRolloverPath(QString)"), QStringLiteral("setStorageInUse(bool)")}));
+    const auto parameters = [&meta](int signalNumber) {
+        return meta.method(meta.methodOffset() + signalNumber).parameterNames().join(' ');
+    };
+    QCOMPARE(parameters(1), QByteArray("activePath rolloverPath"));
+    QCOMPARE(parameters(2), QByteArray("success activePath rolloverPath"));
+    QCOMPARE(parameters(4), QByteArray("isInUse"));
 }
 
 void TestMediaManager::atNinePercentRolloverIsAskedForOnEveryTickUntilItIsMarked()
@@ -586,6 +592,7 @@ void TestMediaManager::otherTimersAreNotTicks()
     _manager->setActivePath(active);
     QTimerEvent other(-1);
     QCoreApplication::sendEvent(&*_manager, &other);
+    _manager->timerEvent(&other);
     QCOMPARE(_stops->count(), 0);
     pass(1);
     QCOMPARE(_stops->count(), 1);
