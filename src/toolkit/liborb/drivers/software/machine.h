@@ -90,7 +90,7 @@ private:
     void drainInput();
     QByteArray soundBlock();
     OrbTimecode capture(const Grab &grab, const QByteArray &sound);
-    OrbFrame buildFrame(const Grab &grab, const QByteArray &sound, OrbBuffer &hooked);
+    OrbFrame buildFrame(const Grab &grab, const QByteArray &sound, std::int64_t number, OrbBuffer &hooked);
     OutputFrame liveOutput(const std::vector<Grab> &grabs, const QByteArray &sound,
                            const OrbTimecode &label) const;
 
@@ -146,6 +146,7 @@ private:
     std::unique_ptr<SignalGenerator> _generator;
     SoundGenerator _tone;
     SoundFifo _inputSound;
+    bool _followsInput = false; ///< each of its frames is captured
     OrbTimecode _inputTimecode;
     bool _recordFlag = false;
     std::int64_t _soundFrame = 0;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace ferin {
 
@@ -80,6 +81,9 @@ Machine::Grab Machine::grabGenerator(SignalGenerator &generator, const Beat &now
 
 std::vector<Machine::Grab> Machine::grabInput(const Beat &now)
 {
+    // The sound of frames that nobody took would stay ahead of all that follow.
+    if (!std::exchange(_followsInput, true))
+        _inputSound.clear();
     std::int64_t shiftNs = 0;
     const int due = _port.framesDue(_clock.periodNs(), shiftNs);
     if (shiftNs != 0)
@@ -150,6 +154,7 @@ void Machine::noteInput(const InputFrame &frame)
 
 void Machine::drainInput()
 {
+    _followsInput = false;
     InputFrame frame;
     bool came = false;
     for (int i = _port.framesToDrain(); i > 0 && _port.take(frame); --i) {
@@ -180,7 +185,7 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
     CaptureEntry entry;
     OrbBuffer hooked;
     if (!isDropped)
-        entry.frame = buildFrame(item, sound, hooked);
+        entry.frame = buildFrame(item, sound, _captured, hooked);
     entry.inputTimecode = item.inputTimecode;
     entry.cameraRecords = item.hasRecordFlag && item.recordFlag
                           && _run->setup.cameraInput().isValid();
@@ -202,13 +207,13 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
     return label;
 }
 
-OrbFrame Machine::buildFrame(const Grab &item, const QByteArray &sound, OrbBuffer &hooked)
+OrbFrame Machine::buildFrame(const Grab &item, const QByteArray &sound, std::int64_t number, OrbBuffer &hooked)
 {
     OrbFrame frame;
     OrbBuffer plane;
     if (item.hasSignal) {
         const RawPictureRef raw = item.isShared ? item.picture : counted(item.picture, _raws);
-        plane = _encoder.promise(raw, _run->image);
+        plane = _encoder.promise(raw, _run->image, number);
     }
     frame.vids().append(OrbImage(_run->image, plane));
     hooked = plane;
