@@ -20,7 +20,7 @@ MAY_INCLUDE = [
     ("src/toolkit/libclip",                  []),
     ("src/toolkit/libmessages",              []),
     ("src/toolkit/libconfig",                ["libmessages", "catalogue"]),
-    ("src/toolkit/liborb",                   ["libpicture", "libbus", "libclip"]),
+    ("src/toolkit/liborb",                   ["libpicture", "libprores", "libbus", "libclip"]),
     ("src/toolkit/libvanta",                 ["libclip", "libconfig", "libmessages", "liborb", "catalogue"]),
     ("src/services",                         TOOLKIT + ["services"]),
     ("src/transport",                        TOOLKIT + ["aux"]),

@@ -6,6 +6,12 @@ foreach(topic validity paths rate)
     target_link_libraries(tst_prores_${topic} PRIVATE prores PkgConfig::FFMPEG)
 endforeach()
 
+# The recorder's own ProRes.
+rv_test(tst_prores_recording fast
+    ${CMAKE_CURRENT_LIST_DIR}/tst_prores_recording.cpp ${CMAKE_CURRENT_LIST_DIR}/prorestools.h)
+target_include_directories(tst_prores_recording PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(tst_prores_recording PRIVATE orbcodecs prores clip PkgConfig::FFMPEG)
+
 # make bigendian, make bits32: the portable path on an emulated big-endian machine, and on one of 32 bits, where
 # their compilers are installed (g++-s390x-linux-gnu with qemu-user, g++-i686-linux-gnu).
 function(prores_elsewhere target compiler emulator)

@@ -1,6 +1,7 @@
 # Raw pictures, the coder and decoder pools, live inputs.
 rv_library(orbcodecs
     drivers/software/businput.cpp
+    drivers/software/codedmemory.cpp
     drivers/software/decoder.cpp
     drivers/software/encoder.cpp
     drivers/software/ffmpegcoder.cpp
@@ -11,10 +12,11 @@ rv_library(orbcodecs
     drivers/software/mediareader.cpp
     drivers/software/pictureconverter.cpp
     drivers/software/picturedecoder.cpp
+    drivers/software/prorescoder.cpp
     drivers/software/rawpicture.cpp
     drivers/software/streamrate.cpp
 )
-target_link_libraries(orbcodecs PUBLIC orbvalues picture bus PkgConfig::FFMPEG)
+target_link_libraries(orbcodecs PUBLIC orbvalues picture bus prores PkgConfig::FFMPEG)
 # Every sample of every frame passes here: never at debug speed.
 set_source_files_properties(
     drivers/software/ffmpegcoder.cpp drivers/software/pictureconverter.cpp

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "liborb/drivers/software/encoder.h"
 #include "liborb/orbid.h"
 #include "liborb/orbimagedesc.h"
 
@@ -21,6 +22,7 @@ struct DeviceConfig {
     RefAnswer refPresent = RefAnswer::Auto;
     RefAnswer refLocked = RefAnswer::Auto;
     int coderWorkers = 0;            ///< 0: one a core
+    ProResBy proRes = ProResBy::Own;
     int rawMegabytes = 200;          ///< raw pictures that may be in use at once
 
     /// The source behind \a connector; "none" for one that nothing is said about.

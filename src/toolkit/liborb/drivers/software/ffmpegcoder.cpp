@@ -167,16 +167,10 @@ bool FfmpegCoder::open(QString &problem)
 
 void FfmpegCoder::setColour()
 {
-    if (!isStandardDefinition(_desc.height())) {
-        _context->color_primaries = AVCOL_PRI_BT709;
-        _context->color_trc = AVCOL_TRC_BT709;
-        _context->colorspace = AVCOL_SPC_BT709;
-    } else {
-        const bool is525 = isBottomFieldFirst(_desc.height());
-        _context->color_primaries = is525 ? AVCOL_PRI_SMPTE170M : AVCOL_PRI_BT470BG;
-        _context->color_trc = AVCOL_TRC_BT709; // the same curve
-        _context->colorspace = AVCOL_SPC_SMPTE170M;
-    }
+    const Colour colour = colourOf(_desc.height()); // the library numbers it the same way
+    _context->color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+    _context->color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+    _context->colorspace = static_cast<AVColorSpace>(colour.matrix);
     _context->color_range = AVCOL_RANGE_MPEG;
     _context->chroma_sample_location = AVCHROMA_LOC_LEFT;
 }

@@ -58,7 +58,7 @@ Machine::Machine(const DeviceConfig &config, Mailbox &mail, OrbVideoDriverHost *
     : _config(config)
     , _mail(mail)
     , _host(host)
-    , _encoder(config.coderWorkers)
+    , _encoder(config.coderWorkers, config.proRes)
     , _decoder(config.coderWorkers)
     , _output(config.programBus)
     , _port(_config, [this](const OrbVideoState &state) { inputStateChanged(state); })

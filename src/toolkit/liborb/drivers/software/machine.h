@@ -90,7 +90,7 @@ private:
     void drainInput();
     QByteArray soundBlock();
     OrbTimecode capture(const Grab &grab, const QByteArray &sound);
-    OrbFrame buildFrame(const Grab &grab, const QByteArray &sound, OrbBuffer &hooked);
+    OrbFrame buildFrame(const Grab &grab, const QByteArray &sound, std::int64_t number, OrbBuffer &hooked);
     OutputFrame liveOutput(const std::vector<Grab> &grabs, const QByteArray &sound,
                            const OrbTimecode &label) const;
 

@@ -185,7 +185,7 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
     CaptureEntry entry;
     OrbBuffer hooked;
     if (!isDropped)
-        entry.frame = buildFrame(item, sound, hooked);
+        entry.frame = buildFrame(item, sound, _captured, hooked);
     entry.inputTimecode = item.inputTimecode;
     entry.cameraRecords = item.hasRecordFlag && item.recordFlag
                           && _run->setup.cameraInput().isValid();
@@ -207,13 +207,13 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
     return label;
 }
 
-OrbFrame Machine::buildFrame(const Grab &item, const QByteArray &sound, OrbBuffer &hooked)
+OrbFrame Machine::buildFrame(const Grab &item, const QByteArray &sound, std::int64_t number, OrbBuffer &hooked)
 {
     OrbFrame frame;
     OrbBuffer plane;
     if (item.hasSignal) {
         const RawPictureRef raw = item.isShared ? item.picture : counted(item.picture, _raws);
-        plane = _encoder.promise(raw, _run->image);
+        plane = _encoder.promise(raw, _run->image, number);
     }
     frame.vids().append(OrbImage(_run->image, plane));
     hooked = plane;

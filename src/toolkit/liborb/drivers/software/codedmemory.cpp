@@ -1,0 +1,82 @@
+#include "liborb/drivers/software/codedmemory.h"
+
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace ferin {
+
+namespace {
+
+constexpr std::size_t alignment = 64;
+
+struct FreeMemory {
+    void operator()(std::uint8_t *memory) const { std::free(memory); }
+};
+using Memory = std::unique_ptr<std::uint8_t, FreeMemory>;
+
+} // namespace
+
+/// Outlives its owner as long as pieces are out.
+struct CodedMemory::Shared {
+    std::size_t room = 0;
+    mutable std::mutex mutex;
+    std::vector<Memory> idle; // guarded
+    bool isOwned = true;      // guarded
+
+    Memory next()
+    {
+        const std::lock_guard lock(mutex);
+        if (idle.empty())
+            return Memory(static_cast<std::uint8_t *>(std::aligned_alloc(alignment, room)));
+        Memory memory = std::move(idle.back()); // the one that the caches know
+        idle.pop_back();
+        return memory;
+    }
+
+    void giveBack(Memory memory)
+    {
+        const std::lock_guard lock(mutex);
+        if (isOwned && idle.size() < static_cast<std::size_t>(mostIdle))
+            idle.push_back(std::move(memory));
+    }
+};
+
+CodedMemory::CodedMemory(std::size_t room) : _d(std::make_shared<Shared>())
+{
+    _d->room = (room + alignment - 1) / alignment * alignment;
+    _d->idle.reserve(mostIdle);
+}
+
+CodedMemory::~CodedMemory()
+{
+    std::vector<Memory> idle;
+    const std::lock_guard lock(_d->mutex);
+    _d->isOwned = false;
+    idle.swap(_d->idle);
+}
+
+std::size_t CodedMemory::room() const
+{
+    return _d->room;
+}
+
+CodedPicture CodedMemory::take()
+{
+    CodedPicture picture;
+    Memory memory = _d->next();
+    if (!memory)
+        return picture;
+    picture.bytes = memory.get();
+    picture.release = [shared = _d, kept = memory.release()] { shared->giveBack(Memory(kept)); };
+    return picture;
+}
+
+int CodedMemory::idle() const
+{
+    const std::lock_guard lock(_d->mutex);
+    return static_cast<int>(_d->idle.size());
+}
+
+} // namespace ferin

@@ -1,0 +1,55 @@
+"""What the recorder's ProRes is coded by, and that nothing is lost on the way."""
+
+import os
+import subprocess
+import time
+
+from rig import Recorder, check, clip_numbers, main, probe, stream_of
+
+
+def encoder_ids(clip):
+    """The encoder that each frame of a clip names in its header."""
+    packets = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-map", "0:v:0", "-c", "copy", "-f", "image2pipe",
+                              "-"], capture_output=True, check=True).stdout
+    ids, at = [], 0
+    while at + 16 <= len(packets):
+        check(packets[at + 4:at + 8] == b"icpf", f"a frame box at {at}")
+        ids.append(packets[at + 12:at + 16])
+        at += int.from_bytes(packets[at:at + 4], "big")
+    return ids
+
+
+def records_whole(recorder, seconds, fewest):
+    clip = recorder.record(seconds)
+    numbers = clip_numbers(clip)
+    check(None not in numbers and all(b == a + 1 for a, b in zip(numbers, numbers[1:])), f"frames {numbers}")
+    check(len(numbers) >= fewest, f"{len(numbers)} frames")
+    recorder.do("standby-off")
+    return clip
+
+
+def the_own_encoder_records_every_frame(bin_dir):
+    with Recorder(bin_dir, source_format="1920x1080p50") as recorder:
+        recorder.start()
+        recorder.set("EncodeType", 1)
+        time.sleep(1.5)
+        clip = records_whole(recorder, 3, 120)
+        video = stream_of(probe(clip), "video")
+        check(video["codec_tag_string"] == "apch", video["codec_tag_string"])
+        check(set(encoder_ids(clip)) == {b"rvd1"}, str(set(encoder_ids(clip))))
+
+
+def the_codec_library_records_when_the_device_says_so(bin_dir):
+    with Recorder(bin_dir, source_format="1280x720p25") as recorder:
+        file = os.path.join(recorder.dir, "device.ini")
+        with open(file, "w", encoding="utf-8") as config:
+            config.write("[coder]\nprores=ffmpeg\n")
+        recorder.environment["RVD_DEVICE_CONFIG"] = file
+        recorder.start()
+        time.sleep(1.5)
+        ids = set(encoder_ids(records_whole(recorder, 1.5, 25)))
+        check(len(ids) == 1 and b"rvd1" not in ids, str(ids))
+
+
+if __name__ == "__main__":
+    main([the_own_encoder_records_every_frame, the_codec_library_records_when_the_device_says_so])
