@@ -4,3 +4,10 @@ rv_test(tst_clip_formats fast
     ${CMAKE_CURRENT_LIST_DIR}/tst_clip_tools.h)
 target_include_directories(tst_clip_formats PRIVATE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(tst_clip_formats PRIVATE orb)
+# Clips that are read while they are recorded.
+rv_test(tst_clip_following fast
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_following.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_tools.h
+    ${CMAKE_CURRENT_LIST_DIR}/tst_streamfiles.h)
+target_include_directories(tst_clip_following PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(tst_clip_following PRIVATE orb)

@@ -107,6 +107,8 @@ struct ClipReader::Private
     std::vector<SoundSource> sounds;
 
     Error load();
+    Error loadTracks();
+    bool loadAnew();
     Error loadVideo();
     void loadSound();
     void loadTimecode();
@@ -164,6 +166,12 @@ Error ClipReader::Private::load()
     if (const Error error = readIndex(file, index)) {
         return error;
     }
+    return loadTracks();
+}
+
+Error ClipReader::Private::loadTracks()
+{
+    info = { };
     if (const Error error = loadVideo()) {
         return error;
     }
@@ -174,6 +182,35 @@ Error ClipReader::Private::load()
         info.isComplete = info.isComplete && !track.isCut;
     }
     return { };
+}
+
+/// Takes over the index of a clip that was closed, unless it is worse than what is known.
+bool ClipReader::Private::loadAnew()
+{
+    MovIndex other;
+    const std::int64_t frames = info.frames;
+    if (readIndex(file, other)) {
+        return false;
+    }
+    std::swap(index, other);
+    if (!loadTracks() && info.frames >= frames) {
+        return true;
+    }
+    std::swap(index, other);
+    (void)loadTracks();
+    return false;
+}
+
+bool ClipReader::lookAgain()
+{
+    Private &d = *_d;
+    if (!isOpen() || !d.index.isFragmented) {
+        return false;
+    }
+    const std::int64_t frames = d.info.frames;
+    const bool isClosed = readMore(d.file, d.index);
+    d.info.frames = std::int64_t(d.video->offsets.size() - d.firstPicture);
+    return (isClosed && d.loadAnew()) || d.info.frames != frames;
 }
 
 Error ClipReader::Private::loadVideo()
@@ -212,6 +249,7 @@ Error ClipReader::Private::loadVideo()
 /// channels.
 void ClipReader::Private::loadSound()
 {
+    sounds.clear();
     int channels = 0;
     for (const MovTrack &track : index.tracks) {
         if (track.kind != MovTrack::Kind::Sound || track.soundBlock() == 0) {

@@ -28,6 +28,10 @@ public:
     void close();
     bool isOpen() const;
     const ClipInfo &info() const;
+    /// Looks at a clip that is not complete for what was written since it was opened or looked at last: frames
+    /// committed by now follow those there were, and a clip that was closed is complete. True when info() has
+    /// changed. Cheap when nothing came; what fails changes nothing.
+    bool lookAgain();
 
     /// Bytes of the coded picture of frame \a frame; 0 when there is no such frame.
     std::size_t pictureSize(std::int64_t frame) const;

@@ -135,6 +135,8 @@ Error readIndex(const RawFile &file, MovIndex &index)
                 break;
             }
             hasMovie = true;
+            index.movie = offset;
+            index.end = offset + box.size;
             parseMovie(BoxCursor(bytes), fileSize, index);
             if (!index.isFragmented) {
                 break;
@@ -142,6 +144,7 @@ Error readIndex(const RawFile &file, MovIndex &index)
         } else if (box.type == fourcc("moof") && hasMovie
                    && readContent(file, box, fileSize, maxFragmentHeadBytes, bytes)) {
             addFragment(BoxCursor(bytes), offset, fileSize, index);
+            index.end = offset + box.size;
         }
         if (box.size > fileSize - offset) {
             break;
@@ -149,6 +152,34 @@ Error readIndex(const RawFile &file, MovIndex &index)
         offset += box.size;
     }
     return hasMovie ? Error { } : systemError(EINVAL, "read index");
+}
+
+bool readMore(const RawFile &file, MovIndex &index)
+{
+    std::uint64_t fileSize = 0;
+    if (file.size(fileSize)) {
+        return false;
+    }
+    std::vector<std::byte> bytes;
+    TopBox box;
+    std::uint64_t offset = index.end;
+    for (int i = 0; i < maxTopBoxes && readTopBox(file, offset, fileSize, box); ++i) {
+        // A head is looked at again until its fragment is committed.
+        if (box.type == fourcc("moof")
+            && readContent(file, box, fileSize, maxFragmentHeadBytes, bytes)) {
+            addFragment(BoxCursor(bytes), offset, fileSize, index);
+            index.end = offset + box.size;
+        }
+        if (box.size > fileSize - offset) {
+            break;
+        }
+        offset += box.size;
+    }
+    // The writer covers the movie that was there first when it closes the clip.
+    for (offset = 0; offset < index.movie && readTopBox(file, offset, fileSize, box);) {
+        offset += std::min(box.size, fileSize - offset);
+    }
+    return offset > index.movie;
 }
 
 } // namespace clip

@@ -22,6 +22,18 @@ void OrbReadAhead::reset(int length)
     _failuresInARow = 0;
 }
 
+void OrbReadAhead::grow(int length)
+{
+    _order.grow(length);
+    // What was the last frame is one like the others now.
+    for (Slot &slot : _slots) {
+        if (slot.isReady())
+            slot.data = marked(slot.data, slot.frame);
+    }
+    extend();
+    askForMissing();
+}
+
 void OrbReadAhead::setSize(int frames)
 {
     _size = std::max(frames, 1);

@@ -33,6 +33,8 @@ public:
 
     /// Another stream, of \a length frames; begins at its first frame, asks for none yet.
     void reset(int length);
+    /// The same stream has \a length frames by now, no fewer than before.
+    void grow(int length);
     void setSize(int frames);
     void setSpeed(double speed);
     void moveTo(int frame);

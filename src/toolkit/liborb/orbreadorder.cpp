@@ -9,6 +9,12 @@ void OrbReadOrder::reset(int length)
     moveTo(0);
 }
 
+void OrbReadOrder::grow(int length)
+{
+    setSpeed(_speed); // where it stands is settled before the end moves away
+    _length = std::max(length, _length);
+}
+
 void OrbReadOrder::moveTo(int frame)
 {
     _base = std::clamp(frame, -1, _length);

@@ -9,6 +9,8 @@ class OrbReadOrder
 public:
     /// A stream of \a length frames, from its first frame.
     void reset(int length);
+    /// The stream has become longer. A position behind its end is at the first of the new frames.
+    void grow(int length);
     /// A frame before the start or behind the end puts the position one frame outside.
     void moveTo(int frame);
     /// Frames to move on with every frame taken; a speed that is not finite is 0.0.

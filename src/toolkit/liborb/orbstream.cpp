@@ -209,6 +209,16 @@ void OrbStream::driverOpened(const OrbError &error, const OrbStreamInfo &info)
     emit openIsDone(access, error);
 }
 
+void OrbStream::driverGrew(const OrbStreamInfo &info)
+{
+    if (_state != Open || _access != OrbAccess::Read)
+        return;
+    const int before = _info.length();
+    _info = info;
+    if (info.length() > before)
+        emit lengthChanged(info.length());
+}
+
 void OrbStream::driverClosed()
 {
     if (_state == Closing)

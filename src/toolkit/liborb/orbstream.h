@@ -59,6 +59,8 @@ public:
 signals:
     void openIsDone(int access, const OrbError &error);
     void closeIsDone();
+    /// The media that is read is still being recorded and has more frames now; info() has it.
+    void lengthChanged(int frames);
     void readIsDone(int frameNumber, const OrbFrame &frame, const OrbError &error, void *context);
     void frameWritten(int frameNumber, const OrbError &error);
     void benchmark(int frameNumber, const OrbTimeStamp &time);
@@ -67,6 +69,7 @@ signals:
 
 private:
     void driverOpened(const OrbError &error, const OrbStreamInfo &info) override;
+    void driverGrew(const OrbStreamInfo &info) override;
     void driverClosed() override;
     void driverFrameRead(int frame, const OrbFrame &data, const OrbError &error,
                          void *context) override;

@@ -98,6 +98,10 @@ void OrbStreamCache::setStream(OrbStream *stream)
         _d->forgetBegin();
     });
     connect(stream, &OrbStream::closeIsDone, this, [this] { _d->followStream(); });
+    connect(stream, &OrbStream::lengthChanged, this, [this](int frames) {
+        _d->followStream();
+        _d->ahead.grow(frames);
+    });
     connect(stream, &OrbStream::aboutToClose, this, [this] {
         pushCachedToPending(std::numeric_limits<int>::max());
         _d->begin.reset();

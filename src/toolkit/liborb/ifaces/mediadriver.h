@@ -17,6 +17,8 @@ class OrbMediaDriverHost
 public:
     virtual ~OrbMediaDriverHost() = default;
     virtual void driverOpened(const OrbError &error, const OrbStreamInfo &info) = 0;
+    /// More frames of a stream that is open for reading can be read, or it grows no more.
+    virtual void driverGrew(const OrbStreamInfo &) {}
     virtual void driverClosed() = 0;
     virtual void driverFrameRead(int frame, const OrbFrame &data, const OrbError &error,
                                  void *context) = 0;

@@ -28,6 +28,8 @@ OrbError ClipSource::open(OrbStreamInfo &info)
 
 OrbError ClipSource::read(int number, OrbFrame &frame)
 {
+    if (number >= _info.length())
+        (void)follow();
     if (number < 0 || number >= _info.length())
         return OrbError(EINVAL);
     OrbError error = readPicture(number, frame);
@@ -43,6 +45,23 @@ OrbError ClipSource::read(int number, OrbFrame &frame)
         meta.insert(OrbId(OrbIdTimecode),
                     QVariant::fromValue(clipformat::timecodeOf(*start, number)));
     return OrbError();
+}
+
+bool ClipSource::follow()
+{
+    if (!_reader.lookAgain())
+        return false;
+    const OrbStreamInfo now = clipformat::streamInfoOf(_reader.info(), _path);
+    _info.setLength(now.length());
+    _info.setGrowing(now.isGrowing());
+    return true;
+}
+
+bool ClipSource::lookAgain(OrbStreamInfo &info)
+{
+    const bool isNews = follow();
+    info = _info;
+    return isNews;
 }
 
 OrbError ClipSource::readPicture(int number, OrbFrame &frame) const

@@ -15,9 +15,12 @@ public:
     explicit ClipSource(const QString &path) : _path(path) {}
 
     OrbError open(OrbStreamInfo &info) override;
+    /// Of a growing clip the frames committed by now.
     OrbError read(int number, OrbFrame &frame) override;
+    bool lookAgain(OrbStreamInfo &info) override;
 
 private:
+    bool follow();
     OrbError readPicture(int number, OrbFrame &frame) const;
     OrbError readSound(int number, OrbFrame &frame);
 

@@ -16,4 +16,6 @@ public:
     virtual OrbError read(int number, OrbFrame &frame) = 0;
     /// Nothing is to be read just now: a moment to make ready what may be wanted next.
     virtual void prepare() {}
+    /// Looks for frames that came since the open. True, and \a info as it is now, when there is news.
+    virtual bool lookAgain(OrbStreamInfo &) { return false; }
 };

@@ -7,12 +7,17 @@ namespace {
 
 constexpr size_t maxRequests = 256;
 constexpr std::chrono::milliseconds patienceAtEnd(50);
+constexpr std::chrono::milliseconds looksApart(250);
 
 } // namespace
 
 ReadDriver::ReadDriver(OrbMediaDriverHost *host, std::shared_ptr<FrameSource> source)
     : _host(host), _source(std::move(source))
 {
+    _lookTimer.setSingleShot(true);
+    _lookTimer.setTimerType(Qt::PreciseTimer);
+    _lookTimer.setInterval(looksApart);
+    QObject::connect(&_lookTimer, &QTimer::timeout, &_lookTimer, [this] { lookAgain(); });
 }
 
 ReadDriver::~ReadDriver()
@@ -39,8 +44,30 @@ void ReadDriver::open()
 
 void ReadDriver::answerOpen(const OrbError &error, const OrbStreamInfo &info)
 {
-    if (!_isClosing)
-        _host->driverOpened(error, info);
+    if (_isClosing)
+        return;
+    if (!error.isError() && info.isGrowing())
+        _lookTimer.start();
+    _host->driverOpened(error, info);
+}
+
+void ReadDriver::lookAgain()
+{
+    _worker.post([this, source = _source, answers = _answers] {
+        OrbStreamInfo info;
+        const bool isNews = source->lookAgain(info);
+        answers.post([this, isNews, info] { answerLook(isNews, info); });
+    });
+}
+
+void ReadDriver::answerLook(bool isNews, const OrbStreamInfo &info)
+{
+    if (_isClosing)
+        return;
+    if (info.isGrowing())
+        _lookTimer.start();
+    if (isNews)
+        _host->driverGrew(info);
 }
 
 void ReadDriver::read(int frame, void *context)
@@ -69,6 +96,7 @@ void ReadDriver::close()
 {
     if (std::exchange(_isClosing, true))
         return;
+    _lookTimer.stop();
     _worker.discard();
     _answers.post([this] { answerClose(); });
 }
