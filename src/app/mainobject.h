@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/formatmap.h" // the tables are the controller's too
 #include "libvanta/clip.h"
 #include "liborb/orbalarm.h"
 #include "liborb/orberror.h"
@@ -86,7 +87,7 @@ signals:
 
 public slots:
     void shutdown();
-    void vbi(const OrbVbiInfo &info);
+    void vbi(const OrbVbiInfo &);
     void transportRefreshed();
     void toggleMeta();
     void cameraRecord();
@@ -106,7 +107,7 @@ public slots:
     void checkForRolloverComplete();
     void finishRollover(bool success, const QString &activePath, const QString &rolloverPath);
     void stopRecordNow();
-    void recordFailedToStart(OrbId &reason);
+    void recordFailedToStart(OrbId &);
 
 private:
     struct Change;

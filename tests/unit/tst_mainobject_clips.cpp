@@ -11,6 +11,7 @@ private slots:
     void init();
     void cleanup() { _rig.reset(); }
     void aPlayListHasOneEntryAClip();
+    void theColumnsOfAListHaveTheirKeys();
     void theNewestClipIsCurrentAtFirst();
     void aClipThatIsCurrentStays();
     void notAvailableMeansNoClip();
@@ -86,6 +87,14 @@ void TestMainObjectClips::aPlayListHasOneEntryAClip()
     QCOMPARE(list.at(0).length(), 7);
     QCOMPARE(list.at(1).desc(), QVariant(QStringLiteral("/m/B.mov")));
     QVERIFY(createPlayList(QStringLiteral("/m"), {}).isEmpty());
+}
+
+void TestMainObjectClips::theColumnsOfAListHaveTheirKeys()
+{
+    const QStringList keys = {MediaFormat,          MediaHeight,        MediaWidth, MediaFrameRate,
+                              MediaVideoEncodeType, MediaAudioChannels, MediaStartingTimecode};
+    QCOMPARE(keys, QStringList({"Format", "Height", "Width", "Frame Rate", "Encode Type",
+                                "Audio Chan", "Starting TC"}));
 }
 
 void TestMainObjectClips::theNewestClipIsCurrentAtFirst()

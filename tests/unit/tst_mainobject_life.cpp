@@ -6,12 +6,15 @@
 #include <QMetaMethod>
 #include <QTimer>
 
+#include <type_traits>
+
 /// Birth, command line, console and shutdown of the controller.
 class TestMainObjectLife : public QObject
 {
     Q_OBJECT
 private slots:
     void signalsAndSlotsStandInTheirOrder();
+    void signalsAndSlotsNameTheirParameters();
     void thirtySixParametersAreReplayedInTheirOrderOneTwiceDeliberately();
     void theTransportIsPublishedAsRunningFirst();
     void theEngineStartsAfterTheSettings();
@@ -68,6 +71,44 @@ struct Receivers : QObject {
     using QObject::receivers;
 };
 
+// What the other parts and a test may call, said to the compiler.
+template <typename T> T &a();
+#define ANSWERS(Answer, Expression) static_assert(std::is_same_v<Answer, decltype(Expression)>)
+static_assert(std::is_constructible_v<MainObject, bool, QObject *> &&
+              std::is_base_of_v<QObject, MainObject>);
+ANSWERS(void, a<MainObject>().loadInitialState());
+ANSWERS(void, a<MainObject>().parseCommandLine());
+ANSWERS(void, a<MainObject>().updateTransporterState(a<const VtrState>()));
+ANSWERS(QString, a<MainObject>().currentClip());
+ANSWERS(void, a<MainObject>().setCurrentClip(a<const QString>()));
+ANSWERS(void, a<MainObject>().updateAllClips());
+ANSWERS(void, a<MainObject>().updatePlayList());
+ANSWERS(void, a<MainObject>().setInitialClip());
+ANSWERS(OrbPlayList, a<MainObject>().playListInUse());
+ANSWERS(int, a<MainObject>().findCurrentClipIndex());
+ANSWERS(void, a<MainObject>().gotoClipByName(a<const QString>()));
+ANSWERS(void, a<MainObject>().gotoClipByIndex(1));
+ANSWERS(void, a<MainObject>().gotoClipByRelativeIndex(1));
+ANSWERS(int, a<MainObject>().findClipFirstFrame(a<const std::list<Clip>>(), a<const QString>()));
+ANSWERS(int, a<MainObject>().addClip(a<std::list<Clip>>(), a<OrbPlayList>(), a<const QString>()));
+ANSWERS(int, a<MainObject>().addLastRecordedClip(a<const QString>()));
+ANSWERS(int, a<MainObject>().findInitialFrame());
+ANSWERS(void, a<MainObject>().generateNormalRecordStreamDesc(a<QVariant>()));
+ANSWERS(void, a<MainObject>().generateRolloverRecordStreamDesc(a<QVariant>()));
+ANSWERS(void, a<MainObject>().validateAudioChannels());
+ANSWERS(void, a<MainObject>().loadLuts());
+ANSWERS(OrbPlayList, createPlayList(a<const QString>(), a<const std::list<Clip>>()));
+ANSWERS(int, imageDescToInputFormat(a<const OrbImageDesc>()));
+ANSWERS(int, imageDescToMediaFormat(a<const OrbImageDesc>()));
+ANSWERS(int, imageDescToRecordFormat(a<const OrbImageDesc>()));
+ANSWERS(OrbImageDesc, sigGenFormatToImgDesc(1));
+ANSWERS(OrbId, encodeTypeToID(1));
+ANSWERS(OrbId, videoInputToID(1));
+ANSWERS(OrbId, videoOutputToID(1));
+ANSWERS(OrbId, audioInputToID(1));
+ANSWERS(OrbId, syncSourceToID(1));
+ANSWERS(int, imageDataTypeToDecodeType(a<const OrbId>()));
+
 } // namespace
 
 void TestMainObjectLife::signalsAndSlotsStandInTheirOrder()
@@ -105,6 +146,43 @@ void TestMainObjectLife::signalsAndSlotsStandInTheirOrder()
     for (const char *name : expected)
         wanted << QString::fromLatin1(name);
     QCOMPARE(names, wanted);
+}
+
+/// Those that a slot makes nothing of have no name.
+void TestMainObjectLife::signalsAndSlotsNameTheirParameters()
+{
+    const QStringList expected = {
+        "alarmTriggered: alarm",
+        "shutdown: ",
+        "vbi: ",
+        "transportRefreshed: ",
+        "toggleMeta: ",
+        "cameraRecord: ",
+        "configParamChanged: id value ts",
+        "vtrStateChanged: oldState newState",
+        "vtrModeChanged: oldMode newMode",
+        "vtrInputFormatChanged: inputNumber state",
+        "vtrStreamIsOpen: err info",
+        "vtrStreamIsClosed: ",
+        "vtrRaiseVFRAlarm: state",
+        "generateRecordStreamDesc: streamDesc",
+        "generatePlaybackStreamDesc: streamDesc fnum",
+        "firmwareLoading: id done",
+        "shouldInhibitRecord: reason",
+        "vtrVideoDeviceSetupChanged: val",
+        "startRollover: ",
+        "checkForRolloverComplete: ",
+        "finishRollover: success activePath rolloverPath",
+        "stopRecordNow: ",
+        "recordFailedToStart: ",
+    };
+    const QMetaObject &meta = MainObject::staticMetaObject;
+    QStringList found;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        found << QString::fromLatin1(method.name() + ": " + method.parameterNames().join(' '));
+    }
+    QCOMPARE(found, expected);
 }
 
 void TestMainObjectLife::thirtySixParametersAreReplayedInTheirOrderOneTwiceDeliberately()

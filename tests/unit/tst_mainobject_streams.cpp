@@ -2,6 +2,8 @@
 
 #include <QFile>
 
+#include <utility>
+
 /// What the engine is told to play and to record, why it may not record, and the way of a rollover.
 class TestMainObjectStreams : public QObject
 {
@@ -17,6 +19,7 @@ private slots:
     void aRecordingIsNamedAndCounted();
     void aNameThatIsTakenRaisesTheAlarmAndTheNextOneClearsIt();
     void noStorageNoRecording();
+    void withoutAClipFinderThereIsNoRecording();
     void aRolloverContinuesTheClipOnTheOtherMedium();
     void aRolloverWithoutAPathIsLogged();
     void aRolloverWithoutANameRaisesTheAlarm();
@@ -62,6 +65,13 @@ namespace
 
 const QString other = QStringLiteral("/media/other");
 const QString untouched = QStringLiteral("untouched");
+
+/// The controller's clip finder, which none of its operations takes away.
+ClipFinder *&clipFinderOf(MainObject &main);
+template <auto Member> struct Reach {
+    friend ClipFinder *&clipFinderOf(MainObject &main) { return main.*Member; }
+};
+template struct Reach<&MainObject::_clipFinder>;
 
 } // namespace
 
@@ -236,6 +246,20 @@ void TestMainObjectStreams::noStorageNoRecording()
         _rig->controllerLines(),
         QStringList{QStringLiteral("1 Generate record stream desc failed: Storage path is empty")});
     QCOMPARE(alarms(1902).size(), 0);
+}
+
+void TestMainObjectStreams::withoutAClipFinderThereIsNoRecording()
+{
+    ClipFinder *const finder = std::exchange(clipFinderOf(*_rig->main), nullptr);
+    for (const QString &path : {_rig->path(), QString()}) {
+        _rig->manager->setActivePath(path);
+        _rig->clear();
+        QCOMPARE(recordDesc(), QVariant(untouched));
+        QCOMPARE(_rig->controllerLines(),
+                 QStringList{"1 Generate record stream desc failed: _clipFinder is NULL"});
+    }
+    QCOMPARE(alarms(1902).size(), 0);
+    clipFinderOf(*_rig->main) = finder;
 }
 
 /// Neither counted on nor published as a record clip name, deliberately.
