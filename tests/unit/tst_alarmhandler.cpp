@@ -499,8 +499,13 @@ void TestAlarmHandler::slotsStandInTheirOrder()
                                  QStringLiteral("onStandbyOff()"),
                                  QStringLiteral("stateChanged(VtrState,VtrState)"),
                                  QStringLiteral("handleAlarm(OrbAlarm)")}));
-    const QMetaMethod event = meta.method(meta.indexOfMethod("onEvent(QString,QString)"));
-    QCOMPARE(event.parameterNames(), QList<QByteArray>({"clear_attribute", "raise_attribute"}));
+    const auto parameters = [&meta](int slotNumber) {
+        return meta.method(meta.methodOffset() + slotNumber).parameterNames().join(' ');
+    };
+    QCOMPARE(parameters(0), QByteArray("cfg"));
+    QCOMPARE(parameters(1), QByteArray("clear_attribute raise_attribute"));
+    QCOMPARE(parameters(9), QByteArray("oldState newState"));
+    QCOMPARE(parameters(10), QByteArray("alarm"));
 }
 
 QTEST_GUILESS_MAIN(TestAlarmHandler)

@@ -3,6 +3,7 @@
 #include "liborb/orb.h"
 #include "logcollector.h"
 
+#include <QMetaMethod>
 #include <QSignalSpy>
 #include <QTest>
 #include <QThread>
@@ -153,7 +154,16 @@ void TestConfigInterface::slotsStandInTheirOrder()
              QStringLiteral("loadParam(uint)"), QStringLiteral("loadParams(const quint32*,int)"),
              QStringLiteral("set(uint,QVariant)"), QStringLiteral("setString(uint,QString)"),
              QStringLiteral("setUInt32(uint,uint)"), QStringLiteral("setData(uint,QByteArray)")}));
+    QCOMPARE(meta.method(meta.methodOffset()).parameterNames(),
+             QList<QByteArray>({"id", "value", "ts"}));
+    QCOMPARE(meta.method(meta.methodOffset() + 2).parameterNames(),
+             QList<QByteArray>({"idlist", "listSize"}));
+    QCOMPARE(meta.method(meta.methodOffset() + 3).parameterNames(),
+             QList<QByteArray>({"paramID", "value"}));
+    for (int i = 3; i < 7; ++i)
+        QCOMPARE(meta.method(meta.methodOffset() + i).returnMetaType(), QMetaType::fromType<bool>());
     ConfigInterface config;
+    QCOMPARE(config.qt_metacast("ConfigInterface"), static_cast<void *>(&config));
     QCOMPARE(config.qt_metacast("ConfigEventListener"),
              static_cast<void *>(static_cast<ConfigEventListener *>(&config)));
 }

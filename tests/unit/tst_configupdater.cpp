@@ -5,6 +5,7 @@
 #include "libvanta/shmstring.h"
 #include "logcollector.h"
 
+#include <QMetaMethod>
 #include <QTest>
 
 #include <fcntl.h>
@@ -224,6 +225,9 @@ void TestConfigUpdater::slotsStandInTheirOrder()
                                  "setCurrentPlayListIndex(int)", "setCurrentTimecode(OrbTimecode)",
                                  "setInputTimecode(OrbTimecode)",
                                  "configParamChanged(uint,QVariant,OrbTimeStamp)"}));
+    QCOMPARE(meta.method(meta.methodOffset()).parameterNames(), QList<QByteArray>({"val"}));
+    QCOMPARE(meta.method(meta.methodOffset() + 5).parameterNames(),
+             QList<QByteArray>({"id", "value", "ts"}));
 }
 
 /// The daemon writes with every frame, and a reader in another process never has a part of one
