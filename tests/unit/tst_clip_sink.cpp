@@ -2,123 +2,12 @@
 #include "libclip/cliprecovery.h"
 #include "liborb/drivers/clip/writedriver.h"
 #include "liborb/orblog.h"
+#include "tst_clip_calls.h"
 #include "tst_streamfiles.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QTemporaryDir>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdarg>
-
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-namespace {
-
-/// Fails one of the calls that the writer's threads make, or all from one on.
-struct Fault
-{
-    std::atomic<int> calls{0};
-    std::atomic<int> chosen{-1};
-    std::atomic<bool> isForGood{false};
-    std::atomic<int> code{0};
-    std::atomic<long> onlyCall{-1}; ///< -1 counts every call
-
-    void reset(int newChosen, int newCode, bool forGood, long only = -1)
-    {
-        calls = 0;
-        chosen = newChosen;
-        code = newCode;
-        isForGood = forGood;
-        onlyCall = only;
-    }
-};
-
-Fault fault;
-
-long passOrFail(long number, long a, long b = 0, long c = 0, long d = 0)
-{
-    // The event loop's own calls are no affair of the medium.
-    if (gettid() == getpid() || fault.chosen < 0 || (fault.onlyCall >= 0 && fault.onlyCall != number))
-        return syscall(number, a, b, c, d);
-    const int call = fault.calls++;
-    if (call == fault.chosen || (fault.isForGood && call > fault.chosen)) {
-        errno = fault.code;
-        return -1;
-    }
-    return syscall(number, a, b, c, d);
-}
-
-template<typename T>
-long word(T *pointer)
-{
-    return reinterpret_cast<long>(pointer);
-}
-
-} // namespace
-
-// The library's calls end here instead of in the C library.
-extern "C" {
-
-int open64(const char *path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const int mode = flags & O_CREAT ? va_arg(arguments, int) : 0;
-    va_end(arguments);
-    return int(passOrFail(SYS_openat, AT_FDCWD, word(path), flags, mode));
-}
-
-int fdatasync(int descriptor)
-{
-    return int(passOrFail(SYS_fdatasync, descriptor));
-}
-
-int fsync(int descriptor)
-{
-    return int(passOrFail(SYS_fsync, descriptor));
-}
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wshadow" // a structure has this name as well
-int flock(int descriptor, int operation)
-{
-    return int(passOrFail(SYS_flock, descriptor, operation));
-}
-#pragma GCC diagnostic pop
-
-int ftruncate64(int descriptor, off64_t length)
-{
-    return int(passOrFail(SYS_ftruncate, descriptor, length));
-}
-
-int fallocate64(int descriptor, int mode, off64_t offset, off64_t length)
-{
-    return int(passOrFail(SYS_fallocate, descriptor, mode, offset, length));
-}
-
-ssize_t pwrite64(int descriptor, const void *bytes, size_t length, off64_t offset)
-{
-    return passOrFail(SYS_pwrite64, descriptor, word(bytes), long(length), offset);
-}
-
-ssize_t write(int descriptor, const void *bytes, size_t length)
-{
-    // Eight bytes and less wake the event loop.
-    if (length <= 8)
-        return syscall(SYS_write, descriptor, bytes, length);
-    return passOrFail(SYS_write, descriptor, word(bytes), long(length));
-}
-
-int unlink(const char *path)
-{
-    return int(passOrFail(SYS_unlink, word(path)));
-}
-
-} // extern "C"
 
 namespace {
 

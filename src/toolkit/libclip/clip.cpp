@@ -16,4 +16,29 @@ std::int64_t samplesBeforeFrame(std::int64_t frame, const VideoFormat &video, in
     return std::int64_t(groups * perGroup + rest * perGroup / num);
 }
 
+bool isWritable(const ClipInfo &info)
+{
+    const VideoFormat &video = info.video;
+    constexpr int maxRaster = 16384;
+    constexpr int maxRateTerm = 1'000'000;
+    constexpr std::int64_t maxFps = 1000;
+    if (video.codec == Codec::Unknown || video.width < 1 || video.width > maxRaster
+        || video.height < 1 || video.height > maxRaster) {
+        return false;
+    }
+    if (video.rateNum < 1 || video.rateDen < 1 || video.rateNum > maxRateTerm
+        || video.rateDen > video.rateNum || video.rateNum > maxFps * video.rateDen) {
+        return false;
+    }
+    if (info.audio
+        && (info.audio->channels < 1 || info.audio->channels > 16
+            || info.audio->sampleRate != 48000)) {
+        return false;
+    }
+    if (info.timecode && (info.timecode->fps < 1 || info.timecode->fps > 255)) {
+        return false;
+    }
+    return info.reel.size() <= 255;
+}
+
 } // namespace clip

@@ -57,6 +57,9 @@ struct ClipInfo {
     bool isComplete = true; ///< false while it is being recorded or after a crash
 };
 
+/// Whether a clip can hold what \a info describes.
+bool isWritable(const ClipInfo &info);
+
 /// Audio samples of frames 0 .. frame-1, each channel: floor(frame * rate * den / num). No drift.
 std::int64_t samplesBeforeFrame(std::int64_t frame, const VideoFormat &video, int sampleRate);
 

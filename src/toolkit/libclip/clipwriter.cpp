@@ -44,31 +44,6 @@ std::uint64_t mostMovieBytes(std::size_t frames, std::size_t fragments)
     return boxes + 4 * std::uint64_t(frames) + 2 * 20 * std::uint64_t(fragments);
 }
 
-bool isWritable(const ClipInfo &info)
-{
-    const VideoFormat &video = info.video;
-    constexpr int maxRaster = 16384;
-    constexpr int maxRateTerm = 1'000'000;
-    constexpr std::int64_t maxFps = 1000;
-    if (video.codec == Codec::Unknown || video.width < 1 || video.width > maxRaster
-        || video.height < 1 || video.height > maxRaster) {
-        return false;
-    }
-    if (video.rateNum < 1 || video.rateDen < 1 || video.rateNum > maxRateTerm
-        || video.rateDen > video.rateNum || video.rateNum > maxFps * video.rateDen) {
-        return false;
-    }
-    if (info.audio
-        && (info.audio->channels < 1 || info.audio->channels > 16
-            || info.audio->sampleRate != 48000)) {
-        return false;
-    }
-    if (info.timecode && (info.timecode->fps < 1 || info.timecode->fps > 255)) {
-        return false;
-    }
-    return info.reel.size() <= 255;
-}
-
 /// A fragment that is in the file but not yet a fragment to readers.
 struct Uncommitted
 {
@@ -345,6 +320,11 @@ Error ClipWriter::flush()
 Error ClipWriter::sync()
 {
     return isOpen() ? _d->commit() : systemError(EBADF, "sync clip");
+}
+
+Error ClipWriter::stillThere() const
+{
+    return isOpen() ? _d->file.stillThere() : systemError(EBADF, "look for the clip");
 }
 
 Error ClipWriter::close()

@@ -13,7 +13,7 @@ namespace clip {
 /// up to the last fragment (at most half a second); close() makes it an ordinary, unfragmented one
 /// in place. The room that close() needs is reserved before a fragment is written, so that it works
 /// on a full medium. Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but
-/// for sync() and committedFrames().
+/// for sync(), stillThere() and committedFrames().
 class ClipWriter
 {
 public:
@@ -43,6 +43,9 @@ public:
     /// call it while another one is in write(); nobody may while flush() or close() runs. Waits for
     /// the medium.
     Error sync();
+    /// ENODEV when the medium or the clip's name is gone from where open() found it, although the
+    /// system still takes what is written. As sync(); may wait for the medium.
+    Error stillThere() const;
     /// Completes the clip. After an error the fragments written so far stay readable.
     Error close();
     /// Frames taken by write() that are or will be in the clip.

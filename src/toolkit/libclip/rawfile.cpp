@@ -24,6 +24,15 @@ bool fitsOffset(std::uint64_t offset, std::size_t length)
     return offset <= limit && length <= limit - offset;
 }
 
+std::string folderOf(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 /// Tells who completes clips that nobody writes any more that this file is in use. 0 or an errno
 /// value.
 int lockFile(int descriptor, int operation)
@@ -55,12 +64,8 @@ void removeFile(const std::string &path)
 
 Error syncDirectoryOf(const std::string &path)
 {
-    const std::size_t slash = path.rfind('/');
-    std::string folder = slash == std::string::npos ? "." : path.substr(0, slash);
-    if (folder.empty()) {
-        folder = "/";
-    }
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor =
+        ::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) {
         return systemError(errno, "open directory");
     }
@@ -88,6 +93,23 @@ Error RawFile::create(const std::string &path)
     }
     // Nobody else locks a file before it has a head. Without locks the clip is written all the same.
     (void)lockFile(_descriptor, LOCK_EX);
+    struct stat status { };
+    _folder = folderOf(path);
+    _folderDevice = ::stat(_folder.c_str(), &status) == 0 ? std::uint64_t(status.st_dev) : 0;
+    return { };
+}
+
+Error RawFile::stillThere() const
+{
+    // The folder's device and not the file's: some file systems give files devices of their own.
+    struct stat status { };
+    if (_folderDevice != 0
+        && (::stat(_folder.c_str(), &status) < 0 || std::uint64_t(status.st_dev) != _folderDevice)) {
+        return systemError(ENODEV, "look for the medium");
+    }
+    if (::fstat(_descriptor, &status) == 0 && status.st_nlink == 0) {
+        return systemError(ENODEV, "look for the clip");
+    }
     return { };
 }
 

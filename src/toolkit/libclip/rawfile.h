@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 
 namespace clip {
 
@@ -29,6 +30,10 @@ public:
     /// Reads from \a descriptor, which becomes the object's own; EINVAL for anything but a regular file.
     Error adoptToRead(int descriptor);
     bool isOpen() const { return _descriptor >= 0; }
+    /// Whether a file made by create() is still where it was made. ENODEV when another medium, or
+    /// none, is in the place of its folder, or its last name is gone: what is written then is lost
+    /// to everybody although every call succeeds.
+    Error stillThere() const;
     void close();
 
     /// Bytes of the file now.
@@ -65,6 +70,8 @@ private:
     void setLastChange(const Time &time);
 
     int _descriptor = -1;
+    std::string _folder;            ///< of the file made by create()
+    std::uint64_t _folderDevice = 0;
 };
 
 /// An error of the operation \a what with the system's words.

@@ -276,3 +276,33 @@ void OrbStream::driverFrameWritten(int frame, const OrbError &error)
     if (self)
         emit frameWritten(frame, error);
 }
+
+// A medium that fails while it is written to ----------------------------------------------------
+
+void OrbStream::setSpareQuestion(SpareQuestion question)
+{
+    _spareQuestion = std::move(question);
+}
+
+QVariant OrbStream::driverSpareDesc(const QVariant &failed, const OrbError &error)
+{
+    return _spareQuestion ? _spareQuestion(failed, error) : QVariant();
+}
+
+/// While the stream waits to be opened anew its descriptor is already that of the next open.
+void OrbStream::driverWentOver(const QVariant &failed, const QVariant &desc, const OrbError &error)
+{
+    if (hasDesc(failed))
+        _desc = desc;
+    emit wentOver(failed, desc, error);
+}
+
+void OrbStream::driverMediumFailed(const QVariant &failed, const OrbError &error, int framesLost)
+{
+    emit mediumFailed(failed, error, framesLost);
+}
+
+void OrbStream::driverMediumSlow(bool isSlow)
+{
+    emit mediumIsSlow(isSlow);
+}

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QVariant>
 
+#include <functional>
 #include <memory>
 
 /// One stream of frames that is read from media or written to a clip file. The descriptor is a path
@@ -31,6 +32,11 @@ public:
     void flush(); ///< pushes written frames towards storage; nothing unless writable
     int pending() const; ///< requests not yet completed
     void setBenchmarkEnable(bool on);
+    /// Who knows where a clip that is written may go on when its medium fails: is given the descriptor of the
+    /// clip that failed and answers one on another medium, or an invalid one. Asked at the moment of need, also
+    /// while the stream is closing; once more, with the clip it has named, when that name is taken.
+    using SpareQuestion = std::function<QVariant(const QVariant &failed, const OrbError &error)>;
+    void setSpareQuestion(SpareQuestion question);
     bool isReadable() const; ///< access is 1, whether open yet or not; never on a closed stream
     bool isWritable() const; ///< access is 2, likewise
     bool isClosed() const { return _state == Closed; }
@@ -64,6 +70,14 @@ signals:
     void readIsDone(int frameNumber, const OrbFrame &frame, const OrbError &error, void *context);
     void frameWritten(int frameNumber, const OrbError &error);
     void benchmark(int frameNumber, const OrbTimeStamp &time);
+    /// The medium of \a failed failed with \a error; the stream goes on in \a desc, which begins with the first
+    /// frame that is not safe in \a failed. No frame is lost.
+    void wentOver(const QVariant &failed, const QVariant &desc, const OrbError &error);
+    /// The medium of \a failed failed and there is no other: the last \a framesLost frames are lost, and every
+    /// further one is answered with an error.
+    void mediumFailed(const QVariant &failed, const OrbError &error, int framesLost);
+    /// The medium has not answered for more than a second, or does again.
+    void mediumIsSlow(bool isSlow);
     /// close() was called on an open stream: the last moment to write.
     void aboutToClose();
 
@@ -75,6 +89,11 @@ private:
                          void *context) override;
     void driverFrameWritten(int frame, const OrbError &error) override;
 
+    QVariant driverSpareDesc(const QVariant &failed, const OrbError &error) override;
+    void driverWentOver(const QVariant &failed, const QVariant &desc, const OrbError &error) override;
+    void driverMediumFailed(const QVariant &failed, const OrbError &error, int framesLost) override;
+    void driverMediumSlow(bool isSlow) override;
+
     void beginOpen(const QVariant &desc);
     void beginWaitingOpen();
     void finishClose();
@@ -84,6 +103,7 @@ private:
 
     std::unique_ptr<OrbMediaDriver> _driver;
     QVariant _desc;
+    SpareQuestion _spareQuestion;
     OrbId _type;
     OrbStreamInfo _info;
     OpenState _state = Closed;

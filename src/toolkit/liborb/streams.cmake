@@ -4,6 +4,7 @@ rv_library(orbmedia
     orbreadorder.cpp
     drivers/clip/clipdriver.cpp
     drivers/clip/clipformat.cpp
+    drivers/clip/clipleg.cpp
     drivers/clip/clipsink.cpp
     drivers/clip/clipsource.cpp
     drivers/clip/ioworker.cpp

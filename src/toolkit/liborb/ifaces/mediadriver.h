@@ -25,6 +25,32 @@ public:
     /// \a frame counts the frames written from 0. One that was answered, and that closing the stream loses,
     /// is answered again before driverClosed().
     virtual void driverFrameWritten(int frame, const OrbError &error) = 0;
+
+    /// The medium of the clip \a failed does not take what is written. The answer names another clip that
+    /// the stream can go on in, on another medium; an invalid one says that there is none.
+    virtual QVariant driverSpareDesc(const QVariant &failed, const OrbError &error)
+    {
+        Q_UNUSED(failed)
+        Q_UNUSED(error)
+        return QVariant();
+    }
+    /// The stream goes on in \a desc, which begins with the first frame that is not safe in \a failed.
+    virtual void driverWentOver(const QVariant &failed, const QVariant &desc, const OrbError &error)
+    {
+        Q_UNUSED(failed)
+        Q_UNUSED(desc)
+        Q_UNUSED(error)
+    }
+    /// The medium of \a failed takes no more and there is none to go on: the stream has lost its last
+    /// \a framesLost frames, and takes no further ones.
+    virtual void driverMediumFailed(const QVariant &failed, const OrbError &error, int framesLost)
+    {
+        Q_UNUSED(failed)
+        Q_UNUSED(error)
+        Q_UNUSED(framesLost)
+    }
+    /// The medium keeps frames waiting for longer than it should, or no longer does.
+    virtual void driverMediumSlow(bool isSlow) { Q_UNUSED(isSlow) }
 };
 
 /// What a media driver must do for one open stream. The stream calls it on the event-loop thread; no call

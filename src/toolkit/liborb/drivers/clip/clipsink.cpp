@@ -6,6 +6,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <span>
@@ -18,6 +19,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds syncsApart(250);
+constexpr std::chrono::seconds looksApart(1);
 
 /// As much as a clip's head takes, so that a full medium shows before the first frame.
 constexpr size_t reservedBytes = 16384;
@@ -69,8 +71,22 @@ OrbError ClipSink::open(const QString &path, const OrbStreamInfo &info)
     return _error = reserve();
 }
 
+/// A frame that cannot be written to any medium is not the medium's failure.
+OrbError ClipSink::mediumFailed(const clip::Error &error)
+{
+    if (error && error.code != EINVAL && _news.failed)
+        _news.failed(clipformat::errorOf(error));
+    return clipformat::errorOf(error);
+}
+
+std::chrono::milliseconds ClipSink::waitingForMedium() const
+{
+    return std::max(_writing.duration(), _syncing.duration());
+}
+
 OrbError ClipSink::reserve()
 {
+    const MediumCall::Scope call(_writing);
     const OrbError error(takeName(_path));
     _isReserved = !error.isError();
     return error;
@@ -86,7 +102,9 @@ OrbError ClipSink::write(const OrbFrame &frame)
 {
     if (_error.isError())
         return _error;
-    OrbError error = _isReserved ? begin(frame) : OrbError();
+    OrbError error = _isMediumGone ? OrbError(ENODEV) : OrbError();
+    if (!error.isError() && _isReserved)
+        error = begin(frame);
     if (!error.isError())
         error = append(frame);
     if (error.isError()) {
@@ -100,12 +118,17 @@ OrbError ClipSink::begin(const OrbFrame &first)
 {
     _info.timecode = clipformat::startTimecodeOf(
         first.meta().valueFor(OrbId(OrbIdTimecode)).value<OrbTimecode>());
+    const MediumCall::Scope call(_writing);
     releaseName();
     startSyncing();
-    const clip::Error error = _writer.open(_path, _info);
+    clip::Error error;
+    {
+        const std::lock_guard lock(_writerMutex);
+        error = _writer.open(_path, _info);
+    }
     if (error)
         stopSyncing();
-    return clipformat::errorOf(error);
+    return mediumFailed(error);
 }
 
 OrbError ClipSink::append(const OrbFrame &frame)
@@ -117,16 +140,21 @@ OrbError ClipSink::append(const OrbFrame &frame)
         return OrbError(EINVAL);
     if (!picture.wait())
         return OrbError(EIO);
-    std::span<const std::byte> sound;
     OrbBuffer samples;
     if (_info.audio && !frame.auds().isEmpty() && !frame.auds().first().buffers().isEmpty()) {
         samples = frame.auds().first().buffers().first();
         if (!samples.isValid() || !samples.wait())
             return OrbError(EIO);
-        sound = bytesOf(samples);
     }
-    if (const clip::Error error = _writer.write(bytesOf(picture), sound))
-        return clipformat::errorOf(error);
+    return appendBytes(picture, samples);
+}
+
+OrbError ClipSink::appendBytes(const OrbBuffer &picture, const OrbBuffer &sound)
+{
+    const MediumCall::Scope call(_writing);
+    const auto samples = sound.isValid() ? bytesOf(sound) : std::span<const std::byte>();
+    if (const clip::Error error = _writer.write(bytesOf(picture), samples))
+        return mediumFailed(error);
     ++_framesSinceFlush;
     ++_framesTaken;
     if (_writer.hasUncommitted()) {
@@ -147,12 +175,20 @@ OrbError ClipSink::flush()
     const int framesAFragment = _info.video.rateNum / _info.video.rateDen / 2;
     if (frames == 0 || (_syncThread.joinable() && frames > framesAFragment))
         return OrbError();
-    const std::lock_guard lock(_writerMutex);
-    return clipformat::errorOf(_writer.flush());
+    const MediumCall::Scope call(_writing);
+    clip::Error error;
+    {
+        const std::lock_guard lock(_writerMutex);
+        error = _writer.flush();
+    }
+    if (!error && _news.committed)
+        _news.committed();
+    return mediumFailed(error);
 }
 
 OrbError ClipSink::close()
 {
+    const MediumCall::Scope call(_writing);
     releaseName();
     stopSyncing();
     if (!_writer.isOpen())
@@ -161,6 +197,8 @@ OrbError ClipSink::close()
     if (_writer.frames() == 0)
         ::unlink(_path.c_str());
     _framesLost = _framesTaken - _writer.committedFrames();
+    if (error.isError())
+        _error = error;
     return error;
 }
 
@@ -190,22 +228,53 @@ void ClipSink::stopSyncing()
     _syncThread.join();
 }
 
-/// Two waits for the medium a fragment: the first makes it durable and shows it to readers, the second
-/// makes that durable. The writer keeps the error of a sync; the next frame has it.
+/// The first wait for the medium makes a fragment durable and shows it to readers, the second makes
+/// that durable. The writer keeps the error of a sync; the next frame has it, too.
+void ClipSink::syncTwice()
+{
+    const MediumCall::Scope call(_syncing);
+    clip::Error error;
+    {
+        const std::lock_guard writer(_writerMutex);
+        error = _writer.sync();
+        if (!error)
+            error = _writer.sync();
+    }
+    if (!error && _news.committed)
+        _news.committed();
+    (void)mediumFailed(error);
+}
+
+/// A medium that is taken away under a writer takes every write and fails none.
+void ClipSink::lookForMedium()
+{
+    const MediumCall::Scope call(_syncing);
+    const auto now = std::chrono::steady_clock::now();
+    if (_isMediumGone || now - _lastLook < looksApart)
+        return;
+    _lastLook = now;
+    clip::Error error;
+    {
+        const std::lock_guard writer(_writerMutex);
+        error = _writer.isOpen() ? _writer.stillThere() : clip::Error();
+    }
+    _isMediumGone = bool(error);
+    (void)mediumFailed(error);
+}
+
 void ClipSink::syncUntilStopped()
 {
     std::unique_lock lock(_wakeMutex);
     while (!_isStopping) {
-        _wake.wait(lock, [this] { return _isDirty || _isStopping; });
+        const bool isWanted =
+            _wake.wait_for(lock, looksApart, [this] { return _isDirty || _isStopping; });
         if (_isStopping)
             return;
         _isDirty = false;
         lock.unlock();
-        {
-            const std::lock_guard writer(_writerMutex);
-            if (!_writer.sync())
-                (void)_writer.sync();
-        }
+        if (isWanted)
+            syncTwice();
+        lookForMedium();
         lock.lock();
         _wake.wait_for(lock, syncsApart, [this] { return _isStopping; });
     }

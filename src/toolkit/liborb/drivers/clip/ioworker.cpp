@@ -4,6 +4,7 @@
 
 #include <QObject>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -60,6 +61,12 @@ void AnswerBox::close()
 // The thread
 // ---------------------------------------------------------------------------------------------
 
+namespace {
+
+std::atomic<int> workersLeftBehind{0};
+
+} // namespace
+
 struct IoWorker::State
 {
     std::mutex mutex;
@@ -72,6 +79,7 @@ struct IoWorker::State
     quint64 jobsDone = 0;
     bool isStopping = false;
     bool isOver = false;
+    bool isLeftBehind = false;
 
     void run();
 };
@@ -111,6 +119,8 @@ void IoWorker::State::run()
     idle = nullptr;
     lock.lock();
     isOver = true;
+    if (isLeftBehind)
+        --workersLeftBehind;
     over.notify_all();
 }
 
@@ -169,6 +179,19 @@ quint64 IoWorker::jobsDone() const
     return _state->jobsDone;
 }
 
+void IoWorker::stop()
+{
+    const std::lock_guard lock(_state->mutex);
+    _state->isStopping = true;
+    _state->work.notify_one();
+}
+
+bool IoWorker::isOver() const
+{
+    const std::lock_guard lock(_state->mutex);
+    return _state->isOver;
+}
+
 bool IoWorker::finish(std::chrono::milliseconds patience)
 {
     if (!_state->thread.joinable())
@@ -179,10 +202,19 @@ bool IoWorker::finish(std::chrono::milliseconds patience)
         _state->isStopping = true;
         _state->work.notify_one();
         isOver = _state->over.wait_for(lock, patience, [this] { return _state->isOver; });
+        if (!isOver) {
+            _state->isLeftBehind = true;
+            ++workersLeftBehind;
+        }
     }
     if (isOver)
         _state->thread.join();
     else
         _state->thread.detach();
     return isOver;
+}
+
+int IoWorker::leftBehind()
+{
+    return workersLeftBehind;
 }

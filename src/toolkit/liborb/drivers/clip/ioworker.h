@@ -48,9 +48,15 @@ public:
     void discard();
     /// Jobs that are over: grows as long as the medium answers.
     quint64 jobsDone() const;
+    /// Takes no more jobs and does those there are.
+    void stop();
+    /// A worker that was stopped has done its last job.
+    bool isOver() const;
     /// Takes no more jobs, does those there are, and waits for that as long as \a patience. False
     /// when the worker was left behind with its work.
     bool finish(std::chrono::milliseconds patience);
+    /// Workers of the process that were left behind and have not come back. Any thread.
+    static int leftBehind();
 
 private:
     struct State;
