@@ -1,0 +1,229 @@
+#include "libprores/inverse.h"
+
+#if defined(__x86_64__) && defined(__GNUC__)
+
+#include "libprores/avx2coding.h"
+
+// A register holds one coefficient, later one sample, of the 16 blocks of a tile. Coefficients that are not all 0
+// get their lanes in such an order that a transposition in each half leaves registers of two neighbouring blocks:
+// lane half * 8 + register then has block column register % 4 * 2 + half, upper line for registers 0 to 3.
+
+namespace prores {
+
+namespace {
+
+RV_AVX2_INLINE __m256i weights(short low, short high)
+{
+    return _mm256_set1_epi32(static_cast<int>(static_cast<unsigned>(static_cast<unsigned short>(high)) << 16
+                                              | static_cast<unsigned short>(low)));
+}
+
+// Two inputs side by side, of the lower and the upper lanes of each half.
+struct Pair {
+    __m256i low, high;
+};
+
+RV_AVX2_INLINE Pair pair(__m256i a, __m256i b)
+{
+    return {_mm256_unpacklo_epi16(a, b), _mm256_unpackhi_epi16(a, b)};
+}
+
+RV_AVX2_INLINE Pair products(const Pair &a, const Pair &b, const short *w)
+{
+    const __m256i wa = weights(w[0], w[1]);
+    const __m256i wb = weights(w[2], w[3]);
+    return {_mm256_add_epi32(_mm256_madd_epi16(a.low, wa), _mm256_madd_epi16(b.low, wb)),
+            _mm256_add_epi32(_mm256_madd_epi16(a.high, wa), _mm256_madd_epi16(b.high, wb))};
+}
+
+template <int Rounding>
+RV_AVX2_INLINE Pair rounded(const Pair &sum)
+{
+    if constexpr (Rounding == 0)
+        return sum;
+    const __m256i rounding = _mm256_set1_epi32(Rounding);
+    return {_mm256_add_epi32(sum.low, rounding), _mm256_add_epi32(sum.high, rounding)};
+}
+
+template <int Shift>
+RV_AVX2_INLINE __m256i shifted(__m256i low, __m256i high)
+{
+    return _mm256_packs_epi32(_mm256_srai_epi32(low, Shift), _mm256_srai_epi32(high, Shift));
+}
+
+template <int Rounding, int Shift>
+RV_AVX2_INLINE void inverseEight(__m256i *r)
+{
+    const Pair x02 = pair(r[0], r[2]);
+    const Pair x46 = pair(r[4], r[6]);
+    const Pair x13 = pair(r[1], r[3]);
+    const Pair x57 = pair(r[5], r[7]);
+    for (int k = 0; k < 4; ++k) {
+        const Pair even = rounded<Rounding>(products(x02, x46, inverseEven[k]));
+        const Pair odd = products(x13, x57, inverseOdd[k]);
+        r[k] = shifted<Shift>(_mm256_add_epi32(even.low, odd.low), _mm256_add_epi32(even.high, odd.high));
+        r[7 - k] = shifted<Shift>(_mm256_sub_epi32(even.low, odd.low), _mm256_sub_epi32(even.high, odd.high));
+    }
+}
+
+template <int Rounding, int Shift>
+RV_AVX2_INLINE void inverseFour(__m256i *r)
+{
+    const Pair x01 = pair(r[0], r[1]);
+    const Pair x23 = pair(r[2], r[3]);
+    for (int k = 0; k < 4; ++k) {
+        const Pair sum = rounded<Rounding>(products(x01, x23, inverseEven[k]));
+        r[k] = shifted<Shift>(sum.low, sum.high);
+    }
+}
+
+RV_AVX2_INLINE void transpose(__m256i *r)
+{
+    __m256i a[8];
+    for (int i = 0; i < 4; ++i) {
+        a[2 * i] = _mm256_unpacklo_epi16(r[2 * i], r[2 * i + 1]);
+        a[2 * i + 1] = _mm256_unpackhi_epi16(r[2 * i], r[2 * i + 1]);
+    }
+    __m256i b[8];
+    for (int i = 0; i < 2; ++i) {
+        b[4 * i] = _mm256_unpacklo_epi32(a[4 * i], a[4 * i + 2]);
+        b[4 * i + 1] = _mm256_unpackhi_epi32(a[4 * i], a[4 * i + 2]);
+        b[4 * i + 2] = _mm256_unpacklo_epi32(a[4 * i + 1], a[4 * i + 3]);
+        b[4 * i + 3] = _mm256_unpackhi_epi32(a[4 * i + 1], a[4 * i + 3]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        r[2 * i] = _mm256_unpacklo_epi64(b[i], b[i + 4]);
+        r[2 * i + 1] = _mm256_unpackhi_epi64(b[i], b[i + 4]);
+    }
+}
+
+// How the blocks of a tile in coding order get to their lanes: first in each half, then across.
+RV_AVX2_INLINE __m256i withinHalves(Order order)
+{
+    return order == Order::Lines
+        ? _mm256_setr_epi8(0, 1, 8, 9, 4, 5, 12, 13, 2, 3, 10, 11, 6, 7, 14, 15, 0, 1, 8, 9, 4, 5, 12, 13, 2, 3, 10,
+                           11, 6, 7, 14, 15)
+        : _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15, 0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12,
+                           13, 6, 7, 14, 15);
+}
+
+RV_AVX2_INLINE __m256i placed(__m256i blocks, __m256i within)
+{
+    const __m256i halves = _mm256_shuffle_epi8(blocks, within);
+    return _mm256_permutevar8x32_epi32(halves, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+
+// One row of coefficients; false when all are 0.
+template <int Size>
+RV_AVX2_INLINE bool dequantise(const LevelTiles &from, int tile, const Dequantiser &dequantiser,
+                               const std::uint8_t *positions, __m256i within, __m256i *to)
+{
+    __m256i any = _mm256_setzero_si256();
+    for (int u = 0; u < Size; ++u) {
+        const int k = positions[u];
+        to[u] = _mm256_setzero_si256();
+        if (k >= from.positions)
+            continue;
+        const __m256i levels
+            = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(from.tile[tile] + k * from.stride));
+        any = _mm256_or_si256(any, levels);
+        to[u] = placed(_mm256_mullo_epi16(levels, _mm256_set1_epi16(dequantiser.scale[k])), within);
+    }
+    return _mm256_testz_si256(any, any) == 0;
+}
+
+RV_AVX2_INLINE __m256i clamped(__m256i samples)
+{
+    return _mm256_min_epi16(_mm256_max_epi16(samples, _mm256_set1_epi16(leastSample)),
+                            _mm256_set1_epi16(largestSample));
+}
+
+RV_AVX2 void full(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions,
+                  Order order, const SampleTiles &to)
+{
+    const __m256i within = withinHalves(order);
+    for (int tile = 0; tile < 2; ++tile) {
+        __m256i half[64];
+        for (int y = 0; y < 8; ++y) {
+            __m256i r[8];
+            if (dequantise<8>(from, tile, dequantiser, &positions[static_cast<std::size_t>(y * 8)], within, r))
+                inverseEight<inverseRowRounding, inverseRowShift>(r);
+            for (int x = 0; x < 8; ++x)
+                half[y * 8 + x] = r[x];
+        }
+        for (int x = 0; x < 8; ++x) {
+            __m256i r[8];
+            for (int y = 0; y < 8; ++y)
+                r[y] = half[y * 8 + x];
+            r[0] = _mm256_add_epi16(r[0], _mm256_set1_epi16(inverseMiddle));
+            inverseEight<0, inverseColumnShift>(r);
+            for (int y = 0; y < 8; ++y)
+                half[y * 8 + x] = clamped(r[y]);
+        }
+        for (int y = 0; y < 8; ++y) {
+            __m256i *r = half + y * 8;
+            transpose(r);
+            for (int i = 0; i < 8; ++i) {
+                std::uint16_t *at = to.tile[tile] + (y + i / 4 * 8) * to.stride + i % 4 * 16;
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), r[i]);
+            }
+        }
+    }
+}
+
+// Two lines of each block at a time: a transposition leaves the four samples of one beside those of the other.
+RV_AVX2 void half(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions,
+                  Order order, const SampleTiles &to)
+{
+    const __m256i within = withinHalves(order);
+    for (int tile = 0; tile < 2; ++tile) {
+        __m256i rows[16];
+        for (int y = 0; y < 4; ++y) {
+            __m256i *r = rows + y * 4;
+            if (dequantise<4>(from, tile, dequantiser, &positions[static_cast<std::size_t>(y * 8)], within, r))
+                inverseFour<inverseRowRounding, inverseRowShift>(r);
+        }
+        for (int x = 0; x < 4; ++x) {
+            __m256i r[4];
+            for (int y = 0; y < 4; ++y)
+                r[y] = rows[y * 4 + x];
+            r[0] = _mm256_add_epi16(r[0], _mm256_set1_epi16(inverseMiddle));
+            inverseFour<0, inverseColumnShift>(r);
+            for (int y = 0; y < 4; ++y)
+                rows[y * 4 + x] = clamped(r[y]);
+        }
+        for (int y = 0; y < 4; y += 2) {
+            __m256i *r = rows + y * 4;
+            transpose(r);
+            for (int i = 0; i < 8; ++i) {
+                const __m256i both = _mm256_permute4x64_epi64(r[i], 0xd8); // the upper line below
+                std::uint16_t *at = to.tile[tile] + (y + i / 4 * 4) * to.stride + i % 4 * 8;
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(at), _mm256_castsi256_si128(both));
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(at + to.stride), _mm256_extracti128_si256(both, 1));
+            }
+        }
+    }
+}
+
+} // namespace
+
+const InverseKernels *avx2Inverse()
+{
+    static const InverseKernels kernels = {"avx2", full, half, portableInverse().quarter, portableInverse().eighth};
+    return avx2Kernels() != nullptr ? &kernels : nullptr;
+}
+
+} // namespace prores
+
+#else
+
+namespace prores {
+
+const InverseKernels *avx2Inverse()
+{
+    return nullptr;
+}
+
+} // namespace prores
+
+#endif

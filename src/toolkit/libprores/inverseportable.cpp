@@ -1,0 +1,173 @@
+#include "libprores/inverse.h"
+
+#include <algorithm>
+
+// The portable path: plain loops over lanes, the definition of what the others compute. A lane is a block in coding
+// order.
+
+namespace prores {
+
+namespace {
+
+using Lanes = std::int16_t[mostBlocks];
+
+// Sums may leave 32 bits when the stream is not an encoder's; they wrap then, as vectors do.
+std::int16_t shifted(std::uint32_t sum, int shift)
+{
+    return static_cast<std::int16_t>(std::clamp(static_cast<std::int32_t>(sum) >> shift, -32768, 32767));
+}
+
+std::uint32_t product(const short *weights, const std::uint32_t *inputs, int step)
+{
+    std::uint32_t sum = 0;
+    for (int i = 0; i < 4; ++i)
+        sum += static_cast<std::uint32_t>(std::int32_t {weights[i]}) * inputs[i * step];
+    return sum;
+}
+
+std::uint32_t wide(std::int16_t value)
+{
+    return static_cast<std::uint32_t>(std::int32_t {value});
+}
+
+void inverseEight(Lanes *rows, std::ptrdiff_t step, std::uint32_t rounding, int shift)
+{
+    for (int lane = 0; lane < mostBlocks; ++lane) {
+        std::uint32_t x[8];
+        for (int i = 0; i < 8; ++i)
+            x[i] = wide(rows[i * step][lane]);
+        for (int k = 0; k < 4; ++k) {
+            const std::uint32_t even = product(inverseEven[k], x, 2) + rounding;
+            const std::uint32_t odd = product(inverseOdd[k], x + 1, 2);
+            rows[k * step][lane] = shifted(even + odd, shift);
+            rows[(7 - k) * step][lane] = shifted(even - odd, shift);
+        }
+    }
+}
+
+// The even part of the eight-point one on the four lowest coefficients.
+void inverseFour(Lanes *rows, std::ptrdiff_t step, std::uint32_t rounding, int shift)
+{
+    for (int lane = 0; lane < mostBlocks; ++lane) {
+        std::uint32_t x[4];
+        for (int i = 0; i < 4; ++i)
+            x[i] = wide(rows[i * step][lane]);
+        for (int k = 0; k < 4; ++k)
+            rows[k * step][lane] = shifted(product(inverseEven[k], x, 1) + rounding, shift);
+    }
+}
+
+// The size x size lowest coefficients, row by row.
+void dequantise(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, int size,
+                Lanes *to)
+{
+    for (int i = 0; i < size * size; ++i) {
+        const int k = positions[static_cast<std::size_t>(i / size * 8 + i % size)];
+        if (k >= from.positions) {
+            std::fill_n(to[i], mostBlocks, std::int16_t {0});
+            continue;
+        }
+        for (int lane = 0; lane < mostBlocks; ++lane) {
+            const int level = from.tile[lane / tileBlocks][k * from.stride + lane % tileBlocks];
+            to[i][lane] = static_cast<std::int16_t>(level * dequantiser.scale[k]);
+        }
+    }
+}
+
+void addMiddle(Lanes &row)
+{
+    for (std::int16_t &value : row)
+        value = static_cast<std::int16_t>(value + inverseMiddle);
+}
+
+void put(const Lanes *rows, int size, Order order, const SampleTiles &to)
+{
+    for (int lane = 0; lane < mostBlocks; ++lane) {
+        const int block = lane % tileBlocks;
+        const int column = order == Order::Columns ? block / 2 : block / 4 * 2 + block % 2;
+        const int line = order == Order::Columns ? block % 2 : block / 2 % 2;
+        std::uint16_t *at = to.tile[lane / tileBlocks] + line * size * to.stride + column * size;
+        for (int i = 0; i < size * size; ++i)
+            at[i / size * to.stride + i % size]
+                = static_cast<std::uint16_t>(std::clamp<int>(rows[i][lane], leastSample, largestSample));
+    }
+}
+
+void full(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
+          const SampleTiles &to)
+{
+    Lanes rows[64];
+    dequantise(from, dequantiser, positions, 8, rows);
+    for (int y = 0; y < 8; ++y)
+        inverseEight(rows + y * 8, 1, inverseRowRounding, inverseRowShift);
+    for (int x = 0; x < 8; ++x) {
+        addMiddle(rows[x]);
+        inverseEight(rows + x, 8, 0, inverseColumnShift);
+    }
+    put(rows, 8, order, to);
+}
+
+void half(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
+          const SampleTiles &to)
+{
+    Lanes rows[16];
+    dequantise(from, dequantiser, positions, 4, rows);
+    for (int y = 0; y < 4; ++y)
+        inverseFour(rows + y * 4, 1, inverseRowRounding, inverseRowShift);
+    for (int x = 0; x < 4; ++x) {
+        addMiddle(rows[x]);
+        inverseFour(rows + x, 4, 0, inverseColumnShift);
+    }
+    put(rows, 4, order, to);
+}
+
+// Two points are a sum and a difference, one is the mean; neither needs a rounding in between.
+constexpr int meanShift = 5;
+constexpr int meanMiddle = (512 << meanShift) + (1 << (meanShift - 1));
+
+void quarter(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
+             const SampleTiles &to)
+{
+    Lanes rows[4];
+    dequantise(from, dequantiser, positions, 2, rows);
+    for (int lane = 0; lane < mostBlocks; ++lane) {
+        const int left = rows[0][lane] + rows[2][lane]; // summed down the columns
+        const int leftLow = rows[0][lane] - rows[2][lane];
+        const int right = rows[1][lane] + rows[3][lane];
+        const int rightLow = rows[1][lane] - rows[3][lane];
+        const int sums[4] = {left + right, left - right, leftLow + rightLow, leftLow - rightLow};
+        for (int i = 0; i < 4; ++i)
+            rows[i][lane] = static_cast<std::int16_t>((sums[i] + meanMiddle) >> meanShift);
+    }
+    put(rows, 2, order, to);
+}
+
+void eighth(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
+            const SampleTiles &to)
+{
+    Lanes rows[1];
+    dequantise(from, dequantiser, positions, 1, rows);
+    for (std::int16_t &value : rows[0])
+        value = static_cast<std::int16_t>((value + meanMiddle) >> meanShift);
+    put(rows, 1, order, to);
+}
+
+constexpr InverseKernels portable = {"portable", full, half, quarter, eighth};
+
+} // namespace
+
+const InverseKernels &portableInverse()
+{
+    return portable;
+}
+
+const InverseKernels &bestInverse()
+{
+    if (const InverseKernels *kernels = avx512Inverse())
+        return *kernels;
+    if (const InverseKernels *kernels = avx2Inverse())
+        return *kernels;
+    return portable;
+}
+
+} // namespace prores

@@ -1,0 +1,229 @@
+#include "libprores/slicedecoder.h"
+
+#include "libprores/alphareader.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace prores {
+
+namespace {
+
+constexpr std::uint16_t middleSample = 512;
+constexpr std::uint16_t absentChroma = 511; // what other decoders show where a slice has none
+constexpr std::uint16_t opaque = 1023;
+constexpr int leastSliceHeader = 6;
+constexpr int longSliceHeader = 8; // tells the size of Cr, too
+
+// The low scan positions are the same in both scans: the lowest 2x2 coefficients, then the lowest 4x4.
+constexpr int positionsOf(Reduction reduction)
+{
+    switch (reduction) {
+    case Reduction::None: break;
+    case Reduction::Half: return 16;
+    case Reduction::Quarter: return 4;
+    case Reduction::Eighth: return 1;
+    }
+    return 64;
+}
+
+Dequantiser dequantiserOf(const Matrix &matrix, int index, const std::array<std::uint8_t, 64> &order)
+{
+    Dequantiser dequantiser {};
+    for (std::size_t i = 0; i < 64; ++i)
+        dequantiser.scale[i]
+            = static_cast<std::int16_t>(static_cast<std::uint16_t>(matrix[order[i]] * scaleOf(index)));
+    return dequantiser;
+}
+
+} // namespace
+
+/// Where the planes of a slice stand.
+struct SliceDecoder::Parts {
+    int index = 0;
+    PlaneBits plane[4];
+};
+
+SliceDecoder::SliceDecoder(const FrameHead &head, const DecoderSettings &settings, const InverseKernels &kernels)
+    : _head(head), _settings(settings), _kernels(kernels), _positions(scanPositions(head.info.isInterlaced())),
+      _shift(static_cast<int>(settings.reduction))
+{
+}
+
+bool SliceDecoder::split(const SliceBytes &slice, Parts &parts) const
+{
+    if (slice.begin == nullptr || slice.bytes < leastSliceHeader)
+        return false;
+    const std::uint8_t *header = slice.begin;
+    const std::size_t headerBytes = header[0] >> 3;
+    if (headerBytes > slice.bytes)
+        return false;
+    parts.index = std::clamp<int>(header[1], 1, largestIndex);
+    std::size_t left = slice.bytes - headerBytes;
+    const std::uint8_t *from = header + headerBytes;
+    for (int p = 0; p < 4; ++p) {
+        std::size_t bytes = left; // what no size is told of takes the rest
+        if (p < 2 || (p == 2 && headerBytes >= longSliceHeader))
+            bytes = readBig16(header + 2 + 2 * p);
+        if (bytes > left)
+            return false;
+        parts.plane[p] = {from, bytes};
+        from += bytes;
+        left -= bytes;
+    }
+    return true;
+}
+
+void SliceDecoder::dequantisers(int index, DecodeScratch &scratch) const
+{
+    if (scratch.index == index)
+        return;
+    const auto &order = scanOrder(_head.info.isInterlaced());
+    scratch.luma = dequantiserOf(_head.luma, index, order);
+    scratch.chroma = dequantiserOf(_head.chroma, index, order);
+    scratch.index = index;
+}
+
+int SliceDecoder::decode(const SliceBytes *slices, int count, const DecodedLines &to, DecodeScratch &scratch) const
+{
+    Parts parts[2];
+    PlaneBits luma[2];
+    ReadLevels *levels[2] = {&scratch.levels[0], &scratch.levels[1]};
+    int taken[2];
+    int sound = 0;
+    int damaged = 0;
+    for (int i = 0; i < count; ++i) {
+        if (split(slices[i], parts[sound])) {
+            luma[sound] = parts[sound].plane[0];
+            taken[sound++] = i;
+        } else {
+            conceal(slices[i].place, to);
+            ++damaged;
+        }
+    }
+    if (sound == 0)
+        return damaged;
+    const int blocks = slices[0].place.width * 4;
+    const unsigned isBad = readLevels(luma, sound, blocks, positionsOf(_settings.reduction), levels);
+    for (int i = 0; i < sound; ++i) {
+        const SlicePlace place = slices[taken[i]].place;
+        dequantisers(parts[i].index, scratch);
+        const ReadLevels &from = *levels[i];
+        if ((isBad >> i & 1) != 0 || !decodeChroma(parts[i], place, to, scratch)) {
+            conceal(place, to);
+            ++damaged;
+        } else {
+            transform({{from.at, from.at + tileBlocks}, blocks, from.positions}, scratch.luma, Order::Lines, place, 0,
+                      1, to, scratch);
+            decodeAlpha(parts[i], place, to, scratch);
+        }
+        levels[i]->clear();
+    }
+    return damaged;
+}
+
+bool SliceDecoder::decodeChroma(const Parts &parts, SlicePlace place, const DecodedLines &to,
+                                DecodeScratch &scratch) const
+{
+    if (parts.plane[1].bytes + parts.plane[2].bytes == 0) {
+        fill(place, 1, absentChroma, to);
+        fill(place, 2, absentChroma, to);
+        return true;
+    }
+    ReadLevels &cb = scratch.levels[2];
+    ReadLevels &cr = scratch.levels[3];
+    ReadLevels *const both[] = {&cb, &cr};
+    const int blocks = place.width * (_head.info.is444 ? 4 : 2);
+    const bool isSound = readLevels(parts.plane + 1, 2, blocks, positionsOf(_settings.reduction), both) == 0;
+    if (isSound && _head.info.is444) {
+        for (int p = 1; p < 3; ++p) {
+            const ReadLevels &from = *both[p - 1];
+            transform({{from.at, from.at + tileBlocks}, blocks, from.positions}, scratch.chroma, Order::Columns, place,
+                      p, 1, to, scratch);
+        }
+    } else if (isSound) {
+        transform({{cb.at, cr.at}, blocks, std::max(cb.positions, cr.positions)}, scratch.chroma, Order::Columns,
+                  place, 1, 2, to, scratch);
+    }
+    cb.clear();
+    cr.clear();
+    return isSound;
+}
+
+// Two tiles of one plane, or one of each of two. They are written where they belong when the slice is wide and
+// inside of the picture; elsewhere what is visible of them is copied.
+void SliceDecoder::transform(const LevelTiles &levels, const Dequantiser &dequantiser, Order order, SlicePlace place,
+                             int firstPlane, int planes, const DecodedLines &to, DecodeScratch &scratch) const
+{
+    constexpr decltype(InverseKernels::full) InverseKernels::*sizes[] = {
+        &InverseKernels::full, &InverseKernels::half, &InverseKernels::quarter, &InverseKernels::eighth};
+    const auto inverse = _kernels.*sizes[_shift];
+    const int unit = (isHalf(firstPlane) ? 8 : 16) >> _shift; // columns of a macroblock
+    const int lines = 16 >> _shift;
+    const int tileWidth = 64 >> _shift;
+    const int left = place.column * unit;
+    const int top = place.row * lines;
+    const std::ptrdiff_t stride = to.stride[firstPlane];
+    std::uint16_t *at[2] = {};
+    for (int i = 0; i < planes; ++i)
+        at[i] = to.plane[firstPlane + i] + top * to.stride[firstPlane + i] + left;
+    if (place.width == widestSlice && left + unit * widestSlice <= to.width[firstPlane] && top + lines <= to.height
+        && (planes == 1 || to.stride[firstPlane + 1] == stride)) {
+        inverse(levels, dequantiser, _positions, order, {{at[0], planes == 1 ? at[0] + tileWidth : at[1]}, stride});
+        return;
+    }
+    const int width = 2 * tileWidth;
+    inverse(levels, dequantiser, _positions, order, {{scratch.samples, scratch.samples + tileWidth}, width});
+    const int columns = std::min(unit * place.width, to.width[firstPlane] - left);
+    for (int i = 0; i < planes && columns > 0; ++i) {
+        const std::uint16_t *from = scratch.samples + i * tileWidth;
+        for (int y = 0; y < std::min(lines, to.height - top); ++y)
+            std::copy_n(from + y * width, columns, at[i] + y * to.stride[firstPlane + i]);
+    }
+}
+
+// Reduced, alpha is every second, fourth or eighth sample.
+void SliceDecoder::decodeAlpha(const Parts &parts, SlicePlace place, const DecodedLines &to,
+                               DecodeScratch &scratch) const
+{
+    if (to.plane[3] == nullptr)
+        return;
+    if (_head.info.alphaBits == 0 || parts.plane[3].bytes == 0) {
+        fill(place, 3, opaque, to);
+        return;
+    }
+    const int width = place.width * 16;
+    readAlpha(parts.plane[3], _head.info.alphaBits, scratch.samples, static_cast<std::size_t>(width) * 16);
+    const int left = place.column * 16 >> _shift;
+    const int top = place.row * 16 >> _shift;
+    const int columns = std::min(width >> _shift, to.width[3] - left);
+    for (int y = 0; y < std::min(16 >> _shift, to.height - top); ++y) {
+        const std::uint16_t *from = scratch.samples + (y << _shift) * width;
+        std::uint16_t *line = to.plane[3] + (top + y) * to.stride[3] + left;
+        for (int x = 0; x < columns; ++x)
+            line[x] = from[x << _shift];
+    }
+}
+
+void SliceDecoder::fill(SlicePlace place, int plane, std::uint16_t sample, const DecodedLines &to) const
+{
+    const int unit = (isHalf(plane) ? 8 : 16) >> _shift;
+    const int lines = 16 >> _shift;
+    const int left = place.column * unit;
+    const int top = place.row * lines;
+    const int columns = std::min(unit * place.width, to.width[plane] - left);
+    for (int y = top; y < std::min(top + lines, to.height) && columns > 0; ++y)
+        std::fill_n(to.plane[plane] + y * to.stride[plane] + left, columns, sample);
+}
+
+void SliceDecoder::conceal(SlicePlace place, const DecodedLines &to) const
+{
+    if (_settings.concealment == Concealment::Keep)
+        return;
+    for (int p = 0; p < 3; ++p)
+        fill(place, p, middleSample, to);
+    if (to.plane[3] != nullptr)
+        fill(place, 3, opaque, to);
+}
+
+} // namespace prores
