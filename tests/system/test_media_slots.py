@@ -219,7 +219,7 @@ def clients_edit_the_play_list_through_the_store(bin_dir):
         media = json.loads(recorder.ctl("--json", "media").stdout)["media"]
         check(media[0]["path"] == recorder.medium and media[0]["freePercent"] > 50, f"{media}")
         check(recorder.ctl("rollover", "on").returncode == 0 and recorder.get("RolloverEnable") == 1, "rollover on")
-        check(recorder.ctl("playlist", "remove", 7).returncode == 0, "an edit is handed on")
+        check(recorder.ctl("playlist", "remove", 7).returncode == 1, "there is no such entry")
         wait_said(recorder, "Can't edit the play list of")
         recorder.set("PlayListEdit", "clear")
         wait_until("the play list is empty", lambda: not entries())

@@ -1,14 +1,12 @@
 #include "services/rvctl/cliplists.h"
 
 #include "libvanta/mediacache.h"
-#include "libvanta/withintime.h"
+#include "services/rvctl/mediarequest.h"
 #include "services/rvctl/names.h"
+#include "services/rvctl/plaintext.h"
 
-#include <cmath>
 #include <cstdio>
-#include <memory>
 
-#include <sys/vfs.h>
 #include <time.h>
 
 namespace
@@ -30,19 +28,47 @@ std::string jsonOf(const Clip &clip, std::size_t index)
            ", \"modified\": " + std::to_string(clip.modified()) + ", \"state\": \"" + stateName(clip) + "\"}";
 }
 
-void printLine(const Clip &clip, std::size_t index)
+std::string whenOf(const Clip &clip)
 {
+    if (clip.state() == ClipState::Missing) {
+        return "-";
+    }
     const time_t modified = clip.modified();
     tm local{};
     localtime_r(&modified, &local);
-    char when[32] = "-";
-    if (clip.state() != ClipState::Missing) {
-        std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
+    char when[32] = "";
+    std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
+    return when;
+}
+
+std::string sizeOf(const Clip &clip)
+{
+    char size[32];
+    std::snprintf(size, sizeof size, "%.1f MB", double(clip.fileSize()) / 1e6);
+    return clip.state() == ClipState::Missing ? "-" : size;
+}
+
+/// What a clip's fact is when it is not known.
+std::string known(const std::string &fact)
+{
+    return fact.empty() ? "-" : fact;
+}
+
+constexpr TextTable::Align left = TextTable::Align::Left;
+constexpr TextTable::Align right = TextTable::Align::Right;
+
+void printTable(const std::list<Clip> &clips)
+{
+    TextTable table{right, left, right, left, left, right, left, left};
+    table.add({"#", "Name", "Frames", "Timecode", "Format", "Size", "When", ""});
+    std::size_t index = 0;
+    for (const Clip &clip : clips) {
+        const bool isRead = clip.isComplete() || clip.getFrameCount() > 0;
+        table.add({std::to_string(index++), clip.getName(), isRead ? std::to_string(clip.getFrameCount()) : "-",
+                   known(clip.timecode()), known(clip.format()), sizeOf(clip), whenOf(clip),
+                   clip.isComplete() ? "" : stateName(clip)});
     }
-    std::printf("%4zu  %-24s %8d  %-11s  %10.1f MB  %-19s  %s%s\n", index, clip.getName().c_str(),
-                clip.getFrameCount(), clip.timecode().empty() ? "-" : clip.timecode().c_str(),
-                double(clip.fileSize()) / 1e6, when, clip.format().c_str(),
-                clip.isComplete() ? "" : (std::string(" (") + stateName(clip) + ")").c_str());
+    std::fputs(table.text().c_str(), stdout);
 }
 
 int show(Session &session, std::list<Clip> clips, const char *member, bool allMedia)
@@ -51,37 +77,16 @@ int show(Session &session, std::list<Clip> clips, const char *member, bool allMe
     if (!allMedia) {
         clips.remove_if([&](const Clip &clip) { return clip.path() != active; });
     }
+    if (!session.options().json) {
+        printTable(clips);
+        return Done;
+    }
     std::string rows;
     std::size_t index = 0;
     for (const Clip &clip : clips) {
-        if (session.options().json) {
-            rows += (rows.empty() ? "" : ", ") + jsonOf(clip, index);
-        } else {
-            printLine(clip, index);
-        }
-        ++index;
+        rows += (rows.empty() ? "" : ", ") + jsonOf(clip, index++);
     }
     return session.succeed(", \"" + std::string(member) + "\": [" + rows + "]");
-}
-
-struct Space {
-    bool isKnown = false;
-    double freePercent = 0;
-    double freeBytes = 0;
-};
-
-Space spaceOf(const std::string &path)
-{
-    const auto space = std::make_shared<Space>();
-    const auto measure = [space, path] {
-        struct statfs found = {};
-        if (::statfs(path.c_str(), &found) == 0 && found.f_blocks > 0) {
-            *space = Space{true, std::round(double(found.f_bfree) / double(found.f_blocks) * 100),
-                           double(found.f_bfree) * double(found.f_bsize)};
-        }
-    };
-    const bool isAnswered = lumo::utils::withinTime(lumo::utils::filePatience, measure);
-    return isAnswered ? *space : Space();
 }
 
 } // namespace
@@ -106,39 +111,9 @@ int reportPlayList(Session &session)
 
 int editPlayList(Session &session, std::span<const std::string> words)
 {
-    std::string edit;
+    std::string edit = "playlist";
     for (const std::string &word : words) {
-        edit += (edit.empty() ? "" : " ") + word;
+        edit += " " + word;
     }
-    const int code = session.send(eParamPlayListEdit, edit);
-    return code == Done ? session.succeed() : code;
-}
-
-int reportMedia(Session &session)
-{
-    std::string rows;
-    for (const eParam_t id : {eParamActivePath, eParamRolloverPath}) {
-        const std::string path = session.text(id);
-        const std::string role = id == eParamActivePath ? "active" : "next";
-        const Space space = path.empty() ? Space() : spaceOf(path);
-        char free[64] = "not there";
-        if (space.isKnown) {
-            std::snprintf(free, sizeof free, "%.0f %% free, %.1f GB", space.freePercent, space.freeBytes / 1e9);
-        }
-        if (!session.options().json) {
-            std::printf("%-8s%s%s%s\n", role.c_str(), path.empty() ? "-" : path.c_str(), path.empty() ? "" : "  ",
-                        path.empty() ? "" : free);
-            continue;
-        }
-        rows += (rows.empty() ? "" : ", ");
-        rows += "{\"role\": \"" + role + "\", \"path\": " + jsonString(path);
-        if (space.isKnown) {
-            char numbers[96];
-            std::snprintf(numbers, sizeof numbers, ", \"freePercent\": %.0f, \"freeBytes\": %.0f", space.freePercent,
-                          space.freeBytes);
-            rows += numbers;
-        }
-        rows += "}";
-    }
-    return session.succeed(", \"media\": [" + rows + "]");
+    return askMedia(session, edit);
 }

@@ -11,7 +11,5 @@
 int reportClips(Session &session, bool allMedia);
 /// The active medium's play list, missing entries included.
 int reportPlayList(Session &session);
-/// Hands an edit of the play list to the media service: the words of it as they stand on the command line.
+/// Has the media service edit the play list: the words of it as they stand on the command line.
 int editPlayList(Session &session, std::span<const std::string> words);
-/// The active medium and the next one: how much of each is free.
-int reportMedia(Session &session);

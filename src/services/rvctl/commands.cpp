@@ -2,6 +2,7 @@
 
 #include "services/rvctl/cliplists.h"
 #include "services/rvctl/describe.h"
+#include "services/rvctl/mediareport.h"
 #include "services/rvctl/names.h"
 #include "services/rvctl/report.h"
 #include "services/rvctl/settings.h"
@@ -361,6 +362,7 @@ constexpr Command commands[] = {
     {"clips",       0, 1,   clips},
     {"playlist",    0, 3,   playList},
     {"media",       0, 0,   [](Session &s, Words) { return s.connect() ? reportMedia(s) : int(NotRunning); }},
+    {"eject",       0, 1,   [](Session &s, Words w) { return s.connect() ? ejectMedium(s, w) : int(NotRunning); }},
     {"rollover",    1, 1,   rollOver},
     {"play",        0, 0,   [](Session &s, Words) { return pressKey(s, keys[0]); }},
     {"record",      0, 0,   [](Session &s, Words) { return pressKey(s, keys[1]); }},

@@ -2,6 +2,7 @@
 
 #include "libmessages/alarm.h"
 #include "libmessages/datafile.h"
+#include "services/rvctl/plaintext.h"
 
 #include <algorithm>
 #include <cctype>
@@ -74,19 +75,6 @@ std::string hexBytes(const std::string &bytes)
         char pair[3];
         std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned char>(c));
         out += pair;
-    }
-    return out;
-}
-
-std::string printable(const std::string &text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-            out += "\\x" + hexBytes(std::string(1, c));
-        } else {
-            out += c;
-        }
     }
     return out;
 }
@@ -237,27 +225,16 @@ std::string jsonString(const std::string &text)
 {
     std::string out = "\"";
     for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        const std::size_t length = lead < 0x80                    ? 1
-                                   : lead >= 0xc2 && lead <= 0xdf ? 2
-                                   : lead >= 0xe0 && lead <= 0xef ? 3
-                                   : lead >= 0xf0 && lead <= 0xf4 ? 4
-                                                                  : 0;
-        bool isWhole = length > 0 && i + length <= text.size();
-        for (std::size_t k = 1; isWhole && k < length; k++) {
-            isWhole = (static_cast<unsigned char>(text[i + k]) & 0xc0) == 0x80;
-        }
-        if (!isWhole) {
+        const Character character = characterAt(text, i);
+        const std::size_t length = character.bytes;
+        if (!character.isText) {
             out += "\\ufffd";
-            i++;
-            continue;
-        }
-        if (lead < 0x20) {
+        } else if (character.code < 0x20) {
             char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", lead);
+            std::snprintf(escape, sizeof escape, "\\u%04x", unsigned(character.code));
             out += escape;
         } else {
-            out += lead == '"' || lead == '\\' ? "\\" : "";
+            out += character.code == '"' || character.code == '\\' ? "\\" : "";
             out += text.substr(i, length);
         }
         i += length;

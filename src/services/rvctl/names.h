@@ -15,8 +15,6 @@ std::string nearestMatch(const std::string &text, const std::vector<std::string>
 
 /// The text with small letters.
 std::string lowerText(std::string text);
-/// Text that cannot move the cursor or ring the bell.
-std::string printable(const std::string &text);
 /// Two digits for each byte.
 std::string hexBytes(const std::string &bytes);
 /// Whether two texts are the same in any case.

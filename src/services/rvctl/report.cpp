@@ -3,6 +3,7 @@
 #include "libmessages/alarm.h"
 #include "libvanta/shmstring.h"
 #include "services/rvctl/names.h"
+#include "services/rvctl/plaintext.h"
 
 #include <algorithm>
 #include <csignal>
@@ -70,6 +71,10 @@ constexpr StatusLine statusLines[] = {
     {"Storage", "storage", eParamStorageInUse},
     {"Medium", "activePath", eParamActivePath},
     {"Next medium", "rolloverPath", eParamRolloverPath},
+    {"Capture queue", "captureQueue", eParamCaptureQueue},
+    {"Coding time", "codingTime", eParamCodingTime},
+    {"Longest coding", "worstCodingTime", eParamWorstCodingTime},
+    {"Late frames", "lateFrames", eParamLateFrames},
 };
 
 void printStatusJson(Session &session, bool isRunning)

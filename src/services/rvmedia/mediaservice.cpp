@@ -83,6 +83,8 @@ void MediaService::ParamChanged(eParam_t id, std::string value, timeval)
 {
     if (id == eParamPlayListEdit)
         QMetaObject::invokeMethod(this, [this, value] { editPlayList(value); }, Qt::QueuedConnection);
+    if (id == eParamMediaRequest)
+        QMetaObject::invokeMethod(this, [this, value] { request(value); }, Qt::QueuedConnection);
     if (id == eParamActivePath || id == eParamRolloverPath)
         QMetaObject::invokeMethod(this, &MediaService::pathsChanged, Qt::QueuedConnection);
 }
@@ -112,7 +114,8 @@ std::vector<MediumFacts> MediaService::facts() const
 {
     std::vector<MediumFacts> all;
     for (const auto &medium : _media)
-        all.push_back({medium->path(), medium->isSlot(), medium->isPresent(),
+        // One that is given up must not stay the active one, even if a client named it.
+        all.push_back({medium->path(), medium->isSlot() || medium->isEjected(), medium->isPresent(),
                        medium->listing().freePercent, medium->isComing()});
     return all;
 }
@@ -209,6 +212,7 @@ void MediaService::tellState()
     unsigned int told = 0;
     if (!_config->getUInt32(eParamMediaState, told) || told != state)
         _config->setUInt32(eParamMediaState, state);
+    tellSlots();
 }
 
 void MediaService::listed(Medium *medium)

@@ -61,6 +61,12 @@ private:
     void pathsChanged();
     void storageUseChanged();
     void editPlayList(const std::string &edit);
+    void request(const std::string &text);
+    void answer(const std::string &token, const std::string &problem);
+    void eject(const std::string &token, const std::string &path);
+    std::string reasonToKeep(const std::string &path) const;
+    void measure(const std::string &token);
+    void tellSlots();
     void setPaths(const MediaPaths &paths);
     void choose();
     void tellState();

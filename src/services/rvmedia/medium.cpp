@@ -84,16 +84,20 @@ void Medium::mountsChanged(bool isMounted)
 {
     const bool hasCome = isMounted && !std::exchange(_isMounted, isMounted);
     _isMounted = isMounted;
+    if (!isMounted)
+        _isEjected = false;
     if (_isSlot && !isMounted) {
         _settle.stop();
         _coming.stop();
         _listing = {};
         const bool wasListed = std::exchange(_isListed, false);
         // What hangs in a medium that is gone must not keep the next one waiting.
-        if (_isScanning && _abandoned.size() < mostAbandoned) {
+        if ((_isScanning || _isEjecting) && _abandoned.size() < mostAbandoned) {
             _abandoned.push_back(std::move(_worker));
             startWorker();
             _isScanning = false;
+            if (std::exchange(_isEjecting, false))
+                std::exchange(_ejectDone, {})(std::string());
         }
         if (wasListed)
             emit listed();
@@ -110,13 +114,13 @@ void Medium::mountsChanged(bool isMounted)
 void Medium::scan()
 {
     _scanAgain = true;
-    if (!_isScanning && !_pause.isActive())
+    if (!_isEjected && !_isScanning && !_pause.isActive())
         run();
 }
 
 void Medium::run()
 {
-    if (_isScanning || !std::exchange(_scanAgain, false))
+    if (_isScanning || _isEjected || !std::exchange(_scanAgain, false))
         return;
     _isScanning = true;
     Worker *worker = _worker.get();
@@ -127,38 +131,49 @@ void Medium::run()
     });
 }
 
-void Medium::editPlayList(const std::string &edit)
+void Medium::editPlayList(const std::string &edit, const Outcome &done)
 {
     if (!isPresent() || _pendingEdits >= mostPendingEdits) {
         orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s\n", _path.c_str());
+        if (done)
+            done(isPresent() ? "too many edits wait" : "no medium is in " + _path);
         return;
     }
     ++_pendingEdits;
-    QMetaObject::invokeMethod(&_worker->object, [this, edit] {
+    QMetaObject::invokeMethod(&_worker->object, [this, edit, done] {
         std::string problem;
         if (!editPlayListFile(_path, edit, problem))
             orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s: %s\n", _path.c_str(),
                          problem.c_str());
         --_pendingEdits;
+        if (done)
+            QMetaObject::invokeMethod(this, [done, problem] { done(problem); });
     });
+}
+
+/// True when the worker was left to a medium that had it, which it has no longer.
+bool Medium::retire(Worker *worker)
+{
+    if (worker == _worker.get())
+        return false;
+    const auto old = std::ranges::find(_abandoned, worker, &std::unique_ptr<Worker>::get);
+    if (old != _abandoned.end()) {
+        end(std::move(*old));
+        _abandoned.erase(old);
+    }
+    return true;
 }
 
 void Medium::take(Worker *worker, MediumScanner::Listing listing)
 {
-    if (worker != _worker.get()) {
-        const auto old = std::ranges::find(_abandoned, worker, &std::unique_ptr<Worker>::get);
-        if (old != _abandoned.end()) {
-            end(std::move(*old));
-            _abandoned.erase(old);
-        }
+    if (retire(worker))
         return;
-    }
     _isScanning = false;
     if (listing.watchError != 0 && listing.watchError != _listing.watchError)
         orbLogOutput(2, logFile, __LINE__, "Can't watch %s: %s\n", _path.c_str(),
                      std::strerror(listing.watchError));
     _pause.start(pauseMs);
-    if (_isSlot && !_isMounted)
+    if (_isEjected || (_isSlot && !_isMounted))
         return;
     _listing = std::move(listing);
     _isListed = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libvanta/mediaslot.h"
 #include "mediumscanner.h"
 
 #include <QObject>
@@ -8,6 +9,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +21,9 @@ class Medium : public QObject
 {
     Q_OBJECT
 public:
+    /// Is told, on the event loop, why something could not be done; nothing when it was.
+    using Outcome = std::function<void(const std::string &problem)>;
+
     /// A slot has a medium only while something is mounted exactly there; any other path is what lies there.
     Medium(std::string path, bool isSlot, KnownClips &known, std::string inspector);
     ~Medium() override;
@@ -33,12 +38,23 @@ public:
     /// A medium is there and is listed for the first time, which has not taken long yet.
     bool isComing() const { return _isMounted && !_isListed && _coming.isActive(); }
     bool isBeingListed() const { return _isScanning; }
+    bool isMounted() const { return _isMounted; }
+    /// It was given up, and is not used again before it is mounted anew.
+    bool isEjected() const { return _isEjected; }
+    /// What is in the slot, and how much of it is free as far as was measured.
+    MediaSlot slot() const;
 
     /// The mount table has changed, and something is mounted at the path or not.
     void mountsChanged(bool isMounted);
     void scan();
     /// Edits the medium's play list; a listing follows. See editPlayList().
-    void editPlayList(const std::string &edit);
+    void editPlayList(const std::string &edit, const Outcome &done = {});
+    /// Measures the space on the medium and calls \a done, unless the medium hangs.
+    void measure(const std::function<void()> &done);
+    /// Gives the medium up, so that it can be taken out: once nobody records on it and \a mayGo, asked when all is on
+    /// the medium, has no reason against it, it counts as not there any more, and is unmounted if that may be.
+    /// \a done is told the outcome; a medium that cannot be unmounted stays given up until it is mounted anew.
+    void eject(const std::function<std::string()> &mayGo, const Outcome &done);
 
 signals:
     /// A medium has come and is being listed.
@@ -65,6 +81,10 @@ private:
     void run();
     void take(Worker *worker, MediumScanner::Listing listing);
     static void end(std::unique_ptr<Worker> worker);
+    bool retire(Worker *worker);
+    void giveUp();
+    void unmount(Worker *worker);
+    void ejectEnded(Worker *worker, const std::string &problem);
 
     std::string _path;
     bool _isSlot;
@@ -83,4 +103,7 @@ private:
     bool _isListed = false;
     bool _isScanning = false;
     bool _scanAgain = false;
+    bool _isEjected = false;
+    bool _isEjecting = false;
+    Outcome _ejectDone;
 };

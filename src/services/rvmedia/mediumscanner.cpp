@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <sys/inotify.h>
+#include <sys/statvfs.h>
 #include <sys/vfs.h>
 
 namespace
@@ -19,7 +20,9 @@ constexpr std::uint32_t watchedOfMedium = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE
 constexpr std::uint32_t watchedAbove =
     IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-void measure(const std::string &path, MediumScanner::Listing &listing)
+} // namespace
+
+void MediumScanner::measure(const std::string &path, Listing &listing)
 {
     struct statfs root = {};
     struct statfs medium = {};
@@ -28,9 +31,17 @@ void measure(const std::string &path, MediumScanner::Listing &listing)
     listing.isMounted = std::memcmp(&root.f_fsid, &medium.f_fsid, sizeof root.f_fsid) != 0;
     if (medium.f_blocks > 0)
         listing.freePercent = std::round(double(medium.f_bfree) / double(medium.f_blocks) * 100.0);
+    listing.freeBytes = std::uint64_t(medium.f_bfree) * std::uint64_t(medium.f_bsize);
+    listing.totalBytes = std::uint64_t(medium.f_blocks) * std::uint64_t(medium.f_bsize);
+    listing.isReadOnly = (medium.f_flags & ST_RDONLY) != 0;
 }
 
-} // namespace
+void MediumScanner::letGo()
+{
+    const int watch = std::exchange(_watch, -1);
+    if (watch >= 0)
+        ::inotify_rm_watch(_notices, watch);
+}
 
 int MediumScanner::watch(const std::string &path)
 {

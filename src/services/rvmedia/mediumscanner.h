@@ -2,6 +2,7 @@
 
 #include "cliplister.h"
 
+#include <cstdint>
 #include <list>
 #include <string>
 
@@ -17,6 +18,9 @@ public:
         int watchError = 0;       ///< errno when the system cannot tell of changes; 0 when it does
         bool isMounted = false;   ///< it is not part of the root file system
         double freePercent = 0.0; ///< of the file system, rounded to a whole number
+        std::uint64_t freeBytes = 0; ///< the superuser's share included
+        std::uint64_t totalBytes = 0;
+        bool isReadOnly = false;
     };
 
     /// Notices are to arrive on the inotify descriptor \a notices, which stays the caller's.
@@ -28,6 +32,10 @@ public:
     /// What lies at \a path now. The notices follow to a medium that was mounted there since; while there is no
     /// such folder they tell when one above it changes.
     Listing scan(const std::string &path);
+    /// Asks for no more notices of the medium, until the next scan.
+    void letGo();
+    /// The space on the file system at \a path, and whether it may be written; all else of \a listing stays.
+    static void measure(const std::string &path, Listing &listing);
 
 private:
     int follow(const std::string &path);

@@ -1,0 +1,131 @@
+// What clients ask of the service, each with a token of its own by which it knows the answer, and what is told of the
+// slots.
+
+#include "mediaservice.h"
+
+#include "liborb/orblog.h"
+#include "slotfile.h"
+
+#include <QTimer>
+
+#include <memory>
+#include <utility>
+
+namespace
+{
+
+constexpr const char *logFile = "mediaservice.cpp";
+/// A medium that hangs is shown as it was measured last.
+constexpr int measurePatienceMs = 300;
+constexpr std::size_t longestToken = 64;
+
+/// Values of eParamStorageInUse.
+constexpr unsigned int storageIsInUse = 1;
+constexpr unsigned int storageHasRolledOver = 3;
+/// Value of eParamTransportState.
+constexpr unsigned int stateRecord = 2;
+
+/// The text up to the first blank, and what stands behind it.
+std::pair<std::string, std::string> split(const std::string &text)
+{
+    const std::size_t blank = text.find(' ');
+    return {text.substr(0, blank), blank == std::string::npos ? std::string() : text.substr(blank + 1)};
+}
+
+} // namespace
+
+void MediaService::request(const std::string &text)
+{
+    const auto [token, rest] = split(text);
+    const auto [word, object] = split(rest);
+    if (token.empty() || token.size() > longestToken)
+        return;
+    if (word == "eject") {
+        eject(token, cleanPath(object));
+    } else if (word == "measure" && object.empty()) {
+        measure(token);
+    } else if (word == "playlist") {
+        Medium *medium = mediumAt(paths().active);
+        if (medium)
+            medium->editPlayList(object, [this, token](const std::string &problem) { answer(token, problem); });
+        else
+            answer(token, "there is no active medium");
+    } else {
+        answer(token, "not understood");
+    }
+}
+
+void MediaService::answer(const std::string &token, const std::string &problem)
+{
+    const std::string text = token + (problem.empty() ? " done" : " failed " + problem);
+    if (!_config->setString(eParamMediaAnswer, text))
+        orbLogOutput(2, logFile, __LINE__, "A request can't be answered\n");
+}
+
+/// Why the medium must stay; nothing when it may go.
+std::string MediaService::reasonToKeep(const std::string &path) const
+{
+    unsigned int isRunning = 0;
+    unsigned int state = 0;
+    _config->getUInt32(eParamTransportRunning, isRunning);
+    _config->getUInt32(eParamTransportState, state);
+    const unsigned int use = storageUse();
+    const bool isInUse = isRunning == 1 && (use == storageIsInUse || use == storageHasRolledOver);
+    const MediaPaths now = paths();
+    if (isInUse && path == now.active)
+        return path + (state == stateRecord ? " is recorded on" : " is played from");
+    // While the recording goes over, both media are written.
+    if (isInUse && path == now.rollover && use == storageHasRolledOver)
+        return path + " is recorded on";
+    return {};
+}
+
+void MediaService::eject(const std::string &token, const std::string &path)
+{
+    Medium *medium = mediumAt(path);
+    const std::string problem = medium ? reasonToKeep(path) : "there is no such slot";
+    if (!problem.empty()) {
+        answer(token, problem);
+        return;
+    }
+    medium->eject([this, path] { return reasonToKeep(path); },
+                  [this, token](const std::string &failure) {
+                      tellState();
+                      answer(token, failure);
+                  });
+}
+
+void MediaService::measure(const std::string &token)
+{
+    const auto isAnswered = std::make_shared<bool>(false);
+    const auto finish = [this, token, isAnswered] {
+        if (std::exchange(*isAnswered, true))
+            return;
+        tellSlots();
+        answer(token, std::string());
+    };
+    const auto waiting = std::make_shared<int>(1);
+    const auto measured = [waiting, finish] {
+        if (--*waiting == 0)
+            finish();
+    };
+    for (const auto &medium : _media) {
+        if (!medium->isPresent())
+            continue;
+        ++*waiting;
+        medium->measure(measured);
+    }
+    measured();
+    QTimer::singleShot(measurePatienceMs, this, finish);
+}
+
+void MediaService::tellSlots()
+{
+    for (int i = 0; i < mediaSlotCount; ++i) {
+        const bool isThere = static_cast<std::size_t>(i) < _media.size();
+        const std::string now = isThere ? textOf(_media[static_cast<std::size_t>(i)]->slot()) : std::string();
+        std::string told;
+        if (!_config->getString(mediaSlotParameter(i), told) || told != now)
+            _config->setString(mediaSlotParameter(i), now);
+    }
+}
