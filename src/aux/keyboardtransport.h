@@ -35,7 +35,7 @@ public slots:
     // Stored; seen on the next redraw
     void setVtrState(const VtrState &state);
     void setStatus(const QString &val);
-    void setCurrentTimecode(const OrbTimecode &tc);
+    void setCurrentTimecode(const OrbTimecode &);
 
 protected:
     void timerEvent(QTimerEvent *event) override;

@@ -19,7 +19,7 @@ signals:
 public slots:
     /// The timecode of the next frame. One repeat of the frame before is let pass unjudged, so a
     /// frozen timecode is judged on every second frame only.
-    void setTimecode(const OrbTimecode &tc);
+    void setTimecode(const OrbTimecode &);
     /// A change is signalled on observation number \a frames + 2 of the new state.
     void setDelay(int frames);
 

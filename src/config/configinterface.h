@@ -45,14 +45,14 @@ signals:
 public slots:
     /// Emits the current value as paramChanged(), before it returns. Knows only strings and numbers: a data
     /// parameter arrives as a number, deliberately.
-    void loadParam(quint32 id);
+    void loadParam(quint32);
     void loadParams(const quint32 *idlist, int listSize);
     /// Writes as the variant's type says: a string as a string, a byte array as data, anything else as an
     /// unsigned number. The answer is the store's.
     bool set(quint32 paramID, QVariant value);
-    bool setString(quint32 id, QString value);
-    bool setUInt32(quint32 id, quint32 value);
-    bool setData(quint32 id, QByteArray value);
+    bool setString(quint32, QString);
+    bool setUInt32(quint32, quint32);
+    bool setData(quint32, QByteArray);
 
 private:
     std::unique_ptr<Config> _config;

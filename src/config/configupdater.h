@@ -24,10 +24,10 @@ public:
 public slots:
     /// Publishes 1 for in use and 2 for released, deliberately not 1 and 0.
     void setStorageInUse(bool val);
-    void setCurrentClip(const QString &name);
-    void setCurrentPlayListIndex(int index);
-    void setCurrentTimecode(const OrbTimecode &tc);
-    void setInputTimecode(const OrbTimecode &tc);
+    void setCurrentClip(const QString &);
+    void setCurrentPlayListIndex(int);
+    void setCurrentTimecode(const OrbTimecode &);
+    void setInputTimecode(const OrbTimecode &);
     /// Mirrors what the store says, whoever wrote it, so that it is not written back.
     void configParamChanged(quint32 id, const QVariant &value, const OrbTimeStamp &ts);
 

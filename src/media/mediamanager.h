@@ -36,6 +36,9 @@ public:
     int getRolloverInhibit(const PathInfo &info) const;
     /// Measures \a path. A medium that hangs is a failed query after a few milliseconds.
     static bool getPathInfo(const QString &path, PathInfo &info);
+    /// The recording goes on on the rollover path already, because the active medium failed: the books are those
+    /// after a rollover, whether one might have begun or not.
+    void markWentOver();
     /// The check of the active medium, when the event is of this object's own timer.
     void timerEvent(QTimerEvent *event) override;
 
@@ -50,9 +53,9 @@ public slots:
     void setRolloverEnabled(bool val);
     bool markRolloverInProgress();
     void markRolloverComplete(bool success);
-    void setActivePath(const QString &path);
-    void setRolloverPath(const QString &path);
-    void setStorageInUse(bool inUse);
+    void setActivePath(const QString &);
+    void setRolloverPath(const QString &);
+    void setStorageInUse(bool);
 
 private:
     void checkActivePath();

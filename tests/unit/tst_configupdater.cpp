@@ -225,9 +225,10 @@ void TestConfigUpdater::slotsStandInTheirOrder()
                                  "setCurrentPlayListIndex(int)", "setCurrentTimecode(OrbTimecode)",
                                  "setInputTimecode(OrbTimecode)",
                                  "configParamChanged(uint,QVariant,OrbTimeStamp)"}));
-    QCOMPARE(meta.method(meta.methodOffset()).parameterNames(), QList<QByteArray>({"val"}));
-    QCOMPARE(meta.method(meta.methodOffset() + 5).parameterNames(),
-             QList<QByteArray>({"id", "value", "ts"}));
+    QByteArrayList parameters;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
+        parameters << meta.method(i).parameterNames().join(' ');
+    QCOMPARE(parameters, QByteArrayList({"val", "", "", "", "", "id value ts"}));
 }
 
 /// The daemon writes with every frame, and a reader in another process never has a part of one
