@@ -3,6 +3,7 @@
 #include "alarms/alarmhandler.h"
 #include "app/formatmap.h"
 #include "app/mainobject_log.h"
+#include "app/sparemedium.h"
 #include "app/transportstate.h"
 #include "aux/keyboardtransport.h"
 #include "config/configinterface.h"
@@ -65,6 +66,7 @@ MainObject::MainObject(bool console, QObject *parent) : QObject(parent)
     _alarmHandler = new AlarmHandler(this);
     _alarmHandler->setConfigInterface(_config);
     wireAlarms();
+    new SpareMedium(this, _vtr, _mediaManager, _clipFinder);
     loadInitialState();
     parseCommandLine();
     _vtr->start();

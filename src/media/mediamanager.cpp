@@ -158,6 +158,12 @@ bool MediaManager::markRolloverInProgress()
     return true;
 }
 
+void MediaManager::markWentOver()
+{
+    _rolloverInProgress = true;
+    markRolloverComplete(true);
+}
+
 void MediaManager::markRolloverComplete(bool success)
 {
     if (!_rolloverInProgress) {

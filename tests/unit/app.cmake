@@ -21,7 +21,7 @@ if(TARGET transport)
     rv_app_test(tst_formatmap app)
 endif()
 if(TARGET orbscripted)
-    foreach(topic params transport clips streams luts life)
+    foreach(topic params transport clips streams spare luts life)
         rv_app_test(tst_mainobject_${topic} app orbscripted simdispatcher)
         # The clip lists have one name in the whole machine.
         set_tests_properties(tst_mainobject_${topic} PROPERTIES RESOURCE_LOCK clip_lists)

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 /// What a stream holds: does one open's work as the script says.
 class ScriptedMediaDriver : public OrbMediaDriver
@@ -102,6 +103,15 @@ public:
             break;
         }
     }
+
+    QVariant askForSpare(const OrbError &error) { return _host->driverSpareDesc(_path, error); }
+    void goOver(const QVariant &desc, const OrbError &error)
+    {
+        const QString from = std::exchange(_path, ScriptedMedia::pathOf(desc));
+        _host->driverWentOver(from, desc, error);
+    }
+    void loseFrames(int count, const OrbError &error) { _host->driverMediumFailed(_path, error, count); }
+    void setMediumSlow(bool isSlow) { _host->driverMediumSlow(isSlow); }
 
     bool isOpening() const { return _isOpening; }
     bool isClosing() const { return _isClosing; }
@@ -284,6 +294,29 @@ void ScriptedMedia::answerStray(int kind)
 {
     if (!_drivers.isEmpty())
         _drivers.last()->answerStray(kind);
+}
+
+QVariant ScriptedMedia::failMedium(const OrbError &error)
+{
+    return _drivers.isEmpty() ? QVariant() : _drivers.last()->askForSpare(error);
+}
+
+void ScriptedMedia::goOver(const QVariant &desc, const OrbError &error)
+{
+    if (!_drivers.isEmpty())
+        _drivers.last()->goOver(desc, error);
+}
+
+void ScriptedMedia::loseFrames(int count, const OrbError &error)
+{
+    if (!_drivers.isEmpty())
+        _drivers.last()->loseFrames(count, error);
+}
+
+void ScriptedMedia::setMediumSlow(bool isSlow)
+{
+    if (!_drivers.isEmpty())
+        _drivers.last()->setMediumSlow(isSlow);
 }
 
 void ScriptedMedia::noteWritten(const QString &path, const OrbFrame &frame)

@@ -69,6 +69,11 @@ public:
     /// An answer that nobody asked for, from the driver opened last: a failed read (0), a good one (1), a
     /// close (2), a failed open.
     void answerStray(int kind);
+    /// The medium of the driver opened last fails; the answer is the clip that it is told to go on in.
+    QVariant failMedium(const OrbError &error);
+    void goOver(const QVariant &desc, const OrbError &error);
+    void loseFrames(int count, const OrbError &error);
+    void setMediumSlow(bool isSlow);
 
     // What was
     const QHash<QString, QList<OrbFrame>> &recordings() const { return _recordings; }
