@@ -169,6 +169,14 @@ public:
         }
         return numbers;
     }
+    /// Which parameters were written since the last clear(), in order.
+    QList<quint32> writtenIds() const
+    {
+        QList<quint32> ids;
+        for (const MemoryStore::Set &set : store.sets())
+            ids << quint32(set.id);
+        return ids;
+    }
     QString currentClip() const { return QString::fromStdString(store.text(eParamCurrentClip)); }
     void clear()
     {

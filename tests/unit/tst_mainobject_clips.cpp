@@ -146,6 +146,11 @@ void TestMainObjectClips::goingToAClipByNameSwitchesAndStandsStill()
     QVERIFY(_rig->logged(2, QStringLiteral("Go to playlist index 1: B.mov")));
     QCOMPARE(_rig->currentClip(), QStringLiteral("B.mov"));
     QCOMPARE(_rig->store.number(eParamCurrentPlayListIndex), 1u);
+    // The clip, then the engine that stands still on it, then its place.
+    const QList<quint32> ids = _rig->writtenIds();
+    QCOMPARE(ids.first(), quint32(eParamCurrentClip));
+    QVERIFY(ids.contains(quint32(eParamTransportState)));
+    QCOMPARE(ids.last(), quint32(eParamCurrentPlayListIndex));
     _rig->settle();
     QCOMPARE(_rig->vtr->state().mode(), VtrState::Play);
     QCOMPARE(_rig->vtr->state().speed(), 0.0);

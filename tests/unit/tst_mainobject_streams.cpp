@@ -211,6 +211,8 @@ void TestMainObjectStreams::aRecordingIsNamedAndCounted()
     QCOMPARE(_rig->currentClip(), QStringLiteral("R001C0001.mov"));
     QCOMPARE(_rig->store.text(eParamRecordClipName), std::string("R001C0001"));
     QCOMPARE(_rig->store.number(eParamClipCounter), 2u);
+    QCOMPARE(_rig->writtenIds(), QList<quint32>({eParamAlarm1902, eParamClipCounter,
+                                                 eParamCurrentClip, eParamRecordClipName}));
     QCOMPARE(alarms(1902).size(), 1);
     QCOMPARE(int(alarms(1902).at(0).level()), 0);
     QCOMPARE(alarms(1902).at(0).text(), QString());
@@ -374,6 +376,7 @@ void TestMainObjectStreams::setupsArePublished()
     _rig->main->vtrVideoDeviceSetupChanged(setup);
     QCOMPARE(_rig->written(eParamMediaFormat), QList<quint32>{18});
     QCOMPARE(_rig->written(eParamDecodeType), QList<quint32>{decode});
+    QCOMPARE(_rig->writtenIds(), QList<quint32>({eParamMediaFormat, eParamDecodeType}));
     QCOMPARE(_rig->controllerLines(),
              QStringList{
                  QStringLiteral("3 Media changed: %1 -- 18/%2").arg(desc.toString()).arg(decode)});

@@ -411,6 +411,7 @@ void TestMainObjectTransport::inputFormats()
     _rig->main->vtrInputFormatChanged(0, state);
     QCOMPARE(_rig->written(eParamRecordFormat), QList<quint32>{19});
     QCOMPARE(_rig->written(eParamInputFormat), QList<quint32>{20});
+    QCOMPARE(_rig->writtenIds(), QList<quint32>({eParamRecordFormat, eParamInputFormat}));
     _rig->store.clearSets();
     _rig->main->vtrInputFormatChanged(0, OrbVideoState());
     QCOMPARE(_rig->written(eParamRecordFormat), QList<quint32>{0});
@@ -443,7 +444,13 @@ void TestMainObjectTransport::aFormatChangeDuringRecordRaisesItsAlarmEveryTime()
     _rig->main->vtrInputFormatChanged(0, ControllerRig::inputState());
     QCOMPARE(spy.count(), 0);
     record();
+    _rig->store.clearSets();
+    QList<quint32> writtenAtFirst;
+    const auto alarmed = connect(_rig->main.get(), &MainObject::alarmTriggered, this,
+                                 [&] { writtenAtFirst = _rig->writtenIds(); });
     _rig->main->vtrInputFormatChanged(0, ControllerRig::inputState());
+    disconnect(alarmed);
+    QCOMPARE(writtenAtFirst, QList<quint32>{eParamAlarm1907}); // before the formats
     _rig->main->vtrInputFormatChanged(0, ControllerRig::inputState());
     _rig->main->vtrInputFormatChanged(0, OrbVideoState());
     QList<OrbAlarm> alarms;
