@@ -1,5 +1,5 @@
 # The ProRes decoder; FFmpeg's decoder judges.
-foreach(topic decode)
+foreach(topic decode decode_hostile decode_paths decode_sizes)
     rv_test(tst_prores_${topic} fast
         ${CMAKE_CURRENT_LIST_DIR}/tst_prores_${topic}.cpp ${CMAKE_CURRENT_LIST_DIR}/prorestools.h
         ${CMAKE_CURRENT_LIST_DIR}/proresdecoding.h)

@@ -1,0 +1,192 @@
+#include "libprores/inverse.h"
+#include "libprores/levelreader.h"
+
+#include "prorestools.h"
+
+#include <QtTest>
+
+#include <memory>
+
+using namespace prorestest;
+
+// The vector paths of the decoder are the portable one, sample for sample; and what is read is what was coded.
+class ProresDecodePaths : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void samplesAreEqual_data();
+    void samplesAreEqual();
+    void levelsThatAreReadAreThoseCoded();
+    void levelsAreReadUpToThePositionWanted();
+};
+
+namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr int rounds = 600;
+#else
+constexpr int rounds = 6000;
+#endif
+
+// Levels of one of several kinds, some of which no encoder writes.
+void fill(ReadLevels &levels, std::mt19937 &random, int kind)
+{
+    levels.blocks = 32;
+    levels.positions = 1 + static_cast<int>(random() % 64);
+    std::ranges::fill(levels.at, std::int16_t {0});
+    for (int i = 0; i < levels.positions * 32; ++i) {
+        const auto any = static_cast<std::int16_t>(random());
+        switch (kind % 6) {
+        case 0: levels.at[i] = static_cast<std::int16_t>(any % 8); break;
+        case 1: levels.at[i] = static_cast<std::int16_t>(random() % 20 == 0 ? any % 300 : 0); break;
+        case 2: levels.at[i] = any; break;
+        case 3: levels.at[i] = random() % 2 != 0 ? 32767 : -32768; break;
+        case 4: levels.at[i] = i < 32 ? any : std::int16_t {0}; break;
+        default: levels.at[i] = static_cast<std::int16_t>(i % 32 == 7 ? any : 0); break;
+        }
+    }
+}
+
+Dequantiser randomDequantiser(std::mt19937 &random, int kind)
+{
+    Dequantiser dequantiser {};
+    for (std::int16_t &scale : dequantiser.scale) {
+        const unsigned any = random();
+        scale = static_cast<std::int16_t>(kind % 5 == 0 ? any : kind % 5 == 1 ? 32767 : 2 + any % 60);
+    }
+    return dequantiser;
+}
+
+// Random levels as an encoder holds them, and the ends of every table.
+void fill(Levels &levels, std::mt19937 &random, int blocks)
+{
+    levels.begin(blocks);
+    const unsigned density = 1 + random() % 100;
+    const unsigned size = 1 + random() % 13;
+    for (int i = 0; i < blocks; ++i)
+        levels.dc[i] = static_cast<std::int16_t>(static_cast<int>(random() % (2u << size)) - (1 << size));
+    for (int at = blocks; at < 64 * blocks; ++at) {
+        if (random() % 100 >= density)
+            continue;
+        if (density < 20 && random() % 30 == 0)
+            at += static_cast<int>(random() % 700);
+        if (at >= 64 * blocks)
+            break;
+        const unsigned magnitude = 1 + random() % (random() % 3 == 0 ? 1u << size : 4u);
+        levels.position[Levels::lead + levels.count] = static_cast<std::uint16_t>(at);
+        levels.level[Levels::lead + levels.count++] = static_cast<std::uint16_t>(magnitude * 2 + random() % 2);
+    }
+}
+
+std::vector<int> listed(const Levels &levels)
+{
+    std::vector<int> all(static_cast<std::size_t>(levels.blocks) * 64);
+    std::copy_n(levels.dc, levels.blocks, all.begin());
+    for (int i = Levels::lead; i < Levels::lead + levels.count; ++i)
+        all[levels.position[i]] = levels.level[i] % 2 != 0 ? -(levels.level[i] / 2) : levels.level[i] / 2;
+    return all;
+}
+
+// The plane's bytes in memory that ends with them.
+std::vector<std::uint8_t> coded(const Levels &levels, unsigned padding)
+{
+    std::vector<std::uint8_t> room(largestPlaneBytes + codingSlack);
+    const std::uint8_t *end = portableKernels().code(levels, room.data());
+    std::vector<std::uint8_t> bytes(room.data(), room.data() + (end - room.data()));
+    bytes.resize(bytes.size() + padding);
+    return bytes;
+}
+
+} // namespace
+
+void ProresDecodePaths::samplesAreEqual_data()
+{
+    QTest::addColumn<const InverseKernels *>("path");
+    QTest::newRow("portable") << &portableInverse();
+    if (avx2Inverse() != nullptr)
+        QTest::newRow("AVX2") << avx2Inverse();
+    if (avx512Inverse() != nullptr)
+        QTest::newRow("AVX-512") << avx512Inverse();
+}
+
+void ProresDecodePaths::samplesAreEqual()
+{
+    QFETCH(const InverseKernels *, path);
+    constexpr int stride = 140;
+    std::mt19937 random(1);
+    const auto levels = std::make_unique<ReadLevels>();
+    std::vector<std::uint16_t> own(16 * stride);
+    std::vector<std::uint16_t> expected(own.size());
+    for (int round = 0; round < (path == &portableInverse() ? 60 : rounds); ++round) {
+        fill(*levels, random, round);
+        const Dequantiser dequantiser = randomDequantiser(random, round);
+        const auto &positions = scanPositions(random() % 2 != 0);
+        const Order order = random() % 2 != 0 ? Order::Lines : Order::Columns;
+        const int second = static_cast<int>(random() % 17);
+        const LevelTiles from {{levels->at, levels->at + second}, 32, levels->positions};
+        for (const auto size : {&InverseKernels::full, &InverseKernels::half, &InverseKernels::quarter,
+                                &InverseKernels::eighth}) {
+            const int width = size == &InverseKernels::full ? 64 : 32;
+            std::ranges::fill(own, std::uint16_t {7});
+            std::ranges::fill(expected, std::uint16_t {7});
+            (path->*size)(from, dequantiser, positions, order, {{own.data() + 3, own.data() + 3 + width}, stride});
+            (portableInverse().*size)(from, dequantiser, positions, order,
+                                      {{expected.data() + 3, expected.data() + 3 + width}, stride});
+            QVERIFY(own == expected);
+        }
+    }
+}
+
+void ProresDecodePaths::levelsThatAreReadAreThoseCoded()
+{
+    std::mt19937 random(2);
+    const auto coding = std::make_unique<Levels>();
+    const auto first = std::make_unique<ReadLevels>();
+    const auto second = std::make_unique<ReadLevels>();
+    ReadLevels *const to[] = {first.get(), second.get()};
+    for (int round = 0; round < rounds / 4; ++round) {
+        const int blocks = 2 << random() % 5;
+        std::vector<std::uint8_t> bytes[2];
+        std::vector<int> expected[2];
+        PlaneBits planes[2];
+        for (int i = 0; i < 2; ++i) {
+            fill(*coding, random, blocks);
+            expected[i] = listed(*coding);
+            bytes[i] = coded(*coding, random() % 4); // up to three bytes of padding
+            planes[i] = {bytes[i].data(), bytes[i].size()};
+        }
+        const int count = random() % 2 != 0 ? 2 : 1;
+        QCOMPARE(readLevels(planes, count, blocks, 64, to), 0u);
+        for (int i = 0; i < count; ++i) {
+            QVERIFY(std::equal(expected[i].begin(), expected[i].end(), to[i]->at));
+            QVERIFY(std::all_of(to[i]->at + to[i]->positions * blocks, to[i]->at + 64 * blocks,
+                                [](std::int16_t level) { return level == 0; }));
+            to[i]->clear();
+            QVERIFY(std::ranges::all_of(to[i]->at, [](std::int16_t level) { return level == 0; }));
+        }
+    }
+}
+
+void ProresDecodePaths::levelsAreReadUpToThePositionWanted()
+{
+    std::mt19937 random(3);
+    const auto coding = std::make_unique<Levels>();
+    const auto levels = std::make_unique<ReadLevels>();
+    ReadLevels *const to[] = {levels.get()};
+    for (int round = 0; round < rounds / 4; ++round) {
+        const int blocks = 4 << random() % 4;
+        fill(*coding, random, blocks);
+        const std::vector<int> expected = listed(*coding);
+        const std::vector<std::uint8_t> bytes = coded(*coding, 0);
+        const PlaneBits plane {bytes.data(), bytes.size()};
+        for (const int positions : {1, 4, 16}) {
+            QCOMPARE(readLevels(&plane, 1, blocks, positions, to), 0u);
+            QVERIFY(std::equal(expected.begin(), expected.begin() + positions * blocks, levels->at));
+            levels->clear();
+        }
+    }
+}
+
+QTEST_APPLESS_MAIN(ProresDecodePaths)
+#include "tst_prores_decode_paths.moc"
