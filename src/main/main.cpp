@@ -1,9 +1,12 @@
 #include "app/mainobject.h"
+#include "app/recordingfigures.h"
 #include "main/process.h"
 
 int main(int argc, char **argv)
 {
     return process::run(argc, argv, [](bool console) {
-        return std::unique_ptr<QObject>(std::make_unique<MainObject>(console, nullptr));
+        std::unique_ptr<QObject> controller = std::make_unique<MainObject>(console, nullptr);
+        new RecordingFigures(controller.get());
+        return controller;
     });
 }

@@ -4,7 +4,7 @@ import os
 import subprocess
 import time
 
-from rig import Recorder, check, clip_numbers, main, probe, stream_of
+from rig import Recorder, check, clip_numbers, main, probe, stream_of, wait_until
 
 
 def encoder_ids(clip):
@@ -39,6 +39,22 @@ def the_own_encoder_records_every_frame(bin_dir):
         check(set(encoder_ids(clip)) == {b"rvd1"}, str(set(encoder_ids(clip))))
 
 
+def the_status_says_how_a_recording_keeps_up(bin_dir):
+    with Recorder(bin_dir, source_format="1280x720p25") as recorder:
+        recorder.start()
+        time.sleep(2)
+        check(int(recorder.get("CodingTime")) == 0, "nothing is coded before a recording")
+        recorder.do("record")
+        wait_until("coding takes time", lambda: int(recorder.get("CodingTime")) > 0, 5)
+        status = recorder.status()
+        check(int(status["worstCodingTimeMs"]) >= int(status["codingTimeMs"]) > 0, str(status))
+        check(int(status["captureQueue"]) < 100 and int(status["lateFrames"]) < 100, str(status))
+        sets = recorder.log_text().count("Param Changed: [0xf0402")
+        recorder.do("stop")
+        recorder.do("standby-off")
+        check(sets < 10, f"{sets} changes of the coding time")
+
+
 def the_codec_library_records_when_the_device_says_so(bin_dir):
     with Recorder(bin_dir, source_format="1280x720p25") as recorder:
         file = os.path.join(recorder.dir, "device.ini")
@@ -52,4 +68,5 @@ def the_codec_library_records_when_the_device_says_so(bin_dir):
 
 
 if __name__ == "__main__":
-    main([the_own_encoder_records_every_frame, the_codec_library_records_when_the_device_says_so])
+    main([the_own_encoder_records_every_frame, the_status_says_how_a_recording_keeps_up,
+          the_codec_library_records_when_the_device_says_so])

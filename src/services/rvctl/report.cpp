@@ -72,8 +72,8 @@ constexpr StatusLine statusLines[] = {
     {"Medium", "activePath", eParamActivePath},
     {"Next medium", "rolloverPath", eParamRolloverPath},
     {"Capture queue", "captureQueue", eParamCaptureQueue},
-    {"Coding time", "codingTime", eParamCodingTime},
-    {"Longest coding", "worstCodingTime", eParamWorstCodingTime},
+    {"Coding, ms", "codingTimeMs", eParamCodingTime},
+    {"Longest, ms", "worstCodingTimeMs", eParamWorstCodingTime},
     {"Late frames", "lateFrames", eParamLateFrames},
 };
 

@@ -95,6 +95,11 @@ QString OrbVideoDevice::stateAsString() const
     return _driver ? _driver->stateAsString() : QStringLiteral("closed");
 }
 
+OrbCaptureFigures OrbVideoDevice::captureFigures() const
+{
+    return _driver ? _driver->captureFigures() : OrbCaptureFigures();
+}
+
 OrbError OrbVideoDevice::setup(const OrbVideoDeviceSetup &setup)
 {
     if (!_driver)

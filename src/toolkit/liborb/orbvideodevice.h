@@ -33,6 +33,7 @@ public:
     /// Entry \a index of the reference inputs; not present when there is no such entry.
     OrbVideoRefState refInputState(int index) const;
     QString stateAsString() const;
+    OrbCaptureFigures captureFigures() const;
 
     // Starts and completes by a signal
     OrbError setup(const OrbVideoDeviceSetup &setup); ///< EBUSY during another setup

@@ -11,6 +11,14 @@
 #include <QString>
 #include <QVariant>
 
+/// How well a device keeps up with what it captures.
+struct OrbCaptureFigures {
+    int waitingFrames = 0;          ///< captured and not yet released by whoever has them
+    double medianCodingMs = 0.0;    ///< from the request for a frame's bytes to the bytes, over the last seconds
+    double worstCodingMs = 0.0;
+    quint64 lateFrames = 0;         ///< since the device was opened: begun late, or left out
+};
+
 /// What a video driver tells the device in front of it. Every call is made on the event-loop thread.
 class OrbVideoDriverHost
 {
@@ -49,6 +57,7 @@ public:
     virtual OrbMetadataHash currentFrameMetadata() const = 0;
     virtual OrbVideoRefState refInputState(int index) const = 0;
     virtual QString stateAsString() const = 0;
+    virtual OrbCaptureFigures captureFigures() const { return OrbCaptureFigures(); }
 
     // Starts and completes by a call of the host
     /// Completes by driverSetupIsDone(). An error answered here means refused, nothing started.

@@ -344,6 +344,19 @@ OrbMetadataHash Machine::currentFrameMetadata() const
     return _shown.meta;
 }
 
+OrbCaptureFigures Machine::captureFigures() const
+{
+    const ClockStats clock = _clock.stats();
+    const EncoderStats coder = _encoder.stats();
+    OrbCaptureFigures figures;
+    figures.medianCodingMs = coder.medianMs;
+    figures.worstCodingMs = coder.worstMs;
+    figures.lateFrames = clock.late + clock.skipped;
+    const std::lock_guard lock(_mutex);
+    figures.waitingFrames = _capture.unreleased();
+    return figures;
+}
+
 QString Machine::stateAsString() const
 {
     const ClockStats clock = _clock.stats();

@@ -40,6 +40,7 @@ public:
     OrbError writeFrame(const OrbFrame &frame);
     OrbMetadataHash currentFrameMetadata() const;
     QString stateAsString() const;
+    OrbCaptureFigures captureFigures() const;
 
 private:
     /// What the setup in force means; only the clock's thread has it.

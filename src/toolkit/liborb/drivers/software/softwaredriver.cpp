@@ -54,6 +54,10 @@ public:
     {
         return _machine ? _machine->stateAsString() : QStringLiteral("closed");
     }
+    OrbCaptureFigures captureFigures() const override
+    {
+        return _machine ? _machine->captureFigures() : OrbCaptureFigures();
+    }
     OrbError setup(const OrbVideoDeviceSetup &setup) override
     {
         return _machine ? _machine->setup(setup) : OrbError(EBADF);
