@@ -96,7 +96,7 @@ pids+=($!)
 # Only what is mounted can be a slot; a folder is named and stays.
 slots=(--slot "${SECOND:-/media/slot2}")
 ! mountpoint -q "$medium" || slots=(--slot "$medium" "${slots[@]}")
-setsid "$bin/rvmedia" --active "$medium" "${slots[@]}" 2>"$state/rvmedia.log" &
+setsid "$bin/rvmedia" --known "$state/rvmedia.clips" --active "$medium" "${slots[@]}" 2>"$state/rvmedia.log" &
 pids+=($!)
 setsid "$bin/rvd" -d >"$state/rvd.out" 2>&1 &
 rvd=$!

@@ -51,7 +51,7 @@ class Recorder:
         self.log = os.path.join(self.dir, "rvd.log")
         self.console = console
         self.environment = dict(os.environ, RVD_INPUT=source, RVD_INPUT_FORMAT=source_format,
-                                ORB_LOG=self.log, **(environment or {}))
+                                ORB_LOG=self.log, STATE_DIRECTORY=self.dir, **(environment or {}))
         self.processes = {}
         self.console_fd = None
         os.mkdir(self.medium)

@@ -3,11 +3,13 @@
 #include "clipname.h"
 #include "libclip/cliprecovery.h"
 #include "liborb/orblog.h"
+#include "mediumid.h"
 
 #include <cerrno>
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -138,7 +140,7 @@ void ClipLister::read(int directory, int file, Clip &clip)
         }
     }
     if (isFinal)
-        _known.remember(clip);
+        _known.remember(_medium, clip);
 }
 
 /// False when there is nothing to list.
@@ -147,7 +149,7 @@ bool ClipLister::look(int directory, const std::string &name, Clip &clip)
     struct stat st = {};
     if (::fstatat(directory, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode))
         return false;
-    if (const auto known = _known.find(name, st.st_size, modifiedNs(st))) {
+    if (const auto known = _known.find(_medium, name, st.st_size, modifiedNs(st))) {
         clip = *known;
         return true;
     }
@@ -175,7 +177,9 @@ std::list<Clip> ClipLister::list(const std::string &path, int &error)
     error = directory ? 0 : errno;
     if (!directory)
         return clips;
-    for (const std::string &name : clipNamesIn(directory.get())) {
+    _medium = mediumIdOf(::dirfd(directory.get()));
+    const std::vector<std::string> names = clipNamesIn(directory.get());
+    for (const std::string &name : names) {
         Clip clip;
         if (!look(::dirfd(directory.get()), name, clip) ||
             (clip.state() == ClipState::Bad && isYoung(clip)))
@@ -183,6 +187,7 @@ std::list<Clip> ClipLister::list(const std::string &path, int &error)
         clip.setPath(path);
         clips.push_back(std::move(clip));
     }
+    _known.keepOnly(_medium, std::set<std::string>(names.begin(), names.end()));
     clips.sort([](const Clip &a, const Clip &b) {
         return a.modifiedNs() != b.modifiedNs() ? a.modifiedNs() < b.modifiedNs()
                                                 : comesBefore(a.getName(), b.getName());

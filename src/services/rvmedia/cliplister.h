@@ -33,5 +33,6 @@ private:
 
     KnownClips &_known;
     ClipInspector _inspector;
+    std::string _medium; ///< the one being listed, see mediumIdOf()
     bool _hasComplained = false;
 };

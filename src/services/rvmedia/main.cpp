@@ -61,7 +61,10 @@ int main(int argc, char **argv)
                                     QStringLiteral("Make this the active medium."), path);
     const QCommandLineOption rollover(QStringLiteral("rollover"),
                                       QStringLiteral("Make this the medium to roll over to."), path);
-    options.addOptions({slot, config, active, rollover});
+    const QCommandLineOption known(QStringLiteral("known"),
+                                   QStringLiteral("Keep what has been read of clips here; empty: nowhere."),
+                                   QStringLiteral("file"), QString::fromStdString(knownClipsPath()));
+    options.addOptions({slot, config, active, rollover, known});
     options.process(app);
 
     orbLogOpenDisplay();
@@ -73,6 +76,7 @@ int main(int argc, char **argv)
     setup.mediaSlots = slotsOf(options.values(slot), options.value(config));
     setup.activePath = cleanPath(options.value(active).toStdString());
     setup.rolloverPath = cleanPath(options.value(rollover).toStdString());
+    setup.knownClips = options.value(known).toStdString();
     setup.inspector = QCoreApplication::applicationDirPath().toStdString() + "/rvgrok";
     MediaService service(setup);
     if (!service.start()) {

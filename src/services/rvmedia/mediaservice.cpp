@@ -36,13 +36,10 @@ int countOf(const std::list<Clip> &clips, ClipState state)
 } // namespace
 
 MediaService::MediaService(Setup setup, QObject *parent)
-    : QObject(parent), _setup(std::move(setup)), _cache(_setup.cachePrefix)
+    : QObject(parent), _setup(std::move(setup)), _knownFile(_known, _setup.knownClips), _cache(_setup.cachePrefix)
 {
     // What the service before has read need not be read again.
-    std::list<Clip> clips;
-    _cache.clips(clips);
-    for (const Clip &clip : readyOf(clips))
-        _known.remember(clip);
+    (void)_knownFile.load();
     connect(&_mounts, &MountTable::changed, this, &MediaService::mountsChanged);
 }
 
@@ -217,6 +214,7 @@ void MediaService::tellState()
 
 void MediaService::listed(Medium *medium)
 {
+    _knownFile.changed();
     const MediumScanner::Listing &listing = medium->listing();
     Told &told = _told[medium];
     const bool isFirst = !std::exchange(told.isTold, true);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "knownclips.h"
+#include "knownclipsfile.h"
 #include "libconfig/config.h"
 #include "libvanta/mediacache.h"
 #include "medium.h"
@@ -27,6 +28,7 @@ public:
         std::string activePath;              ///< what the store is told first; empty for nothing
         std::string rolloverPath;
         std::string inspector; ///< path of rvgrok
+        std::string knownClips; ///< the file that keeps what has been read of clips; empty for none
         std::string cachePrefix = "NewCache";
     };
 
@@ -73,6 +75,7 @@ private:
 
     Setup _setup;
     KnownClips _known;
+    KnownClipsFile _knownFile;
     lumo::media::MediaCache _cache;
     std::unique_ptr<Config> _config;
     std::unique_ptr<Config> _events;

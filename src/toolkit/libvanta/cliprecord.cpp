@@ -1,8 +1,10 @@
 #include "libvanta/cliprecord.h"
 
-#include "libvanta/cliprecord_p.h"
+#include "clipcache.pb.h"
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace {
 
@@ -17,9 +19,8 @@ bool isText(const std::string &text, std::size_t longest)
     return text.size() <= longest && std::ranges::none_of(text, isControl);
 }
 
-} // namespace
-
-bool lumo::media::readRecord(const ClipRecord &record, Clip &clip)
+/// False, and \a clip untouched, for what no clip can be.
+bool readRecord(const lumo::media::ClipRecord &record, Clip &clip)
 {
     const bool isPlausible = !record.name().empty() && isText(record.name(), longestName) &&
         record.name().find('/') == std::string::npos && isText(record.path(), longestPath) &&
@@ -39,7 +40,7 @@ bool lumo::media::readRecord(const ClipRecord &record, Clip &clip)
     return true;
 }
 
-void lumo::media::fillRecord(const Clip &clip, ClipRecord &record)
+void fillRecord(const Clip &clip, lumo::media::ClipRecord &record)
 {
     record.set_name(clip.getName());
     record.set_path(clip.path());
@@ -50,6 +51,8 @@ void lumo::media::fillRecord(const Clip &clip, ClipRecord &record)
     record.set_timecode(clip.timecode());
     record.set_state(static_cast<std::uint32_t>(clip.state()));
 }
+
+} // namespace
 
 std::string lumo::media::recordOf(const Clip &clip)
 {
@@ -62,4 +65,26 @@ bool lumo::media::clipOf(const std::string &record, Clip &clip)
 {
     ClipRecord message;
     return message.ParseFromString(record) && readRecord(message, clip);
+}
+
+std::string lumo::media::listRecordOf(const std::list<Clip> &clips)
+{
+    ClipList list;
+    for (const Clip &clip : clips)
+        fillRecord(clip, *list.add_clip());
+    return list.SerializeAsString();
+}
+
+bool lumo::media::clipListOf(const std::string &record, std::list<Clip> &clips)
+{
+    ClipList list;
+    if (record.size() > std::numeric_limits<int>::max() || !list.ParseFromString(record))
+        return false;
+    std::list<Clip> read;
+    for (const ClipRecord &clip : list.clip()) {
+        if (!readRecord(clip, read.emplace_back()))
+            return false;
+    }
+    clips = std::move(read);
+    return true;
 }

@@ -1,6 +1,6 @@
 #include "libvanta/sharedlist.h"
 
-#include "libvanta/cliprecord_p.h"
+#include "libvanta/cliprecord.h"
 #include "libvanta/ownedmutex.h"
 
 #include <boost/interprocess/mapped_region.hpp>
@@ -11,8 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
-#include <vector>
 
 namespace ipc = boost::interprocess;
 
@@ -102,7 +100,7 @@ bool SharedList::load(std::list<Clip> &clips) const
 {
     if (!isOpen())
         return false;
-    std::vector<char> bytes;
+    std::string bytes;
     Header header;
     {
         const OwnedMutex lock(*_d->mutex, _d->holder(), readPatienceMs, OwnedMutex::LeaveAlone);
@@ -111,28 +109,14 @@ bool SharedList::load(std::list<Clip> &clips) const
             return false;
         bytes.assign(_d->base() + sizeof header, _d->base() + sizeof header + header.length);
     }
-    ClipList list;
-    if (bytes.size() > std::numeric_limits<int>::max() ||
-        crc32(bytes.data(), bytes.size()) != header.crc ||
-        !list.ParseFromArray(bytes.data(), static_cast<int>(bytes.size())))
-        return false;
-    std::list<Clip> read;
-    for (const ClipRecord &record : list.clip()) {
-        if (!readRecord(record, read.emplace_back()))
-            return false;
-    }
-    clips = std::move(read);
-    return true;
+    return crc32(bytes.data(), bytes.size()) == header.crc && clipListOf(bytes, clips);
 }
 
 bool SharedList::store(const std::list<Clip> &clips)
 {
     if (!isOpen())
         return false;
-    ClipList list;
-    for (const Clip &clip : clips)
-        fillRecord(clip, *list.add_clip());
-    const std::string bytes = list.SerializeAsString();
+    const std::string bytes = listRecordOf(clips);
     if (bytes.size() > _d->room())
         return false;
     const Header header{magic, version, bytes.size(), crc32(bytes.data(), bytes.size()), 0, 0};
