@@ -16,10 +16,13 @@ import sys
 import tempfile
 import threading
 import time
+from datetime import datetime
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "system"))
 import rig  # noqa: E402
+import test_media  # noqa: E402
+import test_rollover  # noqa: E402
 
 RATE = 25
 EE_SECONDS = 8
@@ -357,13 +360,82 @@ def topic_media(bin_dir):
     row("worst", f"{took[-1]:.1f} ms")
 
 
+ROLLOVERS = 6
+HOUR = 90000                # frames
+
+
+def log_ms(line):
+    return datetime.fromisoformat(line.split(" ", 1)[0].replace("Z", "+00:00")).timestamp() * 1000
+
+
+def rolled_over(recorder, volumes):
+    """Milliseconds that each of some rollovers of one recording takes to close, and is without a stream."""
+    recorder.do("record")
+    for turn in range(ROLLOVERS):
+        before, after = volumes[turn % 2], volumes[(turn + 1) % 2]
+        recorder.wait_for("RolloverPath", after.path)
+        time.sleep(2)
+        test_media.fill_to(before.path, 10.4)
+        recorder.wait_for("ActivePath", after.path)
+        before.empty()
+    recorder.do("stop")
+    rig.wait_until("all clips are closed",
+                   lambda: recorder.log_text().count("STREAM: Close is Done") > ROLLOVERS, 20)
+    closes, gaps, began = [], [], None
+    for line in recorder.log_text().splitlines():
+        if "STREAM: Reopen Record Stream" in line:
+            began = log_ms(line)
+        elif began and "STREAM: Close is Done" in line:
+            closes.append(log_ms(line) - began)
+        elif began and "STREAM: Open is Done" in line:
+            gaps.append(log_ms(line) - began)
+            began = None
+    return closes, gaps
+
+
+def lost_frames(volumes):
+    """Pictures that are missing from, or double in, all the clips on the media."""
+    paths = [os.path.join(volume.path, name) for volume in volumes for name in volume.clips()]
+    numbers = sorted(number for path in paths for number in rig.clip_numbers(path))
+    return numbers[-1] - numbers[0] + 1 - len(set(numbers)), len(numbers) - len(set(numbers)), len(numbers)
+
+
+def topic_rollover(bin_dir):
+    title("Rollover: close of the old clip, and time until the next one is open (the frames wait meanwhile)")
+    with tempfile.TemporaryDirectory(dir=os.environ.get("BENCH_DISK")) as folder:
+        output = run_program(bin_dir, "rollover_gap", folder, folder, str(HOUR), "5")
+    for line, name in zip(output.splitlines(), ("clip of one hour, close", "clip of one hour, without a stream")):
+        found = FIGURES.search(line)
+        worst = float(found.group(5))
+        row(f"{name}, median of {found.group(1)}", f"{found.group(2)} ms")
+        row(f"{name}, worst", f"{worst:.1f} ms", "under 100 ms", worst < 100)
+    with rig.Recorder(bin_dir, source_format="1920x1080p25", medium="none") as recorder:
+        volumes = [test_rollover.Volume(path, "ext4", "3g")
+                   for path in (recorder.medium, os.path.join(recorder.dir, "second"))]
+        recorder.start_media = lambda: recorder.spawn("rvmedia", "--slot", volumes[0].path, "--slot", volumes[1].path)
+        try:
+            recorder.start()
+            recorder.wait_for("InputFormat", 20)
+            recorder.set("RolloverEnable", 1)
+            time.sleep(2)
+            closes, gaps = rolled_over(recorder, volumes)
+            lost, doubled, frames = lost_frames(volumes)
+        finally:
+            volumes[1].pull()
+    rig.check(len(gaps) == ROLLOVERS, f"{len(gaps)} rollovers")
+    row(f"recorder, 1080p25 on ext4, close, worst of {len(closes)}", f"{max(closes):.0f} ms")
+    row(f"recorder, 1080p25 on ext4, without a stream, worst of {len(gaps)}", f"{max(gaps):.0f} ms", "under 100 ms",
+        max(gaps) < 100)
+    row(f"frames lost or doubled, of {frames}", f"{lost + doubled}", "0", lost + doubled == 0)
+
+
 def topic_prores(bin_dir):
     title("The ProRes encoder beside FFmpeg's at equal size, one core")
     print(run_program(bin_dir, "prores_speed"), end="", flush=True)
 
 
 TOPICS = {"engine": topic_engine, "recording": topic_recording, "ee": topic_ee, "cue": topic_cue,
-          "store": topic_store, "codecs": topic_codecs, "media": topic_media,
+          "store": topic_store, "codecs": topic_codecs, "media": topic_media, "rollover": topic_rollover,
           "prores": topic_prores}
 
 

@@ -25,19 +25,20 @@ SIZES = {"tmpfs": "64m", "ext4": "64m", "xfs": "320m"}
 class Volume:
     """A small medium of its own kind, mounted at a slot of the recorder."""
 
-    def __init__(self, path, kind="tmpfs"):
+    def __init__(self, path, kind="tmpfs", size=None):
         self.path = path
         self.kind = kind
+        self.size = size or SIZES[kind]
         self.image = None
         os.makedirs(path, exist_ok=True)
         if kind != "tmpfs":
             self.image = path + ".img"
-            subprocess.run(["truncate", "-s", SIZES[kind], self.image], check=True)
+            subprocess.run(["truncate", "-s", self.size, self.image], check=True)
             subprocess.run([*MAKERS[kind], self.image], check=True)
         self.mount()
 
     def mount(self, options="rw"):
-        source = ["-t", "tmpfs", "-o", f"size={SIZES['tmpfs']},{options}", "tmpfs"]
+        source = ["-t", "tmpfs", "-o", f"size={self.size},{options}", "tmpfs"]
         if self.image:
             source = ["-o", f"loop,{options}", self.image]
         subprocess.run(["mount", *source, self.path], check=True)
