@@ -6,3 +6,7 @@ foreach(topic decode decode_hostile decode_paths decode_sizes)
     target_include_directories(tst_prores_${topic} PRIVATE ${CMAKE_CURRENT_LIST_DIR})
     target_link_libraries(tst_prores_${topic} PRIVATE prores PkgConfig::FFMPEG)
 endforeach()
+
+# What the device shows of it.
+rv_test(tst_prores_playback fast ${CMAKE_CURRENT_LIST_DIR}/tst_prores_playback.cpp)
+target_link_libraries(tst_prores_playback PRIVATE orbcodecs Qt6::Test)

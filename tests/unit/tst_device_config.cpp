@@ -68,6 +68,7 @@ void tst_device_config::theEnvironmentSaysWhatTheFileDoesNot()
     QCOMPARE(bare.patternFormat.size(), QSize(1280, 720));
     QCOMPARE(bare.programBus, QStringLiteral("/other"));
     QCOMPARE(bare.proRes, ProResBy::Own);
+    QCOMPARE(bare.proResDecoder, ProResBy::Own);
 
     const DeviceConfig both = DeviceConfig::fromFile(written("[inputs]\n601=bus:/cam\n"));
     QCOMPARE(both.source(OrbIdVideoPort601), QStringLiteral("bus:/cam"));
@@ -78,7 +79,7 @@ void tst_device_config::theFileNamesSourcesAndBounds()
     const DeviceConfig config = DeviceConfig::fromFile(written(
         "[inputs]\n601=pattern\n602=udp://127.0.0.1:5000?a=1,b=2\nformat=1920x1080i25\n"
         "[output]\nbus=/mine\n[reference]\npresent=true\nlocked=no\n"
-        "[coder]\nworkers=3\nprores=FFmpeg\n[memory]\nrawMegabytes=64\n"));
+        "[coder]\nworkers=3\nprores=FFmpeg\n[decoder]\nprores=ffmpeg\n[memory]\nrawMegabytes=64\n"));
     QCOMPARE(config.source(OrbIdVideoPort601), QStringLiteral("pattern"));
     QCOMPARE(config.source(OrbIdVideoPort602), QStringLiteral("udp://127.0.0.1:5000?a=1,b=2"));
     QVERIFY(config.patternFormat.isInterlaced());
@@ -87,17 +88,19 @@ void tst_device_config::theFileNamesSourcesAndBounds()
     QCOMPARE(config.refLocked, RefAnswer::No);
     QCOMPARE(config.coderWorkers, 3);
     QCOMPARE(config.proRes, ProResBy::Ffmpeg);
+    QCOMPARE(config.proResDecoder, ProResBy::Ffmpeg);
     QCOMPARE(config.rawMegabytes, 64);
 }
 
 void tst_device_config::nonsenseIsReplacedByDefaults()
 {
     const DeviceConfig config = DeviceConfig::fromFile(
-        written("[inputs]\nformat=huge\n[coder]\nworkers=many\nprores=mine\n[memory]\nrawMegabytes=-5\n"
+        written("[inputs]\nformat=huge\n[coder]\nworkers=many\nprores=mine\n[decoder]\nprores=yours\n[memory]\nrawMegabytes=-5\n"
                 "[reference]\npresent=perhaps\n"));
     QCOMPARE(config.patternFormat.size(), QSize(1920, 1080));
     QCOMPARE(config.coderWorkers, 0);
     QCOMPARE(config.rawMegabytes, 16);
+    QCOMPARE(config.proResDecoder, ProResBy::Own);
     QCOMPARE(config.refPresent, RefAnswer::Auto);
 }
 

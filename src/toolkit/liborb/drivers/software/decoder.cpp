@@ -86,6 +86,8 @@ private:
 class DecoderShelf
 {
 public:
+    explicit DecoderShelf(ProResBy proRes) : _proRes(proRes) {}
+
     PictureDecoder *decoderFor(const OrbImageDesc &desc)
     {
         const auto found = std::ranges::find_if(_rows, [&desc](const Row &row) {
@@ -96,7 +98,7 @@ public:
             std::rotate(_rows.begin(), found, found + 1);
             return _rows.front().decoder.get();
         }
-        std::unique_ptr<PictureDecoder> decoder = PictureDecoder::create(desc);
+        std::unique_ptr<PictureDecoder> decoder = PictureDecoder::create(desc, _proRes);
         if (!decoder)
             return nullptr;
         if (_rows.size() == decodersKept)
@@ -110,6 +112,7 @@ private:
         OrbImageDesc desc;
         std::unique_ptr<PictureDecoder> decoder;
     };
+    const ProResBy _proRes;
     std::deque<Row> _rows;
 };
 
@@ -127,15 +130,15 @@ struct DecoderPool::Private {
     std::atomic<bool> ending = false;
     std::vector<std::thread> workers;
 
-    void work();
+    void work(ProResBy proRes);
     RawPictureRef decode(const Job &job, const OrbImage &image, DecoderShelf &shelf);
     std::shared_ptr<RawPicturePool> poolFor(const QSize &raster);
     RawPictureRef takePicture(const Job &job, const QSize &raster);
 };
 
-void DecoderPool::Private::work()
+void DecoderPool::Private::work(ProResBy proRes)
 {
-    DecoderShelf shelf;
+    DecoderShelf shelf(proRes);
     std::shared_ptr<Job> job;
     while (queue.pop(job)) {
         const OrbImage image = job->takeImage();
@@ -187,12 +190,12 @@ RawPictureRef DecoderPool::Private::takePicture(const Job &job, const QSize &ras
     return nullptr;
 }
 
-DecoderPool::DecoderPool(int workers) : _d(std::make_shared<Private>())
+DecoderPool::DecoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Private>())
 {
     for (int i = workerCount(workers); i > 0; --i)
-        _d->workers.emplace_back([d = _d.get()] {
+        _d->workers.emplace_back([d = _d.get(), proRes] {
             orbNameThread("decoder");
-            d->work();
+            d->work(proRes);
         });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "liborb/drivers/software/proresby.h"
 #include "liborb/drivers/software/rawpicture.h"
 #include "liborb/orbimage.h"
 
@@ -23,11 +24,11 @@ public:
     virtual void cancel() = 0;
 };
 
-/// Decodes coded images (202 to 206, 230, 231) on a small pool of workers. Thread-safe.
+/// Decodes coded images (202 to 206, 230, 231) on a small pool of workers, a picture each. Thread-safe.
 class DecoderPool
 {
 public:
-    explicit DecoderPool(int workers = 0); ///< 0: one a core
+    explicit DecoderPool(int workers = 0, ProResBy proRes = ProResBy::Own); ///< 0: one a core
     ~DecoderPool();
 
     /// Starts decoding \a image (which it keeps). Jobs start in the order of the calls.

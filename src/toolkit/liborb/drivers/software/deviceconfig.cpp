@@ -32,13 +32,13 @@ RefAnswer refAnswer(const QSettings &file, const QString &key)
     return RefAnswer::Auto;
 }
 
-ProResBy proResBy(const QSettings &file, const QString &key)
+ProResBy proResBy(const QSettings &file, const QString &key, const char *what)
 {
     const QString text = file.value(key, QStringLiteral("own")).toString().trimmed().toLower();
     if (text == QLatin1String("ffmpeg"))
         return ProResBy::Ffmpeg;
     if (text != QLatin1String("own"))
-        orbLogOutput(2, logFile, __LINE__, "ProRes encoder \"%s\" is not known\n", qPrintable(text));
+        orbLogOutput(2, logFile, __LINE__, "ProRes %s \"%s\" is not known\n", what, qPrintable(text));
     return ProResBy::Own;
 }
 
@@ -108,7 +108,8 @@ DeviceConfig DeviceConfig::fromFile(const QString &path)
     config.refPresent = refAnswer(file, QStringLiteral("reference/present"));
     config.refLocked = refAnswer(file, QStringLiteral("reference/locked"));
     config.coderWorkers = boundedNumber(file, QStringLiteral("coder/workers"), 0, 64, 0);
-    config.proRes = proResBy(file, QStringLiteral("coder/prores"));
+    config.proRes = proResBy(file, QStringLiteral("coder/prores"), "encoder");
+    config.proResDecoder = proResBy(file, QStringLiteral("decoder/prores"), "decoder");
     config.rawMegabytes = boundedNumber(file, QStringLiteral("memory/rawMegabytes"), 16, 65536,
                                         config.rawMegabytes);
     return config;

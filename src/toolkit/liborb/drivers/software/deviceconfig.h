@@ -23,6 +23,7 @@ struct DeviceConfig {
     RefAnswer refLocked = RefAnswer::Auto;
     int coderWorkers = 0;            ///< 0: one a core
     ProResBy proRes = ProResBy::Own;
+    ProResBy proResDecoder = ProResBy::Own;
     int rawMegabytes = 200;          ///< raw pictures that may be in use at once
 
     /// The source behind \a connector; "none" for one that nothing is said about.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "liborb/drivers/software/picturecoder.h"
+#include "liborb/drivers/software/proresby.h"
 #include "liborb/drivers/software/rawpicture.h"
 #include "liborb/orbbuffer.h"
 #include "liborb/orbimagedesc.h"
@@ -21,9 +22,6 @@ struct EncoderStats {
     double medianMs = 0.0;   ///< from request to bytes, over the last five seconds; 0 when there was none
     double worstMs = 0.0;
 };
-
-/// Which encoder codes ProRes.
-enum class ProResBy { Own, Ffmpeg };
 
 /// Codes raw pictures into the data types 202 to 206, 230 and 231. Nothing is coded until a promised buffer is
 /// requested; requests are started in the order they were made. The project's ProRes encoder codes picture after

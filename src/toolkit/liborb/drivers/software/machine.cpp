@@ -59,7 +59,7 @@ Machine::Machine(const DeviceConfig &config, Mailbox &mail, OrbVideoDriverHost *
     , _mail(mail)
     , _host(host)
     , _encoder(config.coderWorkers, config.proRes)
-    , _decoder(config.coderWorkers)
+    , _decoder(config.coderWorkers, config.proResDecoder)
     , _output(config.programBus)
     , _port(_config, [this](const OrbVideoState &state) { inputStateChanged(state); })
     , _clock([this](const Beat &now) { beat(now); })

@@ -1,11 +1,13 @@
 #include "liborb/drivers/software/picturedecoder.h"
 
 #include "liborb/drivers/software/rawlayout.h"
+#include "libprores/decoder.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 namespace ferin {
 
@@ -42,7 +44,9 @@ void releaseRaw(void *opaque, std::uint8_t *)
 
 } // namespace
 
-std::unique_ptr<PictureDecoder> PictureDecoder::create(const OrbImageDesc &desc)
+PictureDecoder::PictureDecoder() = default;
+
+std::unique_ptr<PictureDecoder> PictureDecoder::create(const OrbImageDesc &desc, ProResBy proRes)
 {
     const auto row = std::ranges::find(decoders, desc.dataType().value(), &DecoderRow::dataType);
     if (row == std::end(decoders) || RawLayout::of(desc.width(), desc.height()).bytes == 0)
@@ -67,6 +71,8 @@ std::unique_ptr<PictureDecoder> PictureDecoder::create(const OrbImageDesc &desc)
     context->get_buffer2 = provideBuffer;
     if (avcodec_open2(context, codec, nullptr) < 0)
         return nullptr;
+    if (row->codec == AV_CODEC_ID_PRORES && proRes == ProResBy::Own)
+        decoder->_proRes = std::make_unique<prores::Decoder>();
     return decoder;
 }
 
@@ -132,9 +138,47 @@ bool PictureDecoder::load(const std::uint8_t *bytes, std::uint32_t size)
     return true;
 }
 
+/// Pictures in 4:2:2 go where they belong, those in 4:4:4 by way of one of their own.
+bool PictureDecoder::decodeProRes(const std::uint8_t *bytes, std::uint32_t size, const prores::FrameInfo &info,
+                                  const picture::View &into)
+{
+    prores::DecodedPicture to;
+    to.width = info.width;
+    to.height = info.height;
+    to.is444 = info.is444;
+    if (info.is444 && !_full) {
+        _full.reset(av_frame_alloc());
+        if (!_full)
+            return false;
+        _full->format = AV_PIX_FMT_YUV444P10;
+        _full->width = info.width;
+        _full->height = info.height;
+        if (av_frame_get_buffer(_full.get(), 0) < 0) {
+            _full.reset();
+            return false;
+        }
+    }
+    for (int p = 0; p < 3; ++p) {
+        to.plane[p] = info.is444 ? reinterpret_cast<std::uint16_t *>(_full->data[p]) : into.plane[p];
+        to.stride[p] = info.is444 ? _full->linesize[p] / static_cast<int>(sizeof(std::uint16_t)) : into.stride[p];
+    }
+    if (!_proRes->decode(bytes, size, to).isSound())
+        return false;
+    return !info.is444 || _converter.convert(*_full, _desc.isInterlaced(), into);
+}
+
 bool PictureDecoder::decode(const std::uint8_t *bytes, std::uint32_t size, const RawPictureRef &into)
 {
-    if (!into || !load(bytes, size))
+    if (!into)
+        return false;
+    if (_proRes) {
+        const std::optional<prores::FrameInfo> info = prores::readFrameInfo(bytes, size);
+        if (!info)
+            return false;
+        if (info->width == into->view.width && info->height == into->view.height)
+            return decodeProRes(bytes, size, *info, into->view);
+    }
+    if (!load(bytes, size))
         return false;
     _into = into;
     bool isGood = avcodec_send_packet(_context.get(), _packet.get()) >= 0
