@@ -1,5 +1,5 @@
 # The ProRes encoder; FFmpeg's decoder judges.
-foreach(topic validity paths rate)
+foreach(topic validity paths rate v210)
     rv_test(tst_prores_${topic} fast
         ${CMAKE_CURRENT_LIST_DIR}/tst_prores_${topic}.cpp ${CMAKE_CURRENT_LIST_DIR}/prorestools.h)
     target_include_directories(tst_prores_${topic} PRIVATE ${CMAKE_CURRENT_LIST_DIR})

@@ -245,7 +245,10 @@ void Encoder::restart()
 
 FrameReport Encoder::encode(const Picture &picture, std::uint8_t *to, std::size_t room)
 {
-    for (int p = 0; p < (_d->format.hasAlpha ? 4 : 3); ++p) {
+    const bool isV210 = picture.v210 != nullptr;
+    if (isV210 && (_d->format.is444() || _d->format.bitDepth != 10))
+        return {};
+    for (int p = 0; !isV210 && p < (_d->format.hasAlpha ? 4 : 3); ++p) {
         if (picture.plane[p] == nullptr)
             return {};
     }

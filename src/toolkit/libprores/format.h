@@ -33,6 +33,9 @@ struct Format {
 struct Picture {
     const std::uint16_t *plane[4] = {}; ///< Y, Cb, Cr, and alpha (full range) where the format has it
     std::ptrdiff_t stride[4] = {};      ///< samples from line to line
+    /// Lines of v210 instead, of 4:2:2 and 10 bit; each is unpacked when its slice comes. Planes are then not read.
+    const std::uint8_t *v210 = nullptr;
+    std::ptrdiff_t v210Stride = 0;      ///< bytes from line to line
 };
 
 /// True when a stream of this format can be coded at all.

@@ -66,10 +66,14 @@ Lines::Lines(const Format &format, const Picture &picture, int index)
             plane[p] += picture.stride[p];
         stride[p] = format.isInterlaced() ? picture.stride[p] * 2 : picture.stride[p];
     }
+    v210 = picture.v210 != nullptr && isBottom ? picture.v210 + picture.v210Stride : picture.v210;
+    v210Stride = format.isInterlaced() ? picture.v210Stride * 2 : picture.v210Stride;
 }
 
 SliceCoder::SliceCoder(const Format &format, const Kernels &kernels)
-    : _format(format), _kernels(kernels), _positions(scanPositions(format.isInterlaced()))
+    : _format(format), _kernels(kernels),
+      _unpack(&kernels != &portableKernels() && unpackV210Avx2() != nullptr ? unpackV210Avx2() : unpackV210Portable),
+      _positions(scanPositions(format.isInterlaced()))
 {
     const auto &order = scanOrder(format.isInterlaced());
     for (int i = 1; i <= largestIndex; ++i) {
@@ -78,11 +82,37 @@ SliceCoder::SliceCoder(const Format &format, const Kernels &kernels)
     }
 }
 
+// All three planes of the slice's lines, from the group on in which it begins, with the last column and line
+// repeated.
+void SliceCoder::unpack(const Lines &lines, SlicePlace place, SliceScratch &scratch) const
+{
+    constexpr int wide = 16 * widestSlice + paddedSlack;
+    constexpr int half = wide / 2;
+    const int left = place.column * 16;
+    const int skipped = left % v210Samples;
+    const int columns = std::min(16 * place.width, lines.geometry.width - left);
+    const int groups = v210Groups(skipped + columns);
+    for (int y = 0; y < 16; ++y) {
+        const int line = std::min(place.row * 16 + y, lines.geometry.height - 1);
+        std::uint16_t *to[3] = {scratch.padded[0] + y * wide, scratch.padded[1] + y * half, scratch.padded[2] + y * half};
+        _unpack(lines.v210 + line * lines.v210Stride + left / v210Samples * v210Bytes, groups, to[0], to[1], to[2]);
+        for (int p = 0; p < 3; ++p) {
+            std::uint16_t *end = to[p] + (p == 0 ? skipped + columns : (skipped + columns) / 2);
+            std::fill(end, to[p] + (p == 0 ? wide : half), end[-1]);
+        }
+    }
+}
+
 // Samples are read where they lie when the slice is wide and inside the picture; elsewhere they are copied,
 // the last column and line repeated, chroma widened.
 Tiles SliceCoder::tiles(const Lines &lines, SlicePlace place, int plane, SliceScratch &scratch) const
 {
     const bool isHalf = !_format.is444() && (plane == 1 || plane == 2);
+    if (lines.v210 != nullptr && plane < 3) {
+        const int skipped = place.column * 16 % v210Samples;
+        const std::uint16_t *unpacked = scratch.padded[plane] + (isHalf ? skipped / 2 : skipped);
+        return {{unpacked, unpacked + 64}, (16 * widestSlice + paddedSlack) / (isHalf ? 2 : 1)};
+    }
     const int unit = isHalf ? 8 : 16;
     const int planeWidth = isHalf ? lines.geometry.width / 2 : lines.geometry.width;
     const int left = place.column * unit;
@@ -115,6 +145,8 @@ void SliceCoder::quantise(const Lines &lines, SlicePlace place, int index, Slice
 void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const
 {
     const int depthShift = 13 - _format.bitDepth;
+    if (lines.v210 != nullptr)
+        unpack(lines, place, scratch);
     _kernels.transform(tiles(lines, place, 0, scratch), depthShift, _positions, scratch.coefficients[0]);
     const Tiles first = tiles(lines, place, 1, scratch);
     const Tiles second = tiles(lines, place, 2, scratch);
@@ -135,6 +167,8 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
 // The hardware does not foresee where short rows go on.
 void SliceCoder::prefetch(const Lines &lines, SlicePlace place) const
 {
+    if (lines.v210 != nullptr)
+        return;
     prefetchPlane(lines, place, 0, 16);
     const int chromaUnit = _format.is444() && !_format.isChromaHalf ? 16 : 8;
     prefetchPlane(lines, place, 1, chromaUnit);

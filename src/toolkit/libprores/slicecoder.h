@@ -3,6 +3,7 @@
 #include "libprores/format.h"
 #include "libprores/geometry.h"
 #include "libprores/kernels.h"
+#include "libprores/v210.h"
 
 #include <array>
 #include <vector>
@@ -22,13 +23,18 @@ struct Lines {
     Geometry geometry;
     const std::uint16_t *plane[4];
     std::ptrdiff_t stride[4];
+    const std::uint8_t *v210;
+    std::ptrdiff_t v210Stride;
 };
+
+/// Samples that padded lines have more than a slice is wide: v210 comes in groups.
+constexpr int paddedSlack = 32;
 
 /// One thread's memory for the slice in work.
 struct SliceScratch {
     Coefficients coefficients[3];
     Levels levels[3];
-    alignas(64) std::uint16_t padded[4][16 * 16 * widestSlice];
+    alignas(64) std::uint16_t padded[4][16 * (16 * widestSlice + paddedSlack)];
     std::uint16_t alpha[16 * 16 * widestSlice];
     bool isChromaJoined = false;  ///< Cb and Cr are the two tiles of coefficients[1]
     std::size_t alphaBytes = 0;   ///< coded so far
@@ -67,11 +73,13 @@ public:
 
 private:
     Tiles tiles(const Lines &lines, SlicePlace place, int plane, SliceScratch &scratch) const;
+    void unpack(const Lines &lines, SlicePlace place, SliceScratch &scratch) const;
     std::uint8_t *codeAlpha(const Lines &lines, SlicePlace place, SliceScratch &scratch,
                             std::uint8_t *to) const;
 
     Format _format;
     const Kernels &_kernels;
+    const UnpackV210 _unpack;
     const std::array<std::uint8_t, 64> &_positions;
     std::vector<Quantisers> _quantisers; // by index - 1
 };
