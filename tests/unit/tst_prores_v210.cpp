@@ -93,7 +93,7 @@ void ProresV210::everyWidthUnpacksAsFfmpegDoesIt()
                 for (int y = 0; y < height; ++y) {
                     for (int x = 0; x < expected.width[p]; ++x)
                         QVERIFY2(planes[p][y * strides[p] + x] == expected.at(p, x, y),
-                                 qPrintable(QStringLiteral("width %1, plane %2, %3,%4").arg(width).arg(p).arg(x).arg(y)));
+                                 qPrintable(QStringLiteral("width %1, plane %2").arg(width).arg(p)));
                 }
             }
         }

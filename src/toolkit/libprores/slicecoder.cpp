@@ -94,7 +94,8 @@ void SliceCoder::unpack(const Lines &lines, SlicePlace place, SliceScratch &scra
     const int groups = v210Groups(skipped + columns);
     for (int y = 0; y < 16; ++y) {
         const int line = std::min(place.row * 16 + y, lines.geometry.height - 1);
-        std::uint16_t *to[3] = {scratch.padded[0] + y * wide, scratch.padded[1] + y * half, scratch.padded[2] + y * half};
+        std::uint16_t *to[3]
+            = {scratch.padded[0] + y * wide, scratch.padded[1] + y * half, scratch.padded[2] + y * half};
         _unpack(lines.v210 + line * lines.v210Stride + left / v210Samples * v210Bytes, groups, to[0], to[1], to[2]);
         for (int p = 0; p < 3; ++p) {
             std::uint16_t *end = to[p] + (p == 0 ? skipped + columns : (skipped + columns) / 2);
