@@ -69,6 +69,14 @@ def clips_survive_kills_and_power_cuts(bin_dir):
         passes(bin_dir, "clip_torture", what, str(count), "1")
 
 
+def hostile_media_cost_nothing_but_entries(bin_dir):
+    passes(bin_dir, "tst_media_listing", RV_HOSTILE_CLIPS="19000")
+    corpus = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "fuzz", "corpus")
+    for topic in ("clip", "medium"):
+        passes(bin_dir, f"fuzz_{topic}", "--seconds", "120", "--seed", str(int(time.time())), os.path.join(corpus, topic))
+
+
 if __name__ == "__main__":
     main([the_engine_survives_any_story, the_store_keeps_its_promises, clips_survive_kills_and_power_cuts,
+          hostile_media_cost_nothing_but_entries,
           every_frame_follows_the_speed_law, ten_minutes_without_a_dropped_frame])

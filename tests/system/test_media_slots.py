@@ -4,6 +4,8 @@ import json
 import os
 import shutil
 import signal
+import socket
+import stat
 import subprocess
 import time
 
@@ -119,6 +121,23 @@ def an_idle_service_asks_for_nothing(bin_dir):
         check(woken == 0, f"woken {woken} times in five seconds")
 
 
+def make_what_is_no_file(recorder, clip):
+    """Everything else that may have a clip's name, and names that are no text."""
+    def at(name):
+        return os.path.join(os.fsencode(recorder.medium), name)
+    os.mkfifo(at(b"pipe.mov"))
+    os.mkdir(at(b"folder.mov"))
+    for name, target in ((b"zero.mov", "/dev/zero"), (b"nowhere.mov", "nowhere"), (b"itself.mov", "itself.mov"),
+                         (b"outside.mov", recorder.db), (b"inside.mov", clip)):
+        os.symlink(target, at(name))
+    os.mknod(at(b"disk.mov"), stat.S_IFBLK | 0o666, os.makedev(7, 250))
+    os.mknod(at(b"memory.mov"), stat.S_IFCHR | 0o666, os.makedev(1, 5))
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(at(b"socket.mov"))
+    for name in (b"a\nb.mov", b"a\x1b[2Jb.mov", b"\xff\xfe.mov", b".mov", b"..mov"):
+        shutil.copy(clip, at(name))
+
+
 def hostile_files_cost_entries_and_nothing_else(bin_dir):
     with SlotRecorder(bin_dir) as recorder:
         recorder.start()
@@ -135,13 +154,20 @@ def hostile_files_cost_entries_and_nothing_else(bin_dir):
                 hostile[8 + (state >> 8) % (len(hostile) - 8)] = state & 0xFF
             with open(os.path.join(recorder.medium, f"hostile {i}.mov"), "wb") as file:
                 file.write(hostile[:len(hostile) - (i % 5) * len(hostile) // 7])
-        os.mkfifo(os.path.join(recorder.medium, "pipe.mov"))
-        os.symlink("/dev/zero", os.path.join(recorder.medium, "zero.mov"))
+        make_what_is_no_file(recorder, clip)
         shutil.copy(clip, os.path.join(recorder.medium, "\u6620\u50cf after.all.mov"))
         recorder.wait_log("Updated all clips list.  2 entries", 30)
         check(recorder.processes["rvmedia"].poll() is None, "the service is gone")
         recorder.do("goto", "\u6620\u50cf after.all.mov")
         recorder.wait_for("CurrentClip", "\u6620\u50cf after.all.mov")
+        for i in range(8000):
+            os.link(clip, os.path.join(recorder.medium, f"many {i}.mov"))
+        recorder.wait_log("Updated all clips list.  8002 entries", 20)
+        check(recorder.processes["rvmedia"].poll() is None, "the service is gone")
+        recorder.do("goto", "many 7999.mov")
+        check(len(recorder.ctl("clips").stdout.splitlines()) == 9003, "all are shown, the bad ones too")
+        recorder.record(1)
+        recorder.wait_log("Updated all clips list.  8003 entries")
 
 
 def a_service_killed_and_started_again_goes_on(bin_dir):
