@@ -19,7 +19,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds syncsApart(250);
-constexpr std::chrono::seconds looksApart(1);
+constexpr std::chrono::milliseconds looksApart(300);
 
 /// As much as a clip's head takes, so that a full medium shows before the first frame.
 constexpr size_t reservedBytes = 16384;

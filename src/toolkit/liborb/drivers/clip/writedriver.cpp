@@ -3,7 +3,7 @@
 // What is told to the host is one stream: each frame is answered once, whichever leg took it.
 //
 // How long a medium may hang follows from what the device can keep: six seconds of captured frames.
-// A frame is committed within 1.3 s of its capture, a hang is known after 3.6 s more, and the next
+// A frame is committed within 1.3 s of its capture, a hang is known after 3.4 s more, and the next
 // medium needs a moment to take the frames that wait.
 
 #include "liborb/drivers/clip/writedriver.h"
@@ -24,7 +24,7 @@ constexpr const char *logFile = "writedriver.cpp";
 constexpr int maxWaiting = 2048; ///< frames; the device has far fewer
 constexpr milliseconds tick(200);
 constexpr milliseconds slowAfter(1000);
-constexpr milliseconds hangsAfter(3600);
+constexpr milliseconds hangsAfter(3400);
 /// Frames that wait to be committed on a medium that answers, but not fast enough.
 constexpr double mostSecondsHeld = 5.0;
 constexpr int ticksToCatchUp = 3000 / tick.count();
