@@ -18,3 +18,6 @@ if(TARGET stockclips)
     target_include_directories(tst_stockclips PRIVATE ${PROJECT_SOURCE_DIR}/src/services/rvstock)
     target_link_libraries(tst_stockclips PRIVATE stockclips transport)
 endif()
+
+rv_test(tst_mediatools fast ${CMAKE_CURRENT_LIST_DIR}/tst_mediatools.cpp)
+target_link_libraries(tst_mediatools PRIVATE control)
