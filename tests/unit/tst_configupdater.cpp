@@ -6,6 +6,7 @@
 #include "logcollector.h"
 
 #include <QMetaMethod>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <fcntl.h>
@@ -87,11 +88,17 @@ void TestConfigUpdater::storageDeliberatelyUsesTheCodesOneAndTwo()
     ConfigInterface config;
     ConfigUpdater updater(&config);
     LogCollector log;
+    QList<std::size_t> setsWhenLogged;
+    const int sink = OrbLog::defaultLog()->addSink([&](int, const QString &, int, const QString &) {
+        setsWhenLogged << _store->sets().size();
+    });
     updater.setStorageInUse(false);
     QCOMPARE(setsOf(*_store), QStringList());
     updater.setStorageInUse(true);
     updater.setStorageInUse(true);
     updater.setStorageInUse(false);
+    OrbLog::defaultLog()->removeSink(sink);
+    QCOMPARE(setsWhenLogged, QList<std::size_t>({1, 2})); // published first
     QCOMPARE(setsOf(*_store), QStringList({QStringLiteral("eParamStorageInUse=1"),
                                            QStringLiteral("eParamStorageInUse=2")}));
     QCOMPARE(
@@ -202,17 +209,15 @@ void TestConfigUpdater::aTextThatCannotBeSharedIsLoggedAndTheRestWorks()
 {
     unlink("/dev/shm/rvd_inputTimecode");
     QCOMPARE(mkdir("/dev/shm/rvd_inputTimecode", 0700), 0); // stands in the way
-    {
-        LogCollector log;
-        ConfigInterface config;
-        ConfigUpdater updater(&config);
-        QCOMPARE(log.lines(),
-                 QStringList{"2 configupdater.cpp FAILED: _shmStringInputTimecode->create(64)"});
-        updater.setInputTimecode(OrbTimecode(1, 2, 3, 4, 25, 0));
-        updater.setCurrentTimecode(OrbTimecode(1, 2, 3, 4, 25, 0));
-        QCOMPARE(published("/rvd_currentTimecode"), QStringLiteral("01:02:03:04"));
-    }
-    QCOMPARE(rmdir("/dev/shm/rvd_inputTimecode"), 0);
+    const auto outOfTheWay = qScopeGuard([] { rmdir("/dev/shm/rvd_inputTimecode"); });
+    LogCollector log;
+    ConfigInterface config;
+    ConfigUpdater updater(&config);
+    QCOMPARE(log.lines(),
+             QStringList{"2 configupdater.cpp FAILED: _shmStringInputTimecode->create(64)"});
+    updater.setInputTimecode(OrbTimecode(1, 2, 3, 4, 25, 0));
+    updater.setCurrentTimecode(OrbTimecode(1, 2, 3, 4, 25, 0));
+    QCOMPARE(published("/rvd_currentTimecode"), QStringLiteral("01:02:03:04"));
 }
 
 void TestConfigUpdater::slotsStandInTheirOrder()
