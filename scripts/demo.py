@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Records a live stream of another program and plays it at many speeds; every line must hold.
+"""Records a live stream of another program, over the end of a medium, too, and plays it at many speeds and from a play
+list; every line must hold.
 
 Prints a table of what was expected and what was seen on the program bus or in the clip, by an independent
 reader where there is one. Ends with 0 only if every line holds.
 """
 
+import json
 import os
 import subprocess
 import sys
@@ -12,6 +14,7 @@ import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "system"))
 import rig  # noqa: E402
+from test_media import LoopMedium, fill_to, wait_said  # noqa: E402
 
 URL = "udp://127.0.0.1:5004?pkt_size=1316"
 SIZE, RATE, INPUT_FORMAT = "1920x1080", 25, 20
@@ -155,6 +158,60 @@ def cue(recorder, entry, first):
     guarded(f"cue to clip {entry}: its first frame", step)
 
 
+def play_list(recorder, entries, wanted):
+    def step():
+        for entry in entries:
+            recorder.do("playlist", "append", entry)
+        rig.wait_until("the play list is told",
+                       lambda: f"Updated play list.  {len(entries) - 1} entries" in recorder.log_text())
+        states = [entry["state"] for entry in json.loads(recorder.ctl("--json", "playlist").stdout)["playList"]]
+        recorder.set("PlayMedia", "2")
+        recorder.do("goto", 0)
+        rig.wait_until("it stands on the first frame", lambda: rig.shown(recorder.frames(1)) == wanted[:1])
+        watch = recorder.watch_output()
+        recorder.do("play")
+        time.sleep(len(wanted) / RATE + 1.5)
+        shown = rig.changes(rig.shown(rig.playback_only(watch.finish())))
+        recorder.do("stop")
+        ok = shown[:len(wanted)] == wanted and states.count("missing") == 1
+        return ok, f"{shown[0]} to {shown[-1]}, {states.count('missing')} of {len(states)} entries missing and left out"
+    guarded("play list: its clips in its order, no gap", step)
+    recorder.do("standby-off")
+    recorder.set("PlayMedia", "0")
+
+
+def roll_over(recorder):
+    with LoopMedium(recorder, "full medium", "2g") as full, LoopMedium(recorder, "next medium", "2g") as after:
+        def step():
+            for name, path in (("ActivePath", full.path), ("RolloverPath", after.path), ("RolloverEnable", 1)):
+                recorder.set(name, path)
+            wait_said(recorder, f"0 clips on {full.path}")
+            wait_said(recorder, f"0 clips on {after.path}")
+            fill_to(full.path, 10.7)
+            closed = recorder.log_text().count("STREAM: Close is Done")
+            recorder.do("record")
+            recorder.wait_log(f"Rollover from {full.path} to {after.path} has completed.", 20)
+            time.sleep(1.5)
+            recorder.do("stop")
+            rig.wait_until("both clips are closed",
+                           lambda: recorder.log_text().count("STREAM: Close is Done") >= closed + 2)
+            parts = [rig.clip_numbers(os.path.join(folder, name)) for folder in (full.path, after.path)
+                     for name in os.listdir(folder) if name.endswith(".mov")]
+            return (len(parts) == 2 and consecutive(parts[0] + parts[1]),
+                    " and ".join(f"{part[0]} to {part[-1]}" for part in parts))
+        guarded("rollover: two media, every frame once", step)
+
+        def eject():
+            recorder.do("standby-off")
+            recorder.wait_for("StorageInUse", 2)
+            recorder.do("eject", full.path)
+            slots = {slot["path"]: slot for slot in json.loads(recorder.ctl("--json", "media").stdout)["media"]}
+            left = slots[after.path]["secondsLeft"]
+            return (not os.path.ismount(full.path) and slots[after.path]["role"] == "active" and left > 60,
+                    f"unmounted; the other one has {left} s of {slots[after.path]['format']} left")
+        guarded("eject: the full medium can be taken out", eject)
+
+
 def main():
     bin_dir = os.path.abspath(sys.argv[1])
     began = time.monotonic()
@@ -220,6 +277,10 @@ def run(recorder):
     guarded("loop: the last frame is followed by the first", loop)
     recorder.do("stop")
     recorder.do("standby-off")
+    recorder.set("LoopPlayback", "0")
+
+    play_list(recorder, [os.path.basename(second_clip), "no such clip.mov", os.path.basename(second_clip)], second * 2)
+    roll_over(recorder)
 
 
 if __name__ == "__main__":

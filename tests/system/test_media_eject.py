@@ -9,24 +9,13 @@ import time
 import rig
 from hangingmedium import HangingMedium
 from rig import Recorder, check, main, wait_until
-from test_media import FORMAT, Medium, wait_said, whole
+from test_media import FORMAT, LoopMedium, Medium, wait_said, whole
 from test_media_slots import READY, SlotRecorder
 
 
 def is_mounted(path):
     with open("/proc/self/mountinfo", encoding="utf-8") as table:
         return any(line.split()[4].replace("\\040", " ") == path for line in table)
-
-
-class LoopMedium(Medium):
-    """A real file system in an image file."""
-
-    def mount(self):
-        image = self.path + ".img"
-        if not os.path.exists(image):
-            subprocess.run(["truncate", "-s", self.size, image], check=True)
-            subprocess.run(["mkfs.ext4", "-q", image], check=True)
-        subprocess.run(["mount", "-o", "loop", image, self.path], check=True)
 
 
 def media(recorder):
