@@ -111,6 +111,8 @@ private slots:
 
 private:
     void pass(int ticks) { SimDispatcher::runFor(ticks * tick); }
+    /// Two media with so many thousandths free, and rollover from the first to the second.
+    void useBoth(quint64 activePermille, quint64 rolloverPermille);
 
     std::optional<QCoreApplication> _app;
     std::optional<ScriptedFileSystems> _disks;
@@ -146,6 +148,15 @@ void TestMediaManager::cleanup()
     _app.reset();
 }
 
+void TestMediaManager::useBoth(quint64 activePermille, quint64 rolloverPermille)
+{
+    _disks->mount(active, activePermille);
+    _disks->mount(rollover, rolloverPermille);
+    _manager->setRolloverEnabled(true);
+    _manager->setRolloverPath(rollover);
+    _manager->setActivePath(active);
+}
+
 void TestMediaManager::signalsAndSlotsStandInTheirOrder()
 {
     const QMetaObject &meta = MediaManager::staticMetaObject;
@@ -172,11 +183,7 @@ void TestMediaManager::signalsAndSlotsStandInTheirOrder()
 
 void TestMediaManager::atNinePercentRolloverIsAskedForOnEveryTickUntilItIsMarked()
 {
-    _disks->mount(active, 90);
-    _disks->mount(rollover, 500);
-    _manager->setRolloverEnabled(true);
-    _manager->setRolloverPath(rollover);
-    _manager->setActivePath(active);
+    useBoth(90, 500);
     pass(3);
     QCOMPARE(_rollovers->count(), 3);
     QVERIFY(_manager->markRolloverInProgress());
@@ -187,11 +194,7 @@ void TestMediaManager::atNinePercentRolloverIsAskedForOnEveryTickUntilItIsMarked
 
 void TestMediaManager::atEightPercentRecordingStopsInsteadOfRollingOver()
 {
-    _disks->mount(active, 80);
-    _disks->mount(rollover, 500);
-    _manager->setRolloverEnabled(true);
-    _manager->setRolloverPath(rollover);
-    _manager->setActivePath(active);
+    useBoth(80, 500);
     pass(2);
     QCOMPARE(_stops->count(), 2);
     QCOMPARE(_rollovers->count(), 0);
@@ -203,11 +206,7 @@ void TestMediaManager::atEightPercentRecordingStopsInsteadOfRollingOver()
 
 void TestMediaManager::atNineAndAHalfPercentItRollsOverAndAtEightAndAHalfToo()
 {
-    _disks->mount(active, 95);
-    _disks->mount(rollover, 160);
-    _manager->setRolloverEnabled(true);
-    _manager->setRolloverPath(rollover);
-    _manager->setActivePath(active);
+    useBoth(95, 160);
     pass(1);
     QCOMPARE(_rollovers->count(), 1);
     _disks->mount(active, 85);
@@ -370,11 +369,7 @@ void TestMediaManager::aPathNotSetIsNoMedium()
 
 void TestMediaManager::aRolloverSucceedsAndTheMediaTakeTurns()
 {
-    _disks->mount(active, 90);
-    _disks->mount(rollover, 95);
-    _manager->setActivePath(active);
-    _manager->setRolloverPath(rollover);
-    _manager->setRolloverEnabled(true);
+    useBoth(90, 95);
     _disks->mount(rollover, 500);
     QSignalSpy started(&*_manager, &MediaManager::rolloverStarted);
     QSignalSpy completed(&*_manager, &MediaManager::rolloverCompleted);
@@ -402,11 +397,7 @@ void TestMediaManager::aRolloverSucceedsAndTheMediaTakeTurns()
 
 void TestMediaManager::aMediumThatCannotBeMeasuredBecomesActiveAllTheSame()
 {
-    _disks->mount(active, 90);
-    _disks->mount(rollover, 500);
-    _manager->setActivePath(active);
-    _manager->setRolloverPath(rollover);
-    _manager->setRolloverEnabled(true);
+    useBoth(90, 500);
     QVERIFY(_manager->markRolloverInProgress());
     _disks->fail(rollover);
     LogCollector log;
@@ -444,11 +435,7 @@ void TestMediaManager::theEndIsSignalledBeforeItIsLoggedAndTheStartAfter()
 
 void TestMediaManager::aRolloverThatFailsKeepsBothPaths()
 {
-    _disks->mount(active, 90);
-    _disks->mount(rollover, 500);
-    _manager->setActivePath(active);
-    _manager->setRolloverPath(rollover);
-    _manager->setRolloverEnabled(true);
+    useBoth(90, 500);
     QVERIFY(_manager->markRolloverInProgress());
     QSignalSpy completed(&*_manager, &MediaManager::rolloverCompleted);
     LogCollector log;

@@ -1,12 +1,11 @@
 #include "clipinspector.h"
 
 #include "libvanta/cliprecord.h"
+#include "passeddescriptor.h"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <utility>
 
 #include <poll.h>
@@ -95,24 +94,6 @@ void ClipInspector::end()
     _process = -1;
 }
 
-bool ClipInspector::send(int descriptor) const
-{
-    char byte = 0;
-    iovec bytes{&byte, 1};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
-    msghdr message{};
-    message.msg_iov = &bytes;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr *header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof(int));
-    std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
-    return ::sendmsg(_socket, &message, MSG_NOSIGNAL) == 1;
-}
-
 bool ClipInspector::receive(Clip &clip) const
 {
     std::string answer(longestAnswer, '\0');
@@ -132,10 +113,10 @@ ClipInspector::Outcome ClipInspector::inspect(int descriptor, Clip &clip)
     if (_process < 0 && !start())
         return Outcome::NotStarted;
     ++_inspected;
-    if (!send(descriptor)) {
+    if (!passDescriptor(_socket, descriptor)) {
         // It may have died of something else since the last file: once more with a fresh one.
         end();
-        if (!start() || !send(descriptor)) {
+        if (!start() || !passDescriptor(_socket, descriptor)) {
             end();
             return Outcome::NotStarted;
         }

@@ -31,7 +31,6 @@ public:
 private:
     bool start();
     void end();
-    bool send(int descriptor) const;
     bool receive(Clip &clip) const;
 
     std::string _program;

@@ -15,7 +15,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace
@@ -27,6 +29,8 @@ constexpr std::int64_t nsPerSecond = 1000000000;
 constexpr std::int64_t youthNs = nsPerSecond * 4 / 10;
 /// The system tells of a close a moment before the file counts as closed.
 constexpr int closePatienceMs = 20;
+/// Whoever writes a clip from another machine does so more often, and nothing tells of it.
+constexpr std::int64_t leftAloneSeconds = 30;
 
 class Descriptor
 {
@@ -68,7 +72,17 @@ bool isYoung(const Clip &clip)
     return age >= 0 && age < youthNs;
 }
 
-/// A lease to read is only given when nobody writes. Nothing where the file system has no leases.
+/// Where there are no leases, those who write clips have locked them, as far as this machine knows.
+bool isLocked(int file)
+{
+    if (::flock(file, LOCK_SH | LOCK_NB) != 0)
+        return errno == EWOULDBLOCK;
+    ::flock(file, LOCK_UN);
+    return false;
+}
+
+/// A lease to read is only given when nobody writes. Nothing where the file system has no leases and nobody has
+/// locked the file.
 std::optional<bool> isWritten(int file)
 {
     for (int waited = 0;; ++waited) {
@@ -77,11 +91,19 @@ std::optional<bool> isWritten(int file)
             return false;
         }
         if (errno != EAGAIN)
-            return std::nullopt;
+            return isLocked(file) ? std::optional<bool>(true) : std::nullopt;
         if (waited == closePatienceMs)
             return true;
         ::usleep(1000);
     }
+}
+
+/// Nobody else's machine can be writing the file: it lies on a device of this one, or has been left alone.
+bool isNobodyElses(const struct stat &st, const Clip &clip)
+{
+    timespec now = {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return gnu_dev_major(st.st_dev) != 0 || now.tv_sec - clip.modifiedNs() / nsPerSecond > leftAloneSeconds;
 }
 
 /// Completes a clip that a crash left open; true when the file is another one now.
@@ -132,11 +154,16 @@ void ClipLister::read(int directory, int file, Clip &clip)
     if (!isFinal) {
         const std::optional<bool> written = isWritten(file);
         isFinal = written == false;
-        if (written == true)
+        if (written == true) {
             clip.setState(ClipState::Recording);
-        else if (written == false && clip.state() == ClipState::Recording) {
-            clip.setState(ClipState::Ready);
+        } else if (written == false) {
+            // What looks bad may be a clip whose writer died before its first frame was safe.
+            if (clip.state() == ClipState::Recording)
+                clip.setState(ClipState::Ready);
             isFinal = !isCompleted(directory, clip.getName());
+        } else if (struct stat st = {}; ::fstat(file, &st) == 0 && isNobodyElses(st, clip)) {
+            if (isCompleted(directory, clip.getName()))
+                clip.setState(ClipState::Ready);
         }
     }
     if (isFinal)
@@ -167,7 +194,8 @@ bool ClipLister::look(int directory, const std::string &name, Clip &clip)
     clip.setFileSize(st.st_size);
     clip.setModifiedNs(modifiedNs(st));
     read(directory, file.number(), clip);
-    return true;
+    // A clip without a frame is gone now.
+    return ::fstat(file.number(), &st) != 0 || st.st_nlink > 0;
 }
 
 std::list<Clip> ClipLister::list(const std::string &path, int &error)

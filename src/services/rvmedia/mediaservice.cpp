@@ -12,10 +12,6 @@ namespace
 constexpr const char *logFile = "mediaservice.cpp";
 constexpr std::size_t mostMedia = 32;
 
-/// Values of eParamStorageInUse.
-constexpr unsigned int storageIsInUse = 1;
-constexpr unsigned int storageHasRolledOver = 3;
-
 /// Values of eParamMediaState.
 constexpr unsigned int noMedium = 0;
 constexpr unsigned int mediumLoads = 1;
@@ -41,6 +37,7 @@ MediaService::MediaService(Setup setup, QObject *parent)
     // What the service before has read need not be read again.
     (void)_knownFile.load();
     connect(&_mounts, &MountTable::changed, this, &MediaService::mountsChanged);
+    prepareForRecordings();
 }
 
 MediaService::~MediaService()
@@ -68,6 +65,7 @@ bool MediaService::start()
     _events->registerListener(this);
     mountsChanged();
     pathsChanged();
+    storageUseChanged(storageUse());
     if (std::ranges::none_of(_media, [](const auto &medium) { return medium->isBeingListed(); })) {
         shareClips();
         sharePlayLists();
@@ -86,10 +84,10 @@ void MediaService::ParamChanged(eParam_t id, std::string value, timeval)
         QMetaObject::invokeMethod(this, &MediaService::pathsChanged, Qt::QueuedConnection);
 }
 
-void MediaService::ParamChanged(eParam_t id, unsigned int, timeval)
+void MediaService::ParamChanged(eParam_t id, unsigned int value, timeval)
 {
     if (id == eParamStorageInUse)
-        QMetaObject::invokeMethod(this, &MediaService::storageUseChanged, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, [this, value] { storageUseChanged(value); }, Qt::QueuedConnection);
 }
 
 MediaPaths MediaService::paths() const
@@ -113,7 +111,8 @@ std::vector<MediumFacts> MediaService::facts() const
     for (const auto &medium : _media)
         // One that is given up must not stay the active one, even if a client named it.
         all.push_back({medium->path(), medium->isSlot() || medium->isEjected(), medium->isPresent(),
-                       medium->listing().freePercent, medium->isComing()});
+                       medium->listing().freePercent, medium->isComing(),
+                       !medium->isPresent() || medium->isWritable()});
     return all;
 }
 
@@ -166,18 +165,6 @@ void MediaService::editPlayList(const std::string &edit)
         medium->editPlayList(edit);
 }
 
-/// The recording goes on on the other medium. The storage is said to be in use again, so that the next rollover
-/// is a change, too.
-void MediaService::storageUseChanged()
-{
-    if (storageUse() == storageHasRolledOver) {
-        setPaths(afterRollover(facts(), paths()));
-        if (storageUse() == storageHasRolledOver)
-            _config->setUInt32(eParamStorageInUse, storageIsInUse);
-    }
-    choose();
-}
-
 void MediaService::setPaths(const MediaPaths &wanted)
 {
     const MediaPaths now = paths();
@@ -192,9 +179,8 @@ void MediaService::setPaths(const MediaPaths &wanted)
 
 void MediaService::choose()
 {
-    const unsigned int use = storageUse();
-    const bool isInUse = use == storageIsInUse || use == storageHasRolledOver;
-    setPaths(choosePaths(facts(), paths(), isInUse));
+    const MediaPaths now = paths();
+    setPaths(choosePaths(factsForRecording(now.active), now, isInUse(storageUse())));
 }
 
 void MediaService::tellState()

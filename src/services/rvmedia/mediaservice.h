@@ -9,6 +9,7 @@
 #include "mounttable.h"
 
 #include <QObject>
+#include <QTimer>
 
 #include <map>
 #include <memory>
@@ -61,7 +62,12 @@ private:
     unsigned int storageUse() const;
     std::vector<MediumFacts> facts() const;
     void pathsChanged();
-    void storageUseChanged();
+    static bool isInUse(unsigned int use);
+    void prepareForRecordings();
+    void storageUseChanged(unsigned int use);
+    void followRollover();
+    std::vector<MediumFacts> factsForRecording(const std::string &active);
+    void lookAround();
     void editPlayList(const std::string &edit);
     void request(const std::string &text);
     void answer(const std::string &token, const std::string &problem);
@@ -80,6 +86,9 @@ private:
     std::unique_ptr<Config> _config;
     std::unique_ptr<Config> _events;
     MountTable _mounts;
+    QTimer _sayInUse;   ///< runs between a rollover and the word that the storage is in use again
+    QTimer _lookAround; ///< runs while the storage is in use
     std::vector<std::unique_ptr<Medium>> _media; ///< the slots, then paths that clients named
+    std::string _wentTo; ///< the medium that the last rollover went to, until another one is active
     std::map<const Medium *, Told> _told;
 };

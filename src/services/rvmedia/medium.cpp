@@ -92,10 +92,11 @@ void Medium::mountsChanged(bool isMounted)
         _listing = {};
         const bool wasListed = std::exchange(_isListed, false);
         // What hangs in a medium that is gone must not keep the next one waiting.
-        if ((_isScanning || _isEjecting) && _abandoned.size() < mostAbandoned) {
+        if ((_isScanning || _isEjecting || _pendingMeasures > 0) && _abandoned.size() < mostAbandoned) {
             _abandoned.push_back(std::move(_worker));
             startWorker();
             _isScanning = false;
+            _pendingMeasures = 0;
             if (std::exchange(_isEjecting, false))
                 std::exchange(_ejectDone, {})(std::string());
         }

@@ -3,6 +3,7 @@
 #include "libvanta/mediaslot.h"
 #include "mediumscanner.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QSocketNotifier>
 #include <QThread>
@@ -38,6 +39,8 @@ public:
     /// A medium is there and is listed for the first time, which has not taken long yet.
     bool isComing() const { return _isMounted && !_isListed && _coming.isActive(); }
     bool isBeingListed() const { return _isScanning; }
+    /// Clips can be written to it, as far as is known: it is not read-only, and answers.
+    bool isWritable() const;
     bool isMounted() const { return _isMounted; }
     /// It was given up, and is not used again before it is mounted anew.
     bool isEjected() const { return _isEjected; }
@@ -49,7 +52,8 @@ public:
     void scan();
     /// Edits the medium's play list; a listing follows. See editPlayList().
     void editPlayList(const std::string &edit, const Outcome &done = {});
-    /// Measures the space on the medium and calls \a done, unless the medium hangs.
+    /// Measures the space on the medium and calls \a done, unless the medium hangs. One that cannot be measured is
+    /// listed anew.
     void measure(const std::function<void()> &done);
     /// Gives the medium up, so that it can be taken out: once nobody records on it and \a mayGo, asked when all is on
     /// the medium, has no reason against it, it counts as not there any more, and is unmounted if that may be.
@@ -80,6 +84,7 @@ private:
     void startWorker();
     void run();
     void take(Worker *worker, MediumScanner::Listing listing);
+    void takeMeasure(const MediumScanner::Listing &measured);
     static void end(std::unique_ptr<Worker> worker);
     bool retire(Worker *worker);
     void giveUp();
@@ -101,6 +106,8 @@ private:
     std::atomic<int> _pendingEdits = 0;
     bool _isMounted = false;
     bool _isListed = false;
+    QElapsedTimer _measuring; ///< since a measurement is awaited
+    int _pendingMeasures = 0;
     bool _isScanning = false;
     bool _scanAgain = false;
     bool _isEjected = false;

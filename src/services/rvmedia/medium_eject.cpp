@@ -77,23 +77,6 @@ MediaSlot Medium::slot() const
     return slot;
 }
 
-void Medium::measure(const std::function<void()> &done)
-{
-    QMetaObject::invokeMethod(&_worker->object, [this, done, worker = _worker.get()] {
-        MediumScanner::Listing measured;
-        MediumScanner::measure(_path, measured);
-        QMetaObject::invokeMethod(this, [this, done, worker, measured] {
-            if (worker == _worker.get() && isPresent()) {
-                _listing.freePercent = measured.freePercent;
-                _listing.freeBytes = measured.freeBytes;
-                _listing.totalBytes = measured.totalBytes;
-                _listing.isReadOnly = measured.isReadOnly;
-            }
-            done();
-        });
-    });
-}
-
 void Medium::eject(const std::function<std::string()> &mayGo, const Outcome &done)
 {
     if (!_isMounted || _isEjecting) {

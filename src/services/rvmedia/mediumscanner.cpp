@@ -8,9 +8,11 @@
 #include <cstring>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/statvfs.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
 namespace
 {
@@ -26,7 +28,12 @@ void MediumScanner::measure(const std::string &path, Listing &listing)
 {
     struct statfs root = {};
     struct statfs medium = {};
-    if (::statfs("/", &root) != 0 || ::statfs(path.c_str(), &medium) != 0)
+    const int folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool isMeasured = folder >= 0 && ::statfs("/", &root) == 0 && ::fstatfs(folder, &medium) == 0;
+    listing.useError = isMeasured ? 0 : errno;
+    if (folder >= 0)
+        ::close(folder);
+    if (!isMeasured)
         return;
     listing.isMounted = std::memcmp(&root.f_fsid, &medium.f_fsid, sizeof root.f_fsid) != 0;
     if (medium.f_blocks > 0)

@@ -21,6 +21,7 @@ public:
         std::uint64_t freeBytes = 0; ///< the superuser's share included
         std::uint64_t totalBytes = 0;
         bool isReadOnly = false;
+        int useError = 0; ///< errno when the space could not be measured
     };
 
     /// Notices are to arrive on the inotify descriptor \a notices, which stays the caller's.
@@ -34,7 +35,8 @@ public:
     Listing scan(const std::string &path);
     /// Asks for no more notices of the medium, until the next scan.
     void letGo();
-    /// The space on the file system at \a path, and whether it may be written; all else of \a listing stays.
+    /// The space on the file system at \a path, and whether it may be written; all else of \a listing stays. A
+    /// file system that does not let its root be opened any more is not measured.
     static void measure(const std::string &path, Listing &listing);
 
 private:

@@ -1,0 +1,96 @@
+// What the service does while something is recorded or played: the paths follow a rollover, and the media that may come
+// next are measured now and then. When the storage is released nothing is asked for any more.
+
+#include "mediaservice.h"
+
+#include "liborb/orblog.h"
+
+namespace
+{
+
+constexpr const char *logFile = "mediaservice.cpp";
+/// The daemon releases the storage right behind a rollover that has ended the recording: that word must be the last.
+constexpr int sayInUseMs = 200;
+constexpr int lookAroundMs = 2000;
+
+/// Values of eParamStorageInUse.
+constexpr unsigned int storageIsInUse = 1;
+constexpr unsigned int storageHasRolledOver = 3;
+
+} // namespace
+
+bool MediaService::isInUse(unsigned int use)
+{
+    return use == storageIsInUse || use == storageHasRolledOver;
+}
+
+void MediaService::prepareForRecordings()
+{
+    _sayInUse.setSingleShot(true);
+    _sayInUse.setInterval(sayInUseMs);
+    connect(&_sayInUse, &QTimer::timeout, this, [this] {
+        if (storageUse() == storageHasRolledOver)
+            _config->setUInt32(eParamStorageInUse, storageIsInUse);
+    });
+    _lookAround.setInterval(lookAroundMs);
+    connect(&_lookAround, &QTimer::timeout, this, &MediaService::lookAround);
+}
+
+/// Each value counts, even one that another has followed already. The storage is said to be in use again after a
+/// rollover, so that the next one is a change, too.
+void MediaService::storageUseChanged(unsigned int use)
+{
+    if (use == storageHasRolledOver) {
+        followRollover();
+        _sayInUse.start();
+    }
+    if (!isInUse(use))
+        _lookAround.stop();
+    else if (!_lookAround.isActive())
+        _lookAround.start();
+    Medium *medium = isInUse(use) || _wentTo.empty() ? nullptr : mediumAt(_wentTo);
+    if (medium && medium->isPresent())
+        medium->measure([this] { choose(); });
+    choose();
+}
+
+/// The recording goes on on the other medium. When that was taken away in the middle of the rollover the daemon is
+/// left without an active medium, and is told anew where the clips are.
+void MediaService::followRollover()
+{
+    const MediaPaths before = paths();
+    if (!before.rollover.empty()) {
+        _wentTo = before.rollover;
+        setPaths(afterRollover(facts(), before));
+        return;
+    }
+    orbLogOutput(2, logFile, __LINE__, "A rollover from %s had no medium to go to\n", before.active.c_str());
+    _config->setString(eParamActivePath, std::string());
+    _config->setString(eParamActivePath, before.active);
+}
+
+/// Others may fill a medium, and a medium that fails becomes read-only, silent or gone, of which the system says
+/// nothing by itself.
+void MediaService::lookAround()
+{
+    const std::string active = paths().active;
+    for (const auto &medium : _media) {
+        if (medium->path() != active && medium->isPresent())
+            medium->measure([this] { choose(); });
+    }
+    choose();
+}
+
+/// Recording on a medium that cannot be written is of no use to anybody: when a rollover has come to such a one it gives
+/// way like one that is gone. Whoever names it later means it.
+std::vector<MediumFacts> MediaService::factsForRecording(const std::string &active)
+{
+    std::vector<MediumFacts> all = facts();
+    if (active != _wentTo)
+        _wentTo.clear();
+    for (MediumFacts &medium : all) {
+        if (medium.path == _wentTo && !medium.isWritable)
+            medium.isPresent = false;
+    }
+    return all;
+}
