@@ -49,6 +49,7 @@ private slots:
     void aHalfSizePictureStillCarriesTheNumber();
     void smallPicturesAreLeftAlone();
     void copyHonoursStrides();
+    void copyOutCopiesAllAndNoMoreAtAnyAlignment();
     void barsHaveTheStandardLevels();
     void theRampRunsFrom4To1019();
     void theMovingPatternDiffersFromFrameToFrame();
@@ -182,6 +183,32 @@ void TestPicture::copyHonoursStrides()
         for (int y = 0; y < 4; ++y)
             QVERIFY(std::equal(out.view.line(p, y), out.view.line(p, y) + (p == 0 ? 32 : 16),
                                wide.view.line(p, y)));
+    }
+}
+
+void TestPicture::copyOutCopiesAllAndNoMoreAtAnyAlignment()
+{
+    for (int width = 2; width <= 300; width += 14) {
+        constexpr int height = 5;
+        Picture from(width, height);
+        for (std::size_t i = 0; i < from.samples.size(); ++i)
+            from.samples[i] = static_cast<std::uint16_t>(i * 7 % 1024);
+        for (int shift = 0; shift < 40; shift += 3) {
+            const int stride = width + 11;
+            std::vector<std::uint16_t> memory(static_cast<std::size_t>(3 * stride * height + shift), 0xabcd);
+            View to {width, height, {}, {stride, stride, stride}};
+            for (int p = 0; p < 3; ++p)
+                to.plane[p] = memory.data() + shift + p * stride * height;
+            copyOut(from.view, to);
+            for (int p = 0; p < 3; ++p) {
+                const int samples = p == 0 ? width : width / 2;
+                for (int y = 0; y < height; ++y) {
+                    QVERIFY(std::equal(to.line(p, y), to.line(p, y) + samples, from.view.line(p, y)));
+                    QVERIFY(std::all_of(to.line(p, y) + samples, to.line(p, y) + stride,
+                                        [](std::uint16_t sample) { return sample == 0xabcd; }));
+                }
+            }
+        }
     }
 }
 

@@ -35,4 +35,7 @@ View viewOf(void *memory, int width, int height);
 /// Copies the samples of \a from into \a to; both have the same size.
 void copy(const View &from, const View &to);
 
+/// The same, past the caches where the machine can: for memory that this process will not look at again soon.
+void copyOut(const View &from, const View &to);
+
 } // namespace picture

@@ -73,7 +73,7 @@ void ProgramOutput::put(const picture::View &from, const ColourTableRef &inputCo
 {
     if (!inputColour && !_colour) {
         if (from.plane[0] != slot.plane[0])
-            picture::copy(from, slot);
+            picture::copyOut(from, slot);
         return;
     }
     const ColourTableRef &first = inputColour ? inputColour : _colour;
