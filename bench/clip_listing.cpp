@@ -1,8 +1,9 @@
 // clip_listing FOLDER RVGROK: lists folders of 1,000 and 10,000 clips as the media service does: when every file is new,
-// and when every clip is known. Then the share of a list in the shared memory.
+// and when every clip is known. Then the share of a list in the shared memory, and what is known from its file.
 
 #include "cliplister.h"
 #include "figures.h"
+#include "knownclipsfile.h"
 #include "libclip/clipwriter.h"
 #include "libvanta/mediacache.h"
 
@@ -57,6 +58,7 @@ bool measure(const std::string &folder, const std::string &reader, int clips)
     std::vector<double> fresh;
     std::vector<double> known;
     std::vector<double> shared;
+    std::vector<double> kept;
     const std::string title = std::to_string(clips) + " clips";
     for (int round = 0; round < rounds; ++round) {
         KnownClips memory;
@@ -75,12 +77,19 @@ bool measure(const std::string &folder, const std::string &reader, int clips)
                 if (!cache.setClips(list) || !cache.clips(read) || read.size() != list.size())
                     return false;
                 shared.push_back(msSince(shares));
+                const std::string text = knownClipsText(memory.good());
+                KnownClips again;
+                const auto reads = std::chrono::steady_clock::now();
+                if (!readKnownClips(text, again))
+                    return false;
+                kept.push_back(msSince(reads));
             }
         }
     }
     return printFigures((title + ", all new").c_str(), "listings", fresh, "ms", 1) &&
         printFigures((title + ", all known").c_str(), "listings", known, "ms", 1) &&
-        printFigures((title + ", shared and read").c_str(), "times", shared, "ms", 1);
+        printFigures((title + ", shared and read").c_str(), "times", shared, "ms", 1) &&
+        printFigures((title + " known from the file").c_str(), "times", kept, "ms", 1);
 }
 
 } // namespace
