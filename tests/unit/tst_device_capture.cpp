@@ -27,6 +27,7 @@ private slots:
     void aFrameCountsUntilItsLastCopyGoes();
     void framesWithoutABufferAreBoundedToo();
     void framesAreReadInOrder();
+    void waitingFramesAreCodedOnceAndInOrder();
     void aRawPictureCountsUntilItsLastUserLetsGo();
     void tokensOutliveTheirCounter();
     void channelsAreMapped_data();
@@ -87,6 +88,37 @@ void tst_device_capture::framesAreReadInOrder()
     QCOMPARE(*queue.nextNumber(), std::int64_t(7));
     QCOMPARE(queue.pop()->number, std::int64_t(7));
     QCOMPARE(queue.pop()->number, std::int64_t(9));
+}
+
+void tst_device_capture::waitingFramesAreCodedOnceAndInOrder()
+{
+    struct Promise : OrbBufferPromise {
+        Promise(int given, std::vector<int> &list) : number(given), started(list) {}
+        void start(const OrbBuffer &) override { started.push_back(number); }
+        int number;
+        std::vector<int> &started;
+    };
+    std::vector<int> started;
+    CaptureQueue queue(8);
+    const auto push = [&](int number) {
+        const OrbBuffer buffer(std::make_shared<Promise>(number, started));
+        queue.push(entryWith(number, buffer), buffer);
+    };
+    push(0);
+    push(1);
+    QVERIFY(started.empty());
+    queue.requestWaiting();
+    queue.requestWaiting();
+    QCOMPARE(started, (std::vector<int>{0, 1}));
+    queue.pop();
+    push(2);
+    push(3);
+    queue.requestWaiting();
+    QCOMPARE(started, (std::vector<int>{0, 1, 2, 3}));
+    for (int i = 0; i < 3; ++i)
+        queue.pop();
+    push(4);
+    QCOMPARE(started.size(), std::size_t(4)); // nobody has asked
 }
 
 void tst_device_capture::aRawPictureCountsUntilItsLastUserLetsGo()

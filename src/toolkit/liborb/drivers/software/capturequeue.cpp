@@ -34,7 +34,17 @@ std::optional<CaptureEntry> CaptureQueue::pop()
         return std::nullopt;
     CaptureEntry entry = _entries.front();
     _entries.pop_front();
+    if (_requested > 0)
+        --_requested;
     return entry;
+}
+
+void CaptureQueue::requestWaiting()
+{
+    for (; _requested < _entries.size(); ++_requested) {
+        for (const OrbImage &image : _entries[_requested].frame.vids())
+            image.buffer().request();
+    }
 }
 
 std::optional<std::int64_t> CaptureQueue::nextNumber() const

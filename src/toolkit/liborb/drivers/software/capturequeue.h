@@ -51,12 +51,15 @@ public:
     /// Queues a frame; \a hooked is the buffer whose release releases the frame, if it has one.
     void push(const CaptureEntry &entry, OrbBuffer hooked);
     std::optional<CaptureEntry> pop();
+    /// Has the pictures of all waiting frames coded, in order: coded they take far less room than raw.
+    void requestWaiting();
     /// The number of the frame read next, nothing when none waits.
     std::optional<std::int64_t> nextNumber() const;
 
 private:
     Allowance _frames;
     std::deque<CaptureEntry> _entries;
+    std::size_t _requested = 0; ///< of the first entries
 };
 
 } // namespace ferin

@@ -2,7 +2,8 @@
 // read, and show the newest on the output.
 //
 // Nothing is coded here. A captured frame holds its raw picture in a promised buffer; the raw
-// picture goes back to its pool when the buffer is dropped unread, which in E-E is a frame later.
+// picture goes back to its pool when the buffer is dropped unread, which in E-E is a frame later. While a
+// recording waits for its next stream the promises are called in early: coded frames wait for seconds.
 // Two bounds hold however slow the readers are: frames not yet released, and raw pictures not yet
 // coded. A frame beyond either is dropped, told, and costs its number, so that the gap shows in the
 // labels.
@@ -20,6 +21,7 @@ namespace ferin {
 namespace {
 
 constexpr int mostSkippedTold = 1000;
+constexpr int mostWaitingRaw = 4; ///< of a recording: more wait only while its stream is closed and opened
 
 } // namespace
 
@@ -200,6 +202,8 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
             const int number = static_cast<int>(entry.number & 0x7fffffff);
             entry.frame.meta().insert(OrbIdFrameNumber, number);
             _capture.push(entry, hooked);
+            if (_playMode == OrbIdPlayModeRecord && _capture.size() > mostWaitingRaw)
+                _capture.requestWaiting();
         }
     }
     if (isDropped)
