@@ -154,7 +154,7 @@ def no_frame_is_lost_whatever_fails(bin_dir):
             going_over(stage, [
                 ("gone", lambda m: m.fail_all(errno.ENODEV), 500),
                 ("one write fails", lambda m: m.fail("write"), 500),
-                ("a later write fails", lambda m: m.fail("write", skip=3), 500),
+                ("a later write fails", lambda m: m.fail("write", skip=3, count=2), 500),
                 ("every sync fails", lambda m: m.fail("fsync", count=-1), 500),
                 ("no space for once", lambda m: m.fail("write", code=errno.ENOSPC), 500),
                 ("no space for good", lambda m: m.fail("write", "fallocate", code=errno.ENOSPC, count=-1), 500),

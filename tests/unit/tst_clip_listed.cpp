@@ -1,4 +1,6 @@
 #include "cliplister.h"
+#include "libclip/cliprecovery.h"
+#include "libclip/rawfile.h"
 #include "tst_clip_tools.h"
 
 #include <sys/wait.h>
@@ -13,6 +15,8 @@ class TestClipListed : public QObject
 
 private slots:
     void aClipWhoseWriterDiedIsCompletedWhenItIsListed();
+    void aClipWhoseWriterDiedBeforeItsFirstFrameIsGone();
+    void aReservedNameIsLeftToItsWriter();
 
 private:
     std::list<Clip> list();
@@ -52,6 +56,48 @@ void TestClipListed::aClipWhoseWriterDiedIsCompletedWhenItIsListed()
     QCOMPARE(reader.open(path.toStdString()).code, 0);
     QVERIFY(reader.info().isComplete);
     QCOMPARE(firstWrongFrame(reader), -1);
+    QVERIFY(QFile::remove(path));
+}
+
+void TestClipListed::aClipWhoseWriterDiedBeforeItsFirstFrameIsGone()
+{
+    const QString path = _dir.filePath("begun.mov");
+    QByteArray head;
+    {
+        clip::ClipWriter writer;
+        QCOMPARE(writer.open(path.toStdString(), sampleInfo()).code, 0);
+        head = contentOf(path);
+        // Its writer is there.
+        QCOMPARE(list().size(), std::size_t(1));
+    }
+    const std::string reserved = clip::reservedContent(16384);
+    for (const QByteArray &left : { head, QByteArray::fromStdString(reserved) }) {
+        QVERIFY(setContent(path, left));
+        QVERIFY(list().empty());
+        QVERIFY(!QFile::exists(path));
+    }
+    // Somebody else's file is not.
+    QVERIFY(setContent(path, "somebody else's" + head));
+    (void)list();
+    QVERIFY(QFile::remove(path));
+}
+
+void TestClipListed::aReservedNameIsLeftToItsWriter()
+{
+    const QString path = _dir.filePath("reserved.mov");
+    clip::RawFile file;
+    QCOMPARE(file.create(path.toStdString()).code, 0);
+    const std::string content = clip::reservedContent(16384);
+    QCOMPARE(file.writeAt(0, std::as_bytes(std::span(content))).code, 0);
+    (void)list();
+    QVERIFY(QFile::exists(path));
+    QVERIFY(clip::recover(path.toStdString()).outcome == clip::Recovery::Outcome::Busy);
+    // The name is another clip's already when the reservation is let go.
+    QVERIFY(file.isAt(path.toStdString()));
+    QVERIFY(QFile::remove(path));
+    QVERIFY(!file.isAt(path.toStdString()));
+    QVERIFY(setContent(path, "another one"));
+    QVERIFY(!file.isAt(path.toStdString()));
     QVERIFY(QFile::remove(path));
 }
 

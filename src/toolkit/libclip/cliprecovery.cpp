@@ -261,6 +261,11 @@ Recovery treat(Patient &patient, const std::string &path)
         isEmpty = patient.tables.pictureSizes.empty();
     }
     if (isEmpty) {
+        // The name may be that of another clip by now: a writer that takes the place of its own reserved
+        // name holds the lock until the clip is there.
+        if (!patient.file.isAt(path)) {
+            return { };
+        }
         removeFile(path);
         return { Outcome::Removed, syncDirectoryOf(path), 0 };
     }

@@ -99,6 +99,14 @@ Error RawFile::create(const std::string &path)
     return { };
 }
 
+bool RawFile::isAt(const std::string &path) const
+{
+    struct stat own { };
+    struct stat named { };
+    return ::fstat(_descriptor, &own) == 0 && ::lstat(path.c_str(), &named) == 0
+        && own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+}
+
 Error RawFile::stillThere() const
 {
     // The folder's device and not the file's: some file systems give files devices of their own.

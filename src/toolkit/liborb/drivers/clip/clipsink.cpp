@@ -13,7 +13,6 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -23,31 +22,6 @@ constexpr std::chrono::milliseconds looksApart(300);
 
 /// As much as a clip's head takes, so that a full medium shows before the first frame.
 constexpr size_t reservedBytes = 16384;
-
-/// Takes the name exclusively and tries the medium. Answers an errno value.
-int takeName(const std::string &path)
-{
-    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const int file = ::open(path.c_str(), flags, 0644);
-    if (file < 0)
-        return errno;
-    const std::string content = clip::reservedContent(reservedBytes);
-    int error = 0;
-    size_t written = 0;
-    while (error == 0 && written < content.size()) {
-        const ssize_t count = ::write(file, content.data() + written, content.size() - written);
-        if (count < 0 && errno != EINTR)
-            error = errno;
-        else if (count > 0)
-            written += size_t(count);
-    }
-    if (error == 0 && ::fdatasync(file) != 0)
-        error = errno;
-    ::close(file);
-    if (error != 0)
-        ::unlink(path.c_str());
-    return error;
-}
 
 std::span<const std::byte> bytesOf(const OrbBuffer &buffer)
 {
@@ -87,15 +61,24 @@ std::chrono::milliseconds ClipSink::waitingForMedium() const
 OrbError ClipSink::reserve()
 {
     const MediumCall::Scope call(_writing);
-    const OrbError error(takeName(_path));
-    _isReserved = !error.isError();
-    return error;
+    clip::Error error = _reservation.create(_path);
+    if (error)
+        return clipformat::errorOf(error);
+    const std::string content = clip::reservedContent(reservedBytes);
+    error = _reservation.writeAt(0, std::as_bytes(std::span(content)));
+    if (!error)
+        error = _reservation.sync();
+    if (error)
+        releaseName();
+    return clipformat::errorOf(error);
 }
 
 void ClipSink::releaseName()
 {
-    if (std::exchange(_isReserved, false))
-        ::unlink(_path.c_str());
+    if (!_reservation.isOpen())
+        return;
+    ::unlink(_path.c_str());
+    _reservation.close();
 }
 
 OrbError ClipSink::write(const OrbFrame &frame)
@@ -103,7 +86,7 @@ OrbError ClipSink::write(const OrbFrame &frame)
     if (_error.isError())
         return _error;
     OrbError error = _isMediumGone ? OrbError(ENODEV) : OrbError();
-    if (!error.isError() && _isReserved)
+    if (!error.isError() && _reservation.isOpen())
         error = begin(frame);
     if (!error.isError())
         error = append(frame);
@@ -119,13 +102,15 @@ OrbError ClipSink::begin(const OrbFrame &first)
     _info.timecode = clipformat::startTimecodeOf(
         first.meta().valueFor(OrbId(OrbIdTimecode)).value<OrbTimecode>());
     const MediumCall::Scope call(_writing);
-    releaseName();
+    // The lock on what reserved the name is kept until the clip is there: nobody takes it for a leftover.
+    ::unlink(_path.c_str());
     startSyncing();
     clip::Error error;
     {
         const std::lock_guard lock(_writerMutex);
         error = _writer.open(_path, _info);
     }
+    _reservation.close();
     if (error)
         stopSyncing();
     return mediumFailed(error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libclip/clipwriter.h"
+#include "libclip/rawfile.h"
 #include "liborb/drivers/clip/mediumcall.h"
 #include "liborb/orberror.h"
 #include "liborb/orbframe.h"
@@ -72,7 +73,7 @@ private:
     clip::ClipInfo _info;
     clip::ClipWriter _writer;
     OrbError _error;
-    bool _isReserved = false; ///< the name is taken, the clip not begun
+    clip::RawFile _reservation; ///< holds the name until the clip begins
     int _framesSinceFlush = 0;
     qint64 _framesTaken = 0;
     qint64 _framesLost = 0;

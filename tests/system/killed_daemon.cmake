@@ -1,0 +1,3 @@
+if(TARGET rvd)
+    rv_system_test(sys_killed_daemon ${CMAKE_CURRENT_SOURCE_DIR}/test_killed_daemon.py)
+endif()

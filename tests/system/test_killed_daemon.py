@@ -1,0 +1,198 @@
+"""Daemons that are killed while they record, and recordings of which one system call fails."""
+
+import hashlib
+import os
+import random
+import subprocess
+import time
+
+from rig import Failed, Recorder, check, clip_numbers, main, probe, stream_of, wait_until
+from test_media import FORMAT, Medium, consecutive, reasons, start, whole
+
+FRAMES_A_SECOND = 25
+FIRST_CLIP = "R001C0001.mov"
+
+
+def digest(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
+def is_complete(path):
+    """The placeholder behind the file type has become the header of all media data."""
+    with open(path, "rb") as file:
+        return file.read(28)[24:28] == b"mdat"
+
+
+# Kills ---------------------------------------------------------------------------------------------------------
+
+
+def kill_a_recording(recorder, rng, digests):
+    """One life of the daemon; answers the frames lost and what it was killed in."""
+    before = set(recorder.clips())
+    recorder.start_daemon()
+    wait_until("the recorder answers", lambda: recorder.ctl("status").returncode == 0)
+    wait_until("there is a picture", lambda: recorder.get("InputFormat") == 1)
+    time.sleep(0.4)
+    recorder.do("record")
+    began = time.monotonic()
+    time.sleep(rng.random() * 2)
+    is_closing = rng.random() < 0.35
+    if is_closing:
+        recorder.ctl("stop")
+        time.sleep(rng.random() * 0.03)
+    elapsed = time.monotonic() - began
+    recorder.processes["rvd"].kill()
+    recorder.processes["rvd"].wait()
+    new = set(recorder.clips()) - before
+    if not new:
+        check(elapsed < 1.2, f"nothing is left of {elapsed:.2f} s")
+        return 0, "before the first frame"
+    path = new.pop()
+    # Before anybody has mended anything.
+    least = 0 if is_closing else int((elapsed - 1.2) * FRAMES_A_SECOND)
+    frames = 0
+    try:
+        frames = int(stream_of(probe(path), "video").get("nb_read_packets", 0))
+    except Failed as error:  # without a committed frame there is nothing to read
+        check(elapsed < 1.2, f"unreadable after {elapsed:.2f} s: {error}")
+    wait_until("it is completed or gone",
+               lambda: not os.path.exists(path) or is_complete(path), 15)
+    if not os.path.exists(path):
+        check(frames == 0, f"a clip of {frames} frames is gone")
+        return 0, "before the first fragment"
+    numbers = whole(path)
+    check(len(numbers) >= max(least, frames), f"{len(numbers)} frames of {elapsed:.2f} s, {frames} before recovery")
+    digests[path] = digest(path)
+    return elapsed - len(numbers) / FRAMES_A_SECOND, "while it closed" if is_closing else "while it recorded"
+
+
+def killed(count, seed):
+    def test(bin_dir):
+        rng = random.Random(seed)
+        with Recorder(bin_dir, source_format=FORMAT, size="2g") as recorder:
+            recorder.start_store()
+            recorder.start_media()
+            digests, worst, kinds = {}, 0, {}
+            for _ in range(count):
+                lost, kind = kill_a_recording(recorder, rng, digests)
+                worst = max(worst, lost)
+                kinds[kind] = kinds.get(kind, 0) + 1
+            for path, value in digests.items():
+                check(digest(path) == value, f"{path} has changed")
+            listed = recorder.ctl("clips").stdout
+            for path in digests:
+                check(os.path.basename(path) in listed, f"{path} is not listed")
+            print(f"       {count} kills: {kinds}, at most {worst:.2f} s lost")
+    test.__name__ = f"{count}_kills_leave_clips_that_end_less_than_a_second_early"
+    return test
+
+
+# One system call fails -----------------------------------------------------------------------------------------
+
+CALLS = ("openat", "pwrite64", "fdatasync", "fsync", "fallocate", "ftruncate", "unlink", "flock", "fstatfs", "write")
+
+
+class Failing:
+    """strace fails one call of each of the daemon's threads that has to do with one clip."""
+
+    def __init__(self, recorder, path, call, when, code):
+        self.out = os.path.join(recorder.dir, "strace.out")
+        self.process = subprocess.Popen(
+            ["strace", "-f", "-qq", "-o", self.out, "-p", str(recorder.processes["rvd"].pid), "-e", f"trace={call}",
+             "-P", path, "-P", os.path.dirname(path), "-e", f"inject={call}:error={code}:when={when}"],
+            stderr=subprocess.DEVNULL)
+        wait_until("strace is there", lambda: self._is_attached(recorder.processes["rvd"].pid))
+
+    def _is_attached(self, pid):
+        check(self.process.poll() is None, "strace is there")
+        with open(f"/proc/{pid}/status", encoding="ascii") as status:
+            return f"TracerPid:\t{self.process.pid}\n" in status.read()
+
+    def finish(self):
+        """How many calls failed."""
+        self.process.terminate()
+        self.process.wait(5)
+        with open(self.out, encoding="utf-8", errors="replace") as out:
+            return out.read().count("(INJECTED)")
+
+
+TELLS = ("STREAM: Open Error", "Clip has lost", "Clip was not completed", "Going on in ", "STREAM: Cache Error",
+         "Generate record stream desc failed")
+
+
+def numbers_in(folder):
+    """The frame numbers of the clips of a folder, which must all be readable."""
+    return [clip_numbers(os.path.join(folder, name)) for name in sorted(os.listdir(folder))
+            if name.endswith(".mov")]
+
+
+def fail_one_call(recorder, spare, call, when, code):
+    """Records a second; answers how often the call failed, and what came of it."""
+    for folder in (recorder.medium, spare):
+        for name in os.listdir(folder):
+            os.remove(os.path.join(folder, name))
+    recorder.set("ClipCounter", 1)
+
+    def is_ready():
+        if (recorder.get("ActivePath"), recorder.get("RolloverPath")) == (recorder.medium, spare):
+            return ".mov" not in recorder.ctl("clips", "all").stdout
+        recorder.set("RolloverPath", spare)
+        recorder.set("ActivePath", recorder.medium)
+        return False
+    wait_until("the medium is empty", is_ready, step=0.1)
+    seen = len(recorder.log_text())
+    failing = Failing(recorder, os.path.join(recorder.medium, FIRST_CLIP), call, when, code)
+    recorder.ctl("record")
+    time.sleep(1.3)
+    recorder.ctl("stop")
+    recorder.wait_for("TransportState", 1)
+    wait_until("the storage is released", lambda: recorder.get("StorageInUse") in (0, 2))
+    struck = failing.finish()
+    log = recorder.log_text()[seen:]
+    what = f"{call} {code} the {when}. time"
+    check(recorder.processes["rvd"].poll() is None, f"{what}: the daemon is gone")
+    told = [text for text in TELLS if text in log]
+    first, second = numbers_in(recorder.medium), numbers_in(spare)
+    check(all(consecutive(clip) for clip in first + second), f"{what}: {first} {second}")
+    if second:
+        check(len(first) <= 1 and len(second) == 1 and told, f"{what}: {len(first)} and {len(second)} clips")
+        if first:
+            check(second[0][0] <= first[0][-1] + 1, f"{what}: a hole between {first} and {second}")
+        return struck, "went on"
+    if told:
+        check("frames lost" in str(recorder.ctl("alarms").stdout) or "Error" in told[0] or "not completed" in told[0],
+              f"{what}: {told}")
+        return struck, "told"
+    check(len(first) == 1 and len(first[0]) > 15, f"{what}: {first}\n{reasons(recorder)}")
+    check(is_complete(os.path.join(recorder.medium, FIRST_CLIP)), f"{what}: the clip is not complete")
+    return struck, "harmless"
+
+
+def swept(positions):
+    """Fails the calls of \a positions, (call, error, from, up to), until one is not reached."""
+    def test(bin_dir):
+        with Recorder(bin_dir, source_format=FORMAT, size="1g") as recorder, \
+                Medium(recorder, "spare", "1g") as spare:
+            start(recorder)
+            kinds = {}
+            for call, code, first, last in positions:
+                for when in range(first, last + 1):
+                    struck, kind = fail_one_call(recorder, spare.path, call, when, code)
+                    if struck == 0:
+                        break
+                    kinds.setdefault(kind, []).append(f"{call} {code} {when}")
+            for kind, cases in kinds.items():
+                print(f"       {kind}: {len(cases)} ({', '.join(cases[:6])} ...)")
+            check(sum(len(cases) for cases in kinds.values()) >= len(positions), f"{kinds}")
+    test.__name__ = f"a_call_that_fails_is_survived_and_told_{len(positions)}"
+    return test
+
+
+def long():
+    """For "make soak"."""
+    return [killed(1000, 2), swept([(call, code, 1, 12) for call in CALLS for code in ("EIO", "ENOSPC", "ENODEV")])]
+
+
+if __name__ == "__main__":
+    main([killed(3, 1), swept([("fdatasync", "EIO", 3, 3), ("pwrite64", "EIO", 3, 3)])])
