@@ -1,5 +1,5 @@
 """What takes long: three million random acts against the engine; the store behind a bad network and killed by the
-thousand; writers of clips killed and cut off; every speed, end and join of playback in every format, frame by
+thousand; writers of clips killed and cut off; recorders killed, and their system calls and media failing; every speed, end and join of playback in every format, frame by
 frame; ten minutes of recording 1080p25 as ProRes 422 without a dropped frame and in steady memory."""
 
 import os
@@ -7,6 +7,8 @@ import subprocess
 import time
 
 import rig
+import test_failing_media
+import test_killed_daemon
 from rig import Recorder, check, clip_numbers, main
 
 MINUTES = 10
@@ -78,5 +80,6 @@ def hostile_media_cost_nothing_but_entries(bin_dir):
 
 if __name__ == "__main__":
     main([the_engine_survives_any_story, the_store_keeps_its_promises, clips_survive_kills_and_power_cuts,
+          *test_failing_media.long(), *test_killed_daemon.long(),
           hostile_media_cost_nothing_but_entries,
           every_frame_follows_the_speed_law, ten_minutes_without_a_dropped_frame])
