@@ -62,7 +62,8 @@ void TestStockClips::everyClipHasItsRasterScanAndFamily()
     QCOMPARE(info.frames, std::int64_t(1));
     QCOMPARE(info.video.width, stock.width);
     QCOMPARE(info.video.height, stock.height);
-    QVERIFY(info.video.codec == (stock.family == lossOfVideoFamily422 ? clip::Codec::ProRes422 : clip::Codec::ProRes4444));
+    const bool is422 = stock.family == lossOfVideoFamily422;
+    QVERIFY(info.video.codec == (is422 ? clip::Codec::ProRes422 : clip::Codec::ProRes4444));
     QVERIFY(info.video.scan == (stock.isInterlaced ? clip::Scan::Interlaced : clip::Scan::Progressive));
     QVERIFY(!stock.isInterlaced || info.video.topFieldFirst == (stock.height != 486));
     QVERIFY(info.isComplete);

@@ -222,10 +222,8 @@ int clips(Session &session, Words words)
 
 int playList(Session &session, Words words)
 {
-    if (!session.connect()) {
-        return NotRunning;
-    }
-    return words.empty() ? reportPlayList(session) : editPlayList(session, words);
+    const auto act = [&] { return words.empty() ? reportPlayList(session) : editPlayList(session, words); };
+    return session.connect() ? act() : NotRunning;
 }
 
 int rollOver(Session &session, Words words)

@@ -158,14 +158,15 @@ int reportMedia(Session &session)
 
 int ejectMedium(Session &session, std::span<const std::string> words)
 {
-    const std::string name = words.empty() ? "" : words[0];
-    std::string path = name.empty() ? session.text(eParamActivePath) : name;
-    if (path.empty()) {
-        return session.fail(Failed, "there is no active medium; name a slot");
+    const std::string name = words.empty() ? session.text(eParamActivePath) : words[0];
+    if (name.empty()) {
+        return session.fail(Failed,
+                            words.empty() ? "there is no active medium; name a slot" : "an empty word is no slot");
     }
+    std::string path = name;
     const std::vector<MediaSlot> media = slotsOf(session);
     std::size_t named = 0;
-    for (std::size_t i = 0; !name.empty() && i < media.size(); i++) {
+    for (std::size_t i = 0; i < media.size(); i++) {
         if (isNamed(media[i], i + 1, name)) {
             path = media[i].path;
             named++;
