@@ -64,9 +64,6 @@ struct BitReader {
         take(length);
         return value;
     }
-
-    /// Nothing or only zeros are left of the last 31 bits.
-    bool isOver() const { return next == end && count < 32 && bits == 0; }
 };
 
 } // namespace prores

@@ -4,6 +4,8 @@
 #include "libprores/codewords.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 
 // Most levels take few bits with the run before them. A look-up by the contexts and the next bits tells both at
 // once, how long they are, and the contexts of what follows; that chain of look-ups is all that one level waits for
@@ -137,13 +139,13 @@ struct Reading : BitReader {
     {
     }
 
-    bool number(Code code, std::uint32_t &value)
+    /// The next number, from the bits at hand; 0 and damage when there is none.
+    std::uint32_t number(Code code)
     {
-        refill();
         const Number found = numberAt(bits, code);
-        value = found.value;
         take(found.length);
-        return found.length != 0 && count >= 0;
+        isDamaged = found.length == 0 || count < 0;
+        return found.value;
     }
 };
 
@@ -152,39 +154,59 @@ constexpr int unfolded(std::uint32_t value)
     return static_cast<int>(value >> 1) ^ -static_cast<int>(value & 1);
 }
 
-bool readDc(Reading &reading, int blocks, const DcTable &table)
-{
-    std::uint32_t value = 0;
-    if (!reading.number(firstDcCode, value))
-        return false;
-    int level = unfolded(value);
-    reading.to[0] = static_cast<std::int16_t>(level);
+/// The DC levels of a plane, one by one.
+struct DcReading {
+    int level = 0;
     unsigned context = 3;
-    int sign = 0; // -1 after a negative difference
-    for (int i = 1; i < blocks; ++i) {
+    int sign = 0; ///< -1 after a negative difference
+
+    void first(Reading &reading)
+    {
+        reading.refill();
+        level = unfolded(reading.number(firstDcCode));
+        reading.to[0] = static_cast<std::int16_t>(level);
+    }
+
+    void next(Reading &reading, int block, const DcTable &table)
+    {
         reading.refill();
         const unsigned entry = table.at[context << DcTable::bits | reading.bits >> (64 - DcTable::bits)];
-        if (entry != 0) {
-            value = entry >> 8;
+        std::uint32_t value = entry >> 8;
+        if (entry != 0)
             reading.take(static_cast<int>(entry & 255));
-        } else if (!reading.number(dcCodes[context], value)) {
-            return false;
-        }
+        else
+            value = reading.number(dcCodes[context]);
         const auto magnitude = static_cast<int>((value + 1) >> 1);
         sign = magnitude == 0 ? 0 : sign ^ -static_cast<int>(value & 1);
         level += (magnitude ^ sign) - sign;
-        reading.to[i] = static_cast<std::int16_t>(level);
+        reading.to[block] = static_cast<std::int16_t>(level);
         context = static_cast<unsigned>(std::min(magnitude, 3));
     }
-    return reading.count >= 0;
+};
+
+void readDc(Reading *readings, int count, int blocks, const DcTable &table)
+{
+    DcReading dc[2];
+    bool isDamaged[2] = {};
+    for (int i = 0; i < count; ++i) {
+        dc[i].first(readings[i]);
+        isDamaged[i] = readings[i].isDamaged;
+    }
+    for (int block = 1; block < blocks; ++block) {
+        for (int i = 0; i < count; ++i) {
+            dc[i].next(readings[i], block, table);
+            isDamaged[i] |= readings[i].isDamaged;
+        }
+    }
+    for (int i = 0; i < count; ++i)
+        readings[i].isDamaged = isDamaged[i] || readings[i].count < 0;
 }
 
 // One level, whatever its length; false when it is damaged. Stops at the limit.
 bool readOne(Reading &reading, int limit)
 {
-    std::uint32_t run = 0;
-    std::uint32_t level = 0;
-    reading.isDamaged = !reading.number(runClasses6.code[reading.context / classes], run);
+    reading.refill();
+    const std::uint32_t run = reading.number(runClasses6.code[reading.context / classes]);
     if (reading.isDamaged)
         return false;
     if (run + 1 >= static_cast<std::uint32_t>(limit - reading.position)) {
@@ -192,18 +214,30 @@ bool readOne(Reading &reading, int limit)
         return true;
     }
     reading.position += static_cast<int>(run) + 1;
-    reading.isDamaged = !reading.number(levelClasses6.code[reading.context % classes], level);
-    if (reading.isDamaged)
-        return false;
-    reading.refill();
-    const std::uint32_t magnitude = level + 1;
+    if (reading.count <= longestCode)
+        reading.refill();
+    const std::uint32_t magnitude = reading.number(levelClasses6.code[reading.context % classes]) + 1;
     const bool isNegative = reading.bits >> 63 != 0;
     reading.take(1);
     const auto value = static_cast<std::uint16_t>(isNegative ? 0 - magnitude : magnitude);
     reading.to[reading.position] = static_cast<std::int16_t>(value);
     reading.context = contextOf(run, magnitude);
-    reading.isDamaged = reading.count < 0;
+    reading.isDamaged |= reading.count < 0;
     return !reading.isDamaged;
+}
+
+// The level that an entry of the table stands for.
+inline void takeEntry(Reading &reading, std::uint32_t entry)
+{
+    reading.take(static_cast<int>(entry & 255));
+    reading.position += static_cast<int>(entry >> 8 & 255);
+    reading.to[reading.position] = static_cast<std::int8_t>(entry >> 16);
+    reading.context = entry >> 24;
+}
+
+inline std::uint32_t entryAt(const Reading &reading, const LevelTable &table)
+{
+    return table.at[reading.context << indexBits | reading.bits >> (64 - indexBits)];
 }
 
 // As many levels as one refill is sure to hold; false when the next one is not in the table.
@@ -211,29 +245,12 @@ inline bool readSome(Reading &reading, const LevelTable &table)
 {
     reading.refillFar();
     for (int i = 0; i < inOneGo; ++i) {
-        const std::uint32_t entry = table.at[reading.context << indexBits | reading.bits >> (64 - indexBits)];
+        const std::uint32_t entry = entryAt(reading, table);
         if (entry == 0)
             return false;
-        reading.take(static_cast<int>(entry & 255));
-        reading.position += static_cast<int>(entry >> 8 & 255);
-        reading.to[reading.position] = static_cast<std::int8_t>(entry >> 16);
-        reading.context = entry >> 24;
+        takeEntry(reading, entry);
     }
     return true;
-}
-
-// To the end of the plane, or to the limit.
-void readRest(Reading &reading, int limit, const LevelTable &table)
-{
-    while (reading.position < limit && reading.isFar()) {
-        if (!readSome(reading, table) && reading.position < limit && !readOne(reading, limit))
-            return;
-    }
-    while (reading.position < limit) {
-        reading.refill();
-        if (reading.isOver() || !readOne(reading, limit))
-            return;
-    }
 }
 
 // As long as both are far from their ends.
@@ -253,11 +270,46 @@ void readBoth(Reading &first, Reading &second, int limit, const LevelTable &tabl
     second = b;
 }
 
+// To where the end is near, or to the limit.
+void readFar(Reading &reading, int limit, const LevelTable &table)
+{
+    Reading own = reading;
+    while (own.position < limit && own.isFar()) {
+        if (!readSome(own, table) && own.position < limit && !readOne(own, limit))
+            break;
+    }
+    reading = own;
+}
+
+// The last bytes, from a copy with zeros behind it: up to 31 zeros are padding, and a code that needs more of them
+// does not end in time to be one.
+void readTail(Reading &reading, int limit, const LevelTable &table)
+{
+    std::uint8_t bytes[48] = {};
+    const std::uint8_t *end = std::copy(reading.next, reading.end, bytes);
+    Reading own = reading;
+    own.next = bytes;
+    own.end = bytes + sizeof bytes;
+    const auto left = [&own, end] { return (end - own.next) * 8 + own.count; };
+    while (own.position < limit) {
+        own.refillFar();
+        if (own.bits == 0 && left() < 32)
+            break;
+        const std::uint32_t entry = entryAt(own, table);
+        if (entry != 0)
+            takeEntry(own, entry);
+        else if (!readOne(own, limit))
+            break;
+    }
+    reading.position = own.position;
+    reading.isDamaged = own.isDamaged || left() < 0;
+}
+
 } // namespace
 
 void ReadLevels::clear()
 {
-    std::fill_n(at, std::min(positions * blocks + slack, 64 * mostBlocks + slack), std::int16_t {0});
+    std::fill_n(at, positions * blocks, std::int16_t {0});
     positions = 0;
 }
 
@@ -268,19 +320,22 @@ unsigned readLevels(const PlaneBits *planes, int count, int blocks, int position
     const int all = 64 * blocks;
     const int limit = positions > 1 ? positions * blocks : 0;
     Reading readings[2] = {Reading(planes[0], *to[0], blocks), Reading(planes[count - 1], *to[count - 1], blocks)};
-    for (int i = 0; i < count; ++i) {
-        to[i]->blocks = blocks;
-        readings[i].isDamaged = !readDc(readings[i], blocks, dcTable);
-    }
+    readDc(readings, count, blocks, dcTable);
     if (count == 2 && !readings[0].isDamaged && !readings[1].isDamaged)
         readBoth(readings[0], readings[1], limit, table);
     unsigned damaged = 0;
     for (int i = 0; i < count; ++i) {
-        if (!readings[i].isDamaged)
-            readRest(readings[i], limit, table);
-        if (readings[i].isDamaged || (limit == all && readings[i].position >= all))
+        Reading &reading = readings[i];
+        if (!reading.isDamaged)
+            readFar(reading, limit, table);
+        if (!reading.isDamaged && !reading.isFar())
+            readTail(reading, limit, table);
+        if (reading.isDamaged || (limit == all && reading.position >= all))
             damaged |= 1u << i;
-        to[i]->positions = std::min(readings[i].position / blocks + 1, 64);
+        to[i]->blocks = blocks;
+        to[i]->positions = std::min(reading.position / blocks + 1, 64);
+        if (reading.position >= all) // levels that were read beyond the last
+            std::fill_n(to[i]->at + all, ReadLevels::slack, std::int16_t {0});
     }
     return damaged;
 }

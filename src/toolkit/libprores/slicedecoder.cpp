@@ -103,6 +103,8 @@ int SliceDecoder::decode(const SliceBytes *slices, int count, const DecodedLines
     }
     if (sound == 0)
         return damaged;
+    for (int i = 0; i < sound; ++i)
+        prefetch(slices[taken[i]].place, 0, to);
     const int blocks = slices[0].place.width * 4;
     const unsigned isBad = readLevels(luma, sound, blocks, positionsOf(_settings.reduction), levels);
     for (int i = 0; i < sound; ++i) {
@@ -130,6 +132,8 @@ bool SliceDecoder::decodeChroma(const Parts &parts, SlicePlace place, const Deco
         fill(place, 2, absentChroma, to);
         return true;
     }
+    prefetch(place, 1, to);
+    prefetch(place, 2, to);
     ReadLevels &cb = scratch.levels[2];
     ReadLevels &cr = scratch.levels[3];
     ReadLevels *const both[] = {&cb, &cr};
@@ -203,6 +207,26 @@ void SliceDecoder::decodeAlpha(const Parts &parts, SlicePlace place, const Decod
         for (int x = 0; x < columns; ++x)
             line[x] = from[x << _shift];
     }
+}
+
+// Has the memory that samples will be written to on its way while levels are read: it need not be in the caches, and
+// the hardware does not foresee short rows.
+void SliceDecoder::prefetch(SlicePlace place, int plane, const DecodedLines &to) const
+{
+#ifdef __GNUC__
+    constexpr int cacheLine = 64 / sizeof(std::uint16_t);
+    const int unit = (isHalf(plane) ? 8 : 16) >> _shift;
+    const int top = place.row * (16 >> _shift);
+    const int left = place.column * unit;
+    const int columns = std::min(unit * place.width, to.width[plane] - left);
+    const int end = std::min(top + (16 >> _shift), to.height);
+    std::uint16_t *line = to.plane[plane] + top * to.stride[plane] + left;
+    for (int y = top; y < end; ++y, line += to.stride[plane]) {
+        for (int x = 0; x < columns; x += cacheLine)
+            __builtin_prefetch(line + x, 1, 3);
+    }
+    asm volatile(""); // GCC drops calls of a function that does nothing but fetch ahead
+#endif
 }
 
 void SliceDecoder::fill(SlicePlace place, int plane, std::uint16_t sample, const DecodedLines &to) const

@@ -49,6 +49,7 @@ private:
     void transform(const LevelTiles &levels, const Dequantiser &dequantiser, Order order, SlicePlace place,
                    int firstPlane, int planes, const DecodedLines &to, DecodeScratch &scratch) const;
     void decodeAlpha(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
+    void prefetch(SlicePlace place, int plane, const DecodedLines &to) const;
     void fill(SlicePlace place, int plane, std::uint16_t sample, const DecodedLines &to) const;
     void conceal(SlicePlace place, const DecodedLines &to) const;
     bool isHalf(int plane) const { return !_head.info.is444 && (plane == 1 || plane == 2); }
