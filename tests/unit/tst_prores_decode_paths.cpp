@@ -1,6 +1,7 @@
 #include "libprores/inverse.h"
 #include "libprores/levelreader.h"
 
+#include "proresdecodegolden.h"
 #include "prorestools.h"
 
 #include <QtTest>
@@ -17,6 +18,7 @@ class ProresDecodePaths : public QObject
 private slots:
     void samplesAreEqual_data();
     void samplesAreEqual();
+    void picturesAreTheSameOnEveryMachine();
     void levelsThatAreReadAreThoseCoded();
     void levelsAreReadUpToThePositionWanted();
 };
@@ -135,6 +137,16 @@ void ProresDecodePaths::samplesAreEqual()
                                       {{expected.data() + 3, expected.data() + 3 + width}, stride});
             QVERIFY(own == expected);
         }
+    }
+}
+
+void ProresDecodePaths::picturesAreTheSameOnEveryMachine()
+{
+    std::size_t i = 0;
+    for (const GoldenRow &row : goldenRows) {
+        for (const Path path : {Path::Portable, Path::Avx2, Path::Avx512})
+            QCOMPARE(decodedHash(goldenFormat(row), path), decodedHashes[i]);
+        ++i;
     }
 }
 
