@@ -83,7 +83,8 @@ def check_streams(path, want):
     expect("frames", frames, want.get("frames", frames))
     expect("sound", (audio["codec_name"], audio["sample_rate"], audio["channels"]),
            ("pcm_s24le", "48000", want["channels"]))
-    expect("samples", int(audio["nb_frames"]), frames * 48000 * den // num)
+    # A recording begins anywhere in the cadence of its input, so it may have the next whole number.
+    check(abs(int(audio["nb_frames"]) - frames * 48000 * den / num) < 1, f"{audio['nb_frames']} samples, {frames} frames")
     for timed in (video, stream_of(info, "data")):
         if "timecode" in want:
             expect("timecode", timed["tags"]["timecode"], want["timecode"])

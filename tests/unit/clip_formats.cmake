@@ -11,3 +11,10 @@ rv_test(tst_clip_following fast
     ${CMAKE_CURRENT_LIST_DIR}/tst_streamfiles.h)
 target_include_directories(tst_clip_following PRIVATE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(tst_clip_following PRIVATE orb)
+# What other programs write, played as the recorder plays.
+rv_test(tst_clip_imports fast
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_imports.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tst_clip_tools.h
+    ${CMAKE_CURRENT_LIST_DIR}/tst_streamfiles.h)
+target_include_directories(tst_clip_imports PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(tst_clip_imports PRIVATE orb)

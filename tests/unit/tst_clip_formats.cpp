@@ -75,6 +75,7 @@ private slots:
     void everyFormatIsWhatItIsToOtherPrograms();
     void everyDataTypeIsWhatItIsInEveryScan_data();
     void everyDataTypeIsWhatItIsInEveryScan();
+    void soundFollowsEveryRateForDays();
 
 private:
     void addColumns() const;
@@ -282,6 +283,29 @@ void TestClipFormats::everyDataTypeIsWhatItIsInEveryScan_data()
 void TestClipFormats::everyDataTypeIsWhatItIsInEveryScan()
 {
     everyFormatIsWhatItIsToOtherPrograms();
+}
+
+/// The samples of n frames are the whole ones of n frames' time: exact at the start, around every hour, and after days.
+void TestClipFormats::soundFollowsEveryRateForDays()
+{
+    constexpr std::int64_t sampleRate = 48000;
+    for (const FormatRow &row : formatRows) {
+        const Rate rate = rateOf(row.rateKey);
+        clip::VideoFormat video;
+        video.rateNum = rate.num;
+        video.rateDen = rate.den;
+        const std::int64_t whole = sampleRate * rate.den / rate.num;
+        for (const int hour : { 0, 1, 10, 24, 100 }) {
+            const std::int64_t first = std::int64_t(hour) * 3600 * rate.fps;
+            for (std::int64_t frame = first; frame < first + 2000; ++frame) {
+                const std::int64_t samples = clip::samplesBeforeFrame(frame, video, sampleRate);
+                const std::int64_t exact = frame * sampleRate * rate.den; // in parts of a sample, rate.num each
+                QVERIFY(samples * rate.num <= exact && exact < (samples + 1) * rate.num);
+                const std::int64_t ofFrame = clip::samplesBeforeFrame(frame + 1, video, sampleRate) - samples;
+                QVERIFY(ofFrame == whole || (ofFrame == whole + 1 && rate.den != 1));
+            }
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(TestClipFormats)

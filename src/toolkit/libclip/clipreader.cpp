@@ -1,5 +1,6 @@
 #include "libclip/clipreader.h"
 
+#include "libclip/clipsound.h"
 #include "libclip/movindex.h"
 #include "libclip/rawfile.h"
 
@@ -76,25 +77,6 @@ void scanFromPicture(std::span<const std::byte> picture, VideoFormat &video)
     }
 }
 
-/// One track that gives channels of the clip's sound.
-struct SoundSource
-{
-    const MovTrack *track = nullptr;
-    std::int64_t shift = 0;     ///< from a sample of the clip to one of the track
-
-    std::int64_t end() const { return std::int64_t(track->soundSamples()) - shift; }
-};
-
-/// \a value units of \a scale in samples of sound.
-std::int64_t inSamples(std::uint64_t value, std::uint32_t scale)
-{
-    constexpr std::uint64_t most = std::uint64_t(1) << 40;
-    if (scale == 0 || value > most) {
-        return 0;
-    }
-    return std::int64_t(value * 48000 / scale);
-}
-
 } // namespace
 
 struct ClipReader::Private
@@ -110,11 +92,10 @@ struct ClipReader::Private
     Error loadTracks();
     bool loadAnew();
     Error loadVideo();
+    std::int64_t framesNow() const;
     void loadSound();
     void loadTimecode();
     bool has(std::int64_t frame) const { return frame >= 0 && frame < info.frames; }
-    Error readSource(const SoundSource &source, std::int64_t from, std::int64_t samples,
-                     std::size_t firstChannel, std::span<std::byte> out) const;
 };
 
 ClipReader::ClipReader() : _d(std::make_unique<Private>())
@@ -209,7 +190,7 @@ bool ClipReader::lookAgain()
     }
     const std::int64_t frames = d.info.frames;
     const bool isClosed = readMore(d.file, d.index);
-    d.info.frames = std::int64_t(d.video->offsets.size() - d.firstPicture);
+    d.info.frames = d.framesNow();
     return (isClosed && d.loadAnew()) || d.info.frames != frames;
 }
 
@@ -227,7 +208,7 @@ Error ClipReader::Private::loadVideo()
         return systemError(EINVAL, "open clip: no frame");
     }
     firstPicture = std::size_t(skipped);
-    info.frames = std::int64_t(video->offsets.size() - firstPicture);
+    info.frames = framesNow();
     info.video = video->video;
     info.video.rateNum = rate.num;
     info.video.rateDen = rate.den;
@@ -245,6 +226,19 @@ Error ClipReader::Private::loadVideo()
     return { };
 }
 
+/// Those from the first that is shown to the last that is: a clip may be cut without its pictures being so.
+std::int64_t ClipReader::Private::framesNow() const
+{
+    const auto held = std::int64_t(video->offsets.size() - firstPicture);
+    if (video->shown == 0 || index.timeScale == 0 || index.isFragmented) {
+        return held;
+    }
+    // The length stands in units of the movie, which may be coarse: the nearest whole frame is meant.
+    const double seconds = double(video->shown) / index.timeScale;
+    const double frames = std::round(seconds * video->timeScale / std::max(1u, video->durations.duration));
+    return frames >= 1 && frames < double(held) ? std::int64_t(frames) : held;
+}
+
 /// The first usable track gives the sound; when it is mono, the mono tracks after it are its other
 /// channels.
 void ClipReader::Private::loadSound()
@@ -259,8 +253,7 @@ void ClipReader::Private::loadSound()
         if (!isFirst && (track.channels != 1 || channels >= maxMergedChannels)) {
             continue;
         }
-        const std::int64_t start = inSamples(std::uint64_t(track.start), track.timeScale);
-        sounds.push_back({ &track, start - inSamples(track.delay, index.timeScale) });
+        sounds.emplace_back(track, index.timeScale);
         channels += track.channels;
         if (isFirst && track.channels != 1) {
             break;
@@ -321,50 +314,13 @@ Error ClipReader::readSound(std::int64_t frame, std::vector<std::byte> &out) con
         return { };
     }
     out.resize(std::size_t(end - from) * std::size_t(audio.channels) * 3);
-    std::size_t channel = 0;
+    int channel = 0;
     for (const SoundSource &source : _d->sounds) {
-        if (const Error error = _d->readSource(source, from, end - from, channel, out)) {
+        if (const Error error = source.read(_d->file, from, end - from, channel, audio.channels, out)) {
             out.clear();
             return error;
         }
-        channel += std::size_t(source.track->channels);
-    }
-    return { };
-}
-
-/// Fills the channels of one track; where it has no sound, \a out keeps its silence.
-Error ClipReader::Private::readSource(const SoundSource &source, std::int64_t from,
-                                      std::int64_t samples, std::size_t firstChannel,
-                                      std::span<std::byte> out) const
-{
-    const MovTrack &track = *source.track;
-    const auto block = std::size_t(track.soundBlock());
-    const auto outBlock = std::size_t(info.audio->channels) * 3;
-    std::int64_t at = std::max<std::int64_t>(from + source.shift, 0);
-    const std::int64_t stop = std::min(from + samples + source.shift,
-                                       std::int64_t(track.soundSamples()));
-    auto run = std::ranges::upper_bound(track.runs, std::uint64_t(at), { }, &SoundRun::firstSample);
-    std::vector<std::byte> bytes;
-    while (at < stop && run != track.runs.begin()) {
-        const SoundRun &here = *(run - 1);
-        const std::uint64_t into = std::uint64_t(at) - here.firstSample;
-        const std::uint64_t count = std::min(here.samples - into, std::uint64_t(stop - at));
-        bytes.resize(std::size_t(count) * block);
-        if (const Error error = file.readAt(here.offset + into * block, bytes)) {
-            return error;
-        }
-        const auto place = std::size_t(at - source.shift - from);
-        if (track.channels == info.audio->channels) {
-            toLittle24(track.pcm, bytes, out.subspan(place * outBlock));
-        } else {
-            toLittle24(track.pcm, bytes, out.subspan(place * outBlock + firstChannel * 3),
-                       std::size_t(info.audio->channels));
-        }
-        at += std::int64_t(count);
-        if (run == track.runs.end()) {
-            break;
-        }
-        ++run;
+        channel += source.channels();
     }
     return { };
 }

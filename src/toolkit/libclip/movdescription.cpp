@@ -1,4 +1,5 @@
 #include "libclip/movtrack.h"
+#include "libclip/soundrate.h"
 
 #include <algorithm>
 #include <bit>
@@ -62,6 +63,10 @@ PcmFormat pcmOf(std::uint32_t entry, std::uint32_t bits, bool isLittleMarked)
         return { 3, !isLittleMarked };
     case fourcc("in32"):
         return { 4, !isLittleMarked };
+    case fourcc("fl32"):
+        return { 4, !isLittleMarked, true };
+    case fourcc("fl64"):
+        return { 8, !isLittleMarked, true };
     default:
         return { };
     }
@@ -79,11 +84,13 @@ void parseLinearPcm(std::uint32_t entry, BoxCursor content, MovTrack &track)
     constexpr std::uint32_t isFloat = 1;
     constexpr std::uint32_t isBigEndian = 2;
     constexpr std::uint32_t isSigned = 4;
-    const bool isUsable = entry == fourcc("lpcm") && !(flags & isFloat) && (flags & isSigned)
-        && (bits == 16 || bits == 24 || bits == 32) && rate == 48000.0 && channels <= 32;
-    if (!content.failed() && isUsable) {
+    const bool isWhole = (flags & isSigned) && (bits == 16 || bits == 24 || bits == 32);
+    const bool isFraction = (flags & isFloat) && (bits == 32 || bits == 64);
+    const bool isRate = rate >= 1.0 && rate <= 1e6 && SoundRate::canTurn(int(rate));
+    if (!content.failed() && entry == fourcc("lpcm") && (isWhole || isFraction) && isRate && channels <= 32) {
         track.channels = int(channels);
-        track.pcm = { int(bits / 8), (flags & isBigEndian) != 0 };
+        track.sampleRate = int(rate);
+        track.pcm = { int(bits / 8), (flags & isBigEndian) != 0, isFraction };
     }
 }
 
@@ -103,9 +110,12 @@ void parseSoundEntry(std::uint32_t entry, BoxCursor content, MovTrack &track)
     if (version == 1) {
         content.skip(16);
     }
-    if (content.failed() || rate != 48000 || channels > 32) {
+    // A rate that does not fit its place is that of the track's time.
+    const std::uint32_t exact = rate != 0 ? rate : track.timeScale;
+    if (content.failed() || exact > 1'000'000 || !SoundRate::canTurn(int(exact)) || channels > 32) {
         return;
     }
+    track.sampleRate = int(exact);
     BoxCursor endian = content.find("enda");
     if (endian.failed()) {
         endian = content.find("wave").find("enda");

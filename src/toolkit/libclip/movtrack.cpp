@@ -125,8 +125,8 @@ void parseSound(const BoxCursor &stbl, MovTrack &track, std::uint64_t fileSize)
     });
 }
 
-/// A first empty edit delays the track, the first real one says where in the media it begins. Later
-/// edits are of no use to a clip.
+/// A first empty edit delays the track, the first real one says where in the media it begins and, when it is
+/// the only one, how much of it is shown. A clip put together of several pieces is shown whole.
 void parseEdits(BoxCursor elst, MovTrack &track)
 {
     const bool is64 = elst.u8() == 1;
@@ -141,6 +141,7 @@ void parseEdits(BoxCursor elst, MovTrack &track)
         }
         if (mediaTime >= 0) {
             track.start = mediaTime;
+            track.shown = i + 1 == entries ? duration : 0;
             return;
         }
         track.delay = duration;

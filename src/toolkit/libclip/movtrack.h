@@ -48,11 +48,13 @@ struct MovTrack
     DurationVote durations;
     std::int64_t start = 0;         ///< first unit of the media that is shown
     std::uint64_t delay = 0;        ///< units of the movie before it is shown
+    std::uint64_t shown = 0;        ///< units of the movie that are shown; 0 is all there is
 
     VideoFormat video;              ///< without a rate
     bool hasFields = false;         ///< the scan is stated
     PcmFormat pcm;
     int channels = 0;
+    int sampleRate = 48000;
     StartTimecode timecode;         ///< without its frame count
     std::string reel;
 

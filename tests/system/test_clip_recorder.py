@@ -1,0 +1,231 @@
+"""Clips of the whole recorder: in formats of every kind, checked by two foreign readers, and read while they grow."""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import time
+
+import rig
+from clipcheck import (INTERLACED, PROGRESSIVE, SEGMENTED, check_clip, check_numbers, data_type, name_of, rate_of)
+from rig import Failed, Recorder, check, main, wait_until
+
+CAMERA_BUS = "rvd_input_0"
+SOUND_MASK = 0xFFFFFF
+RATE = 25
+STILL = 15  # of TransportState
+
+# width, height, scan, rate key, InputFormat of the store, data type, channels, drop frame
+RECORDED = (
+    (720, 486, INTERLACED, 29, 13, 202, 2, True),
+    (720, 576, INTERLACED, 25, 14, 204, 8, False),
+    (1280, 720, PROGRESSIVE, 59, 11, 205, 2, True),
+    (1920, 1080, INTERLACED, 25, 4, 230, 8, False),
+    (1920, 1080, SEGMENTED, 25, 7, 203, 2, False),
+    (1920, 1080, PROGRESSIVE, 23, 22, 206, 8, False),
+    (2048, 1080, PROGRESSIVE, 24, 37, 231, 2, False),
+    (3840, 2160, PROGRESSIVE, 24, 53, 205, 2, False),
+)
+
+
+class Camera:
+    """rvcam on the recorder's input bus; every sample of its sound is its own number."""
+
+    def __init__(self, recorder, width, height, scan, key, channels):
+        num, den = rate_of(key)
+        self.process = subprocess.Popen(
+            [os.path.join(recorder.bin, "rvcam"), "--bus", "/" + CAMERA_BUS, "--size", f"{width}x{height}",
+             "--rate", f"{num}/{den}", "--scan", ("p", "i", "psf")[scan], "--channels", str(channels),
+             "--sound", "count"])
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *unused):
+        self.process.kill()
+        self.process.wait()
+
+
+def check_sound_is_unbroken(path, channels):
+    """Each sample is one more than that before it, the second of two channels has it inverted."""
+    pcm = subprocess.run(["ffmpeg", "-v", "error", "-i", path, "-map", "0:a", "-f", "s24le", "-"],
+                         capture_output=True, check=True).stdout
+    samples = [int.from_bytes(pcm[at:at + 3], "little") for at in range(0, len(pcm), 3)]
+    first = samples[0]
+    for at, sample in enumerate(samples):
+        number = (first + at // channels) & SOUND_MASK
+        wanted = ~number & SOUND_MASK if at % channels % 2 else number
+        check(sample == wanted, f"sample {at}: {sample:#x}, not {wanted:#x}")
+
+
+def record_one(recorder, row):
+    """Records a moment of a camera; the clip, and the labels that the output had by picture number. Nothing when the
+    machine was too busy: a frame was dropped, which ends a recording."""
+    dropped = recorder.log_text().count("dropped frame")
+    watch = recorder.watch_output()
+    try:
+        clip = recorder.record(0.5)
+    except Failed:
+        clip = None
+        recorder.do("standby-off")
+    finally:
+        seen = watch.finish()
+    if recorder.log_text().count("dropped frame") > dropped:
+        for path in recorder.clips():
+            os.unlink(path)
+        return None, {}
+    check(clip, "nothing was recorded: " + recorder.log_text()[-800:])
+    return clip, {frame["number"]: frame["timecode"] for frame in seen if frame["content"] == "live"}
+
+
+def check_recorded(recorder, row, folder):
+    width, height, scan, key, store_format, kind, channels, is_drop = row
+    for name, value in (("TimecodeDropFrame", is_drop), ("TimecodeValue", 9), ("AudioChannels", channels == 8),
+                        ("EncodeType", data_type(kind)[0])):
+        recorder.set(name, int(value))
+    with Camera(recorder, width, height, scan, key, channels):
+        recorder.wait_for("InputFormat", store_format, 20)
+        for _ in range(4):
+            time.sleep(0.6)
+            clip, labels = record_one(recorder, row)
+            if clip:
+                break
+    recorder.do("standby-off")
+    if not clip:
+        return f"{name_of(*row[:4])} is more than this machine records in real time just now"
+    numbers = check_numbers(clip)
+    label = labels.get(numbers[0])
+    check(label, f"the first recorded picture, {numbers[0]}, was not on the output: {sorted(labels)[:3]} ...")
+    check((";" in label) == is_drop, f"{label} is {'no ' if is_drop else ''}drop-frame label")
+    want = {"format": (width, height, scan, key), "type": kind, "channels": channels, "frames": len(numbers),
+            "timecode": label}
+    text = check_clip(clip, want, folder)
+    check_sound_is_unbroken(clip, channels)
+    os.unlink(clip)
+    return text
+
+
+def formats_of_every_kind_are_recorded_right(bin_dir):
+    shared = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+    with Recorder(bin_dir, source="bus:/" + CAMERA_BUS, size="6g") as recorder, \
+            tempfile.TemporaryDirectory(dir=shared) as folder:
+        recorder.start()
+        recorded = 0
+        for row in RECORDED:
+            try:
+                text = check_recorded(recorder, row, folder)
+            except Failed as error:
+                raise Failed(f"{name_of(*row[:4])}, type {row[5]}: {error}") from error
+            recorded += "frames" in text
+            print("       " + text, flush=True)
+        check(recorded >= 2, f"{recorded} formats were recorded")
+
+
+def pictures_in(path):
+    """Pictures that ffprobe finds now; 0 while there is nothing to open."""
+    found = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v", "-count_packets", "-show_entries",
+                            "stream=nb_read_packets", "-of", "csv=p=0", path],
+                           capture_output=True, text=True, check=False)
+    text = found.stdout.strip()
+    return int(text) if found.returncode == 0 and text.isdigit() else 0
+
+
+def a_growing_clip_opens_in_other_programs(bin_dir):
+    with Recorder(bin_dir, source_format="1280x720p25") as recorder:
+        recorder.start()
+        recorder.wait_for("InputFormat", 1)
+        time.sleep(1)
+        recorder.do("record")
+        clip = wait_until("a clip is there", recorder.clips)[0]
+        counts = []
+        for _ in range(5):
+            time.sleep(0.5)
+            counts.append(pictures_in(clip))
+        check(counts == sorted(counts) and counts[-1] > counts[2] > 0, f"frames seen as it grows: {counts}")
+        early = check_numbers(clip)
+        recorder.do("stop")
+        wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
+        whole = check_numbers(clip)
+        check(len(early) >= counts[-1] and whole[:len(early)] == early, f"{early[:3]} of {len(early)}, then {whole[:3]}")
+        print(f"       ffprobe while it grows: {counts}; {len(whole)} frames at the end", flush=True)
+
+
+def play_in_another_recorder(bin_dir, medium, name):
+    """The other recorder, in namespaces of its own: plays the clip from a medium that it may only read, winds to its end,
+    plays on from there, and tells where it was."""
+    with Recorder(bin_dir, source="none", medium="none") as player:
+        subprocess.run(["mount", "--bind", medium, player.medium], check=True)
+        subprocess.run(["mount", "-o", "remount,bind,ro", player.medium], check=True)
+        player.start()
+        wait_until("the clip is listed", lambda: any(row["name"] == name for row in clip_list(player)), 20)
+        player.set("CurrentClip", name)
+        watch = player.watch_output()
+        at_open = pictures_in(os.path.join(medium, name))
+        player.do("play")
+        wait_until("it plays", lambda: frame_shown(watch))
+        player.do("ff")
+        player.wait_for("TransportState", STILL, 30)  # the end, as it is by now
+        held = wait_until("the last frame stands", lambda: unmoved(watch))
+        player.do("play")
+        wait_until("it follows", lambda: frame_shown(watch) >= held + RATE, 20)
+        print(json.dumps({"at_open": at_open, "held": held, "followed": frame_shown(watch)}), flush=True)
+        sys.stdin.readline()
+        player.wait_for("TransportState", STILL, 30)
+        last = wait_until("the last frame stands", lambda: unmoved(watch))
+        watch.finish()
+        check(player.processes["rvd"].poll() is None, "the player lives")
+        print(json.dumps({"last": last, "errors": player.log_text().count("Cache Error")}), flush=True)
+
+
+def frame_shown(watch):
+    """The number within the clip of what the output showed last; none before the clip is on it."""
+    frames = rig.playback_only(watch.frames)
+    return frames[-1]["frame"] or 0 if frames else 0
+
+
+def unmoved(watch):
+    """The frame that has been on the output for half a second; none while it moves."""
+    before = frame_shown(watch)
+    time.sleep(0.5)
+    return before if frame_shown(watch) == before else 0
+
+
+def clip_list(recorder):
+    return json.loads(recorder.ctl("--json", "clips").stdout or "{}").get("clips", [])
+
+
+def a_growing_clip_is_played_by_another_recorder_and_followed(bin_dir):
+    isolated = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "isolated.sh")
+    with Recorder(bin_dir, source_format="1280x720p25") as recorder:
+        recorder.start()
+        time.sleep(1)
+        recorder.do("record")
+        clip = wait_until("a clip is there", recorder.clips)[0]
+        wait_until("it can be opened", lambda: pictures_in(clip) > 0)
+        player = subprocess.Popen([isolated, sys.executable, os.path.abspath(__file__), bin_dir, "--play",
+                                   recorder.medium, os.path.basename(clip)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        try:
+            told = json.loads(player.stdout.readline() or "{}")
+            check(told, "the player failed")
+            recorder.do("stop")
+            player.stdin.write("stopped\n")
+            player.stdin.flush()
+            told |= json.loads(player.stdout.readline() or "{}")
+            check("last" in told, "the player failed")
+        finally:
+            player.kill()
+            player.wait()
+        whole = len(check_numbers(clip))
+        print("       {at_open} frames when it was opened, held at {held}, followed to {followed}, ".format(**told)
+              + f"{whole} at the end", flush=True)
+        check(told["at_open"] - RATE <= told["held"] < told["followed"] <= told["last"] < whole, str(told))
+        check(told["errors"] == 0, f"{told['errors']} frames could not be read")
+
+
+if __name__ == "__main__":
+    if sys.argv[2:3] == ["--play"]:
+        play_in_another_recorder(sys.argv[1], *sys.argv[3:])
+    else:
+        main([formats_of_every_kind_are_recorded_right, a_growing_clip_opens_in_other_programs,
+              a_growing_clip_is_played_by_another_recorder_and_followed])
