@@ -432,6 +432,8 @@ def topic_rollover(bin_dir):
 def topic_prores(bin_dir):
     title("The ProRes encoder beside FFmpeg's at equal size, one core")
     print(run_program(bin_dir, "prores_speed"), end="", flush=True)
+    title("The ProRes decoder beside FFmpeg's, one core")
+    print(run_program(bin_dir, "prores_decoding"), end="", flush=True)
 
 
 TOPICS = {"engine": topic_engine, "recording": topic_recording, "ee": topic_ee, "cue": topic_cue,

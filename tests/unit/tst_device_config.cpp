@@ -95,7 +95,8 @@ void tst_device_config::theFileNamesSourcesAndBounds()
 void tst_device_config::nonsenseIsReplacedByDefaults()
 {
     const DeviceConfig config = DeviceConfig::fromFile(
-        written("[inputs]\nformat=huge\n[coder]\nworkers=many\nprores=mine\n[decoder]\nprores=yours\n[memory]\nrawMegabytes=-5\n"
+        written("[inputs]\nformat=huge\n[coder]\nworkers=many\nprores=mine\n"
+                "[decoder]\nprores=yours\n[memory]\nrawMegabytes=-5\n"
                 "[reference]\npresent=perhaps\n"));
     QCOMPARE(config.patternFormat.size(), QSize(1920, 1080));
     QCOMPARE(config.coderWorkers, 0);
