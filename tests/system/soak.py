@@ -1,6 +1,7 @@
 """What takes long: three million random acts against the engine; the store behind a bad network and killed by the
-thousand; writers of clips killed and cut off; recorders killed, and their system calls and media failing; every speed, end and join of playback in every format, frame by
-frame; ten minutes of recording 1080p25 as ProRes 422 without a dropped frame and in steady memory."""
+thousand; writers of clips killed and cut off; recorders killed, and their system calls and media failing; every speed,
+end and join of playback in every format, frame by frame; ten minutes of recording 1080p25 as ProRes 422 without a
+dropped frame and in steady memory."""
 
 import os
 import subprocess
