@@ -70,7 +70,7 @@ private:
     bool _isOpen = false;
 };
 
-/// Decodes and compares: peak signal to noise over the three planes, in decibels.
+/// Decodes and compares.
 class Comparison
 {
 public:
@@ -92,16 +92,20 @@ public:
     Comparison(const Comparison &) = delete;
     Comparison &operator=(const Comparison &) = delete;
 
-    /// Below 0 when the frame does not decode.
-    double psnr(const std::vector<std::uint8_t> &bytes, const picture::View &view)
+    /// False when the frame does not decode; what follows is about the last one that did.
+    bool decode(const std::vector<std::uint8_t> &bytes)
     {
         AVPacket *packet = av_packet_alloc();
         av_new_packet(packet, static_cast<int>(bytes.size()));
         std::copy(bytes.begin(), bytes.end(), packet->data);
         const bool isTaken = avcodec_send_packet(_context, packet) == 0;
         av_packet_free(&packet);
-        if (!isTaken || avcodec_receive_frame(_context, _frame) != 0)
-            return -1;
+        return isTaken && avcodec_receive_frame(_context, _frame) == 0;
+    }
+
+    /// Peak signal to noise over the three planes, in decibels.
+    double psnr(const picture::View &view) const
+    {
         double sum = 0;
         for (int p = 0; p < 3; ++p) {
             for (int y = 0; y < view.height; ++y) {
@@ -114,6 +118,37 @@ public:
         }
         const double count = 2.0 * view.width * view.height;
         return 10 * std::log10(1023.0 * 1023.0 * count / std::max(sum, 1.0));
+    }
+
+    /// Structural similarity of luma, the mean over blocks of 8x8.
+    double ssim(const picture::View &view) const
+    {
+        constexpr double small = 0.01 * 1023 * 0.01 * 1023;
+        constexpr double large = 0.03 * 1023 * 0.03 * 1023;
+        double sum = 0;
+        int blocks = 0;
+        for (int top = 0; top + 8 <= view.height; top += 8) {
+            for (int left = 0; left + 8 <= view.width; left += 8, ++blocks) {
+                double a = 0, b = 0, aa = 0, bb = 0, ab = 0;
+                for (int y = top; y < top + 8; ++y) {
+                    const auto *line = reinterpret_cast<const std::uint16_t *>(_frame->data[0] + y * _frame->linesize[0]);
+                    for (int x = left; x < left + 8; ++x) {
+                        const double one = line[x];
+                        const double other = view.line(0, y)[x];
+                        a += one;
+                        b += other;
+                        aa += one * one;
+                        bb += other * other;
+                        ab += one * other;
+                    }
+                }
+                a /= 64;
+                b /= 64;
+                const double spread = aa / 64 - a * a + bb / 64 - b * b;
+                sum += (2 * a * b + small) * (2 * (ab / 64 - a * b) + large) / ((a * a + b * b + small) * (spread + large));
+            }
+        }
+        return blocks > 0 ? sum / blocks : 0;
     }
 
 private:

@@ -75,6 +75,7 @@ struct Outcome {
     double seconds = 0; // of processor, a frame
     double bytes = 0;
     double psnr = 0;
+    double ssim = 0;
 };
 
 // The best of three rounds, as others use the machine too; by rate the first round only finds the scale.
@@ -87,20 +88,45 @@ Outcome measure(Encoder &encoder, Clip &clip, Comparison &comparison)
         double seconds = 0;
         double bytes = 0;
         double psnr = 0;
+        double ssim = 0;
         for (std::size_t i = 0; i < clip.frames.size(); ++i) {
             const double begun = threadSeconds();
             const std::size_t size = encoder.encode(pictureOf(clip.view(i)), to.data(), to.size()).bytes;
             seconds += threadSeconds() - begun;
             bytes += static_cast<double>(size);
-            if (round == 3)
-                psnr += comparison.psnr({to.begin(), to.begin() + static_cast<std::ptrdiff_t>(size)}, clip.view(i));
+            if (round < 3 || !comparison.decode({to.begin(), to.begin() + static_cast<std::ptrdiff_t>(size)}))
+                continue;
+            psnr += comparison.psnr(clip.view(i));
+            ssim += comparison.ssim(clip.view(i));
         }
         outcome.bytes = bytes / count;
         outcome.psnr = psnr / count;
+        outcome.ssim = ssim / count;
         if (round == 1 || (round > 1 && seconds / count < outcome.seconds))
             outcome.seconds = seconds / count;
     }
     return outcome;
+}
+
+// What a slice's stages take: in turn, and each once more at once, when its samples are near and its branches known.
+// That is what could be had.
+constexpr std::size_t stages = 4;
+constexpr const char *stageNames[stages] = {"load+transform", "quantise+scan", "entropy", "assembly"};
+
+struct StageTimes {
+    std::array<double, stages> seconds {1, 1, 1, 1};
+    std::array<double, stages> bound {1, 1, 1, 1};
+};
+
+template <typename Stage>
+void timeTwice(StageTimes &times, std::size_t stage, const Stage &run)
+{
+    const double begun = wallSeconds();
+    run();
+    const double done = wallSeconds();
+    run();
+    times.seconds[stage] = std::min(times.seconds[stage], done - begun);
+    times.bound[stage] = std::min(times.bound[stage], wallSeconds() - done);
 }
 
 // Cycles a pixel of each stage, one after the other on each slice as in earnest, at one index; of each slice the
@@ -113,48 +139,53 @@ void printStages(const char *name, const Kernels *kernels, Clip &clip, Profile p
     const auto scratch = std::make_unique<SliceScratch>();
     const SliceCoder coder(format, *kernels);
     std::vector<std::uint8_t> to(SliceCoder::largestSliceBytes());
-    const auto slices = static_cast<std::size_t>(pictureGeometry(format, 0).slices());
-    std::vector<std::array<double, 3>> best(clip.frames.size() * slices, {1, 1, 1});
+    std::vector<std::uint8_t> frame(static_cast<std::size_t>(clip.width) * static_cast<std::size_t>(clip.height) * 4);
+    const int slices = pictureGeometry(format, 0).slices();
+    std::vector<StageTimes> best(clip.frames.size() * static_cast<std::size_t>(slices));
     double nonZero = 0;
     for (int round = 0; round < 6; ++round) {
         nonZero = 0;
         for (std::size_t i = 0; i < clip.frames.size(); ++i) {
             const Lines lines(format, pictureOf(clip.view(i)), 0);
-            for (std::size_t s = 0; s < slices; ++s) {
-                const SlicePlace place = lines.geometry.slice(static_cast<int>(s));
-                const double begun = wallSeconds();
-                coder.transform(lines, place, *scratch);
-                coder.prefetch(lines, {place.column + place.width, place.row, widestSlice});
-                const double transformed = wallSeconds();
-                coder.quantiseTransformed(place, index, *scratch);
-                const double quantised = wallSeconds();
-                coder.codeQuantised(lines, place, index, *scratch, to.data());
-                const double coded = wallSeconds();
-                auto &row = best[i * slices + s];
-                row = {std::min(row[0], transformed - begun), std::min(row[1], quantised - transformed),
-                       std::min(row[2], coded - quantised)};
+            std::size_t used = 0;
+            for (int s = 0; s < slices; ++s) {
+                StageTimes &times = best[i * static_cast<std::size_t>(slices) + static_cast<std::size_t>(s)];
+                const SlicePlace place = lines.geometry.slice(s);
+                const SliceAhead ahead = coder.ahead(lines, lines.geometry.slice(std::min(s + 1, slices - 1)));
+                std::uint8_t *end = to.data();
+                timeTwice(times, 0, [&] { coder.transform(lines, place, *scratch); });
+                timeTwice(times, 1, [&] { coder.quantiseTransformed(place, index, *scratch, ahead); });
+                timeTwice(times, 2, [&] { end = coder.codeQuantised(lines, place, index, *scratch, to.data()); });
+                const auto size = static_cast<std::size_t>(end - to.data());
+                used = used + size > frame.size() ? 0 : used;
+                timeTwice(times, 3, [&] { std::memcpy(frame.data() + used, to.data(), size); });
+                used += size;
                 for (const Levels &levels : scratch->levels)
                     nonZero += levels.count;
             }
         }
     }
-    double spent[3] = {};
-    for (const auto &row : best) {
-        for (std::size_t k = 0; k < 3; ++k)
-            spent[k] += row[k];
-    }
     const double pixels = static_cast<double>(clip.frames.size()) * clip.width * clip.height;
-    std::printf("  %-9s %-9s index %-3d %5.2f levels/px   transform %5.2f  quantise %5.2f  code %5.2f cycles/px"
-                "  (%.1f a level)\n",
-                name, kernels->name, index, nonZero / pixels, spent[0] * cycles / pixels, spent[1] * cycles / pixels,
-                spent[2] * cycles / pixels, spent[2] * cycles / nonZero);
+    std::printf("  %-9s %-9s index %-3d %5.2f levels/px  ", name, kernels->name, index, nonZero / pixels);
+    double sum = 0;
+    for (std::size_t k = 0; k < stages; ++k) {
+        double seconds = 0;
+        double bound = 0;
+        for (const StageTimes &times : best) {
+            seconds += times.seconds[k];
+            bound += times.bound[k];
+        }
+        sum += seconds;
+        std::printf(" %s %.2f (%.2f) ", stageNames[k], seconds * cycles / pixels, bound * cycles / pixels);
+    }
+    std::printf(" all %.2f cycles/px (bound)\n", sum * cycles / pixels);
     std::fflush(stdout);
 }
 
 void printOutcome(const char *clip, const char *what, const Outcome &outcome, double pixels, double cycles)
 {
-    std::printf("  %-9s %-30s %9.0f bytes  %6.2f dB  %7.2f cycles/px  %7.1f fps\n", clip, what, outcome.bytes,
-                outcome.psnr, outcome.seconds * cycles / pixels, 1 / outcome.seconds);
+    std::printf("  %-9s %-30s %9.0f bytes  %6.2f dB  SSIM %.5f  %7.2f cycles/px  %7.1f fps\n", clip, what,
+                outcome.bytes, outcome.psnr, outcome.ssim, outcome.seconds * cycles / pixels, 1 / outcome.seconds);
     std::fflush(stdout);
 }
 
@@ -168,10 +199,13 @@ Outcome measureFfmpeg(const char *encoder, int profile, Clip &clip, Comparison &
         const std::vector<std::uint8_t> bytes = coder.encode(clip.view(i));
         outcome.seconds += threadSeconds() - begun;
         outcome.bytes += static_cast<double>(bytes.size());
-        outcome.psnr += comparison.psnr(bytes, clip.view(i));
+        if (!comparison.decode(bytes))
+            continue;
+        outcome.psnr += comparison.psnr(clip.view(i));
+        outcome.ssim += comparison.ssim(clip.view(i));
     }
     const auto frames = static_cast<double>(count);
-    return {outcome.seconds / frames, outcome.bytes / frames, outcome.psnr / frames};
+    return {outcome.seconds / frames, outcome.bytes / frames, outcome.psnr / frames, outcome.ssim / frames};
 }
 
 void measureThreads(const char *name, Clip &clip, Profile profile)

@@ -133,13 +133,14 @@ void ProresPaths::quantisedLevelsAreEqual()
         const Quantiser quantiser = randomQuantiser(random);
         const Order order = random() % 2 != 0 ? Order::Lines : Order::Columns;
         const int blocks = 4 << random() % 4;
-        path->quantise(own->coefficients[0], quantiser, order, blocks, own->levels[0], nullptr);
-        portableKernels().quantise(expected->coefficients[0], quantiser, order, blocks, expected->levels[0], nullptr);
+        path->quantise(own->coefficients[0], quantiser, order, blocks, own->levels[0], nullptr, Ahead());
+        portableKernels().quantise(expected->coefficients[0], quantiser, order, blocks, expected->levels[0], nullptr,
+                                   Ahead());
         QVERIFY(isSame(own->levels[0], expected->levels[0]));
         const int half = 2 << random() % 4;
-        path->quantise(own->coefficients[0], quantiser, order, half, own->levels[1], &own->levels[2]);
+        path->quantise(own->coefficients[0], quantiser, order, half, own->levels[1], &own->levels[2], Ahead());
         portableKernels().quantise(expected->coefficients[0], quantiser, order, half, expected->levels[1],
-                                   &expected->levels[2]);
+                                   &expected->levels[2], Ahead());
         QVERIFY(isSame(own->levels[1], expected->levels[1]));
         QVERIFY(isSame(own->levels[2], expected->levels[2]));
     }
@@ -230,7 +231,7 @@ void ProresPaths::transformAgreesWithDoublePrecision()
         path->transform({{samples.data(), samples.data() + 64}, 128}, 3, scanPositions(false),
                         scratch->coefficients[0]);
         Levels &levels = scratch->levels[0];
-        path->quantise(scratch->coefficients[0], quantiser, Order::Lines, 32, levels, nullptr);
+        path->quantise(scratch->coefficients[0], quantiser, Order::Lines, 32, levels, nullptr, Ahead());
         std::vector<int> found(64 * 32);
         for (std::size_t b = 0; b < 32; ++b)
             found[b] = levels.dc[b];

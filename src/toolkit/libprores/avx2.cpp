@@ -217,8 +217,10 @@ RV_AVX2_INLINE void quantiseDc(const std::int16_t *from, const Quantiser &quanti
 }
 
 RV_AVX2 void quantise(const Coefficients &from, const Quantiser &quantiser, Order order, int blocks, Levels &first,
-                      Levels *second)
+                      Levels *second, const Ahead &ahead)
 {
+    const Ahead wantedSoon = ahead; // in registers
+    wantedSoon.fetch(0);
     first.begin(blocks);
     quantiseDc(from.at[0], quantiser, order, first.dc);
     if (second != nullptr)
@@ -229,6 +231,7 @@ RV_AVX2 void quantise(const Coefficients &from, const Quantiser &quantiser, Orde
     const unsigned wanted = blocks >= tileBlocks ? 0xffffu : (1u << blocks) - 1;
     const bool isSecondWanted = second != nullptr || blocks > tileBlocks;
     for (int k = 1; k < 64; ++k) {
+        wantedSoon.fetch(k);
         const __m256i offset = _mm256_set1_epi16(static_cast<short>(quantiser.offset[k]));
         const __m256i reciprocal = _mm256_set1_epi16(static_cast<short>(quantiser.reciprocal[k]));
         const __m256i left = load(from.at[k]);

@@ -172,8 +172,10 @@ RV_AVX512_INLINE __m512i levelsOf(__m512i coefficients, const Quantiser &quantis
 }
 
 RV_AVX512 void quantise(const Coefficients &from, const Quantiser &quantiser, Order order, int blocks,
-                        Levels &first, Levels *second)
+                        Levels &first, Levels *second, const Ahead &ahead)
 {
+    const Ahead wantedSoon = ahead; // in registers
+    wantedSoon.fetch(0);
     const __m512i lanes = _mm512_load_si512((order == Order::Lines ? lineLanes : columnLanes).data());
     first.begin(blocks);
     const __m512i dc = _mm512_load_si512(from.at[0]);
@@ -190,6 +192,7 @@ RV_AVX512 void quantise(const Coefficients &from, const Quantiser &quantiser, Or
     Appender toFirst = appenderTo(first);
     Appender toSecond = second != nullptr ? appenderTo(*second) : toFirst;
     for (int k = 1; k < 64; ++k) {
+        wantedSoon.fetch(k);
         const __m512i coefficients = _mm512_load_si512(from.at[k]);
         const __m512i magnitudes = levelsOf(coefficients, quantiser, k);
         if (_mm512_test_epi16_mask(magnitudes, magnitudes) == 0)

@@ -142,13 +142,14 @@ RateControl::Prediction Encoder::Private::predicted(int step)
         std::uint8_t *begin = bands.front().bytes.get();
         const std::size_t alphaBefore = scratch.alphaBytes;
         coder.transform(from, place, scratch);
-        if ((slice + step) / perPicture == slice / perPicture)
-            coder.prefetch(from, from.geometry.slice((slice + step) % perPicture));
-        coder.quantiseTransformed(place, rate.index(slice), scratch);
+        const bool isLast = (slice + step) / perPicture != slice / perPicture;
+        const SliceAhead ahead
+            = isLast ? SliceAhead() : coder.ahead(from, from.geometry.slice((slice + step) % perPicture));
+        coder.quantiseTransformed(place, rate.index(slice), scratch, ahead);
         const std::uint8_t *end = coder.codeQuantised(from, place, rate.index(slice), scratch, begin);
         const std::size_t own = static_cast<std::size_t>(end - begin) - (scratch.alphaBytes - alphaBefore);
         const std::uint32_t estimated = coder.estimatedBits(scratch);
-        coder.quantiseTransformed(place, rate.index(slice, RateControl::probe), scratch);
+        coder.quantiseTransformed(place, rate.index(slice, RateControl::probe), scratch, ahead);
         const std::uint32_t probed = coder.estimatedBits(scratch);
         bytes += own;
         probedBytes += own - std::min<std::size_t>((estimated - std::min(probed, estimated)) / 8, own / 2);

@@ -61,6 +61,24 @@ struct Levels {
 constexpr int largestPlaneBytes = 63 * mostBlocks * 4 + mostBlocks * 4; ///< that code() writes, at 32 bits a level
 constexpr int codingSlack = 64; ///< bytes that code() may write beyond its end
 
+/// Lines of samples that are wanted soon: 64 pieces of 64 bytes, half of them from each of two places.
+/// quantise() fetches one with every scan position, so that they come while there is work to do.
+struct Ahead {
+    std::uintptr_t place[2] = {};
+    std::ptrdiff_t stride = 0; ///< bytes from line to line
+    int shift = 0;             ///< 1 << shift pieces a line
+
+    void fetch(int k) const
+    {
+#ifdef __GNUC__
+        const int piece = k & 31;
+        const std::uintptr_t at = place[k >> 5] + static_cast<std::uintptr_t>((piece >> shift) * stride)
+                                  + static_cast<std::uintptr_t>((piece & ((1 << shift) - 1)) * 64);
+        __builtin_prefetch(reinterpret_cast<const void *>(at), 0, 3);
+#endif
+    }
+};
+
 struct Kernels {
     const char *name;
 
@@ -72,7 +90,7 @@ struct Kernels {
     /// Quantises the first \a blocks blocks into \a first; where \a second is given, the first tile's
     /// go to \a first and the second tile's to \a second, \a blocks each (two planes at half width).
     void (*quantise)(const Coefficients &from, const Quantiser &quantiser, Order order, int blocks,
-                     Levels &first, Levels *second);
+                     Levels &first, Levels *second, const Ahead &ahead);
 
     /// Writes one plane's bits, padded to a whole byte; its end.
     std::uint8_t *(*code)(const Levels &levels, std::uint8_t *to);

@@ -110,8 +110,10 @@ void quantisePlane(const Coefficients &from, const Quantiser &quantiser, Order o
 }
 
 void quantise(const Coefficients &from, const Quantiser &quantiser, Order order, int blocks, Levels &first,
-              Levels *second)
+              Levels *second, const Ahead &ahead)
 {
+    for (int k = 0; k < 64; ++k)
+        ahead.fetch(k);
     first.begin(blocks);
     quantisePlane(from, quantiser, order, 0, first);
     if (second == nullptr)

@@ -35,26 +35,40 @@ void widen(const std::uint16_t *from, int samples, bool hasNeighbour, std::uint1
         to[2 * samples - 2] = to[2 * samples - 1] = from[samples - 1];
 }
 
-void prefetchPlane(const Lines &lines, SlicePlace place, int plane, int unit)
+// The slice that comes next, or at least where: only whole ones are fetched ahead.
+SlicePlace after(const Geometry &geometry, SlicePlace place)
 {
-#ifdef __GNUC__
-    constexpr int cacheLine = 64 / sizeof(std::uint16_t);
-    const int left = place.column * unit;
-    const int planeWidth = unit == 8 ? lines.geometry.width / 2 : lines.geometry.width;
-    const int width = std::min(unit * place.width, planeWidth - left);
-    const int height = std::min(16, lines.geometry.height - place.row * 16);
-    if (width <= 0 || height <= 0)
-        return;
-    const std::uint16_t *from = lines.plane[plane] + place.row * 16 * lines.stride[plane] + left;
-    for (int y = 0; y < height; ++y, from += lines.stride[plane]) {
-        for (int x = 0; x < width; x += cacheLine)
-            __builtin_prefetch(from + x, 0, 3);
-    }
-    asm volatile(""); // GCC drops calls of a function that does nothing but fetch ahead
-#endif
+    const int column = place.column + place.width;
+    if (column < geometry.columns)
+        return {column, place.row, std::min(widestSlice, geometry.columns - column)};
+    return {0, place.row + 1, std::min(widestSlice, geometry.columns)};
+}
+
+// The lines of one plane at a place, or of Cb and Cr together.
+Ahead linesAhead(SlicePlace place, const std::uint16_t *first, const std::uint16_t *second, int unit,
+                 std::ptrdiff_t stride)
+{
+    Ahead ahead;
+    const bool isJoined = second != nullptr;
+    const std::ptrdiff_t bytes = stride * static_cast<std::ptrdiff_t>(sizeof *first);
+    const auto from = static_cast<std::uintptr_t>(place.row * 16 * bytes)
+                      + static_cast<std::uintptr_t>(place.column * unit) * sizeof *first;
+    ahead.place[0] = reinterpret_cast<std::uintptr_t>(first) + from;
+    ahead.place[1] = isJoined ? reinterpret_cast<std::uintptr_t>(second) + from
+                              : ahead.place[0] + static_cast<std::uintptr_t>(8 * bytes);
+    ahead.stride = bytes;
+    ahead.shift = isJoined ? 1 : 2;
+    return ahead;
 }
 
 } // namespace
+
+Ahead SliceAhead::nothing()
+{
+    Ahead ahead;
+    ahead.place[0] = ahead.place[1] = reinterpret_cast<std::uintptr_t>(&scanOrder(false));
+    return ahead;
+}
 
 Lines::Lines(const Format &format, const Picture &picture, int index)
     : geometry(pictureGeometry(format, index))
@@ -140,7 +154,7 @@ Tiles SliceCoder::tiles(const Lines &lines, SlicePlace place, int plane, SliceSc
 void SliceCoder::quantise(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch) const
 {
     transform(lines, place, scratch);
-    quantiseTransformed(place, index, scratch);
+    quantiseTransformed(place, index, scratch, SliceAhead());
 }
 
 void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const
@@ -166,35 +180,40 @@ void SliceCoder::transform(const Lines &lines, SlicePlace place, SliceScratch &s
 }
 
 // The hardware does not foresee where short rows go on.
-void SliceCoder::prefetch(const Lines &lines, SlicePlace place) const
+SliceAhead SliceCoder::ahead(const Lines &lines, SlicePlace place) const
 {
-    if (lines.v210 != nullptr)
-        return;
-    prefetchPlane(lines, place, 0, 16);
-    const int chromaUnit = _format.is444() && !_format.isChromaHalf ? 16 : 8;
-    prefetchPlane(lines, place, 1, chromaUnit);
-    prefetchPlane(lines, place, 2, chromaUnit);
+    const bool isWhole = place.width == widestSlice && place.row * 16 + 16 <= lines.geometry.height
+                         && (place.column + widestSlice) * 16 <= lines.geometry.width && lines.v210 == nullptr;
+    SliceAhead ahead;
+    if (!isWhole)
+        return ahead;
+    ahead.luma = linesAhead(place, lines.plane[0], nullptr, 16, lines.stride[0]);
+    ahead.chroma = _format.is444() && !_format.isChromaHalf
+        ? linesAhead(place, lines.plane[1], nullptr, 16, lines.stride[1])
+        : linesAhead(place, lines.plane[1], lines.plane[2], 8, lines.stride[1]);
+    if (_format.is444() && !_format.isChromaHalf)
+        ahead.other = linesAhead(place, lines.plane[2], nullptr, 16, lines.stride[2]);
+    return ahead;
 }
 
-void SliceCoder::quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const
+void SliceCoder::quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch, const SliceAhead &ahead) const
 {
     const Quantisers &quantisers = _quantisers[static_cast<std::size_t>(index - 1)];
     const int chromaBlocks = place.width * (_format.is444() ? 4 : 2);
     _kernels.quantise(scratch.coefficients[0], quantisers.luma, Order::Lines, place.width * 4, scratch.levels[0],
-                      nullptr);
+                      nullptr, ahead.luma);
     _kernels.quantise(scratch.coefficients[1], quantisers.chroma, Order::Columns, chromaBlocks, scratch.levels[1],
-                      scratch.isChromaJoined ? &scratch.levels[2] : nullptr);
+                      scratch.isChromaJoined ? &scratch.levels[2] : nullptr, ahead.chroma);
     if (!scratch.isChromaJoined)
         _kernels.quantise(scratch.coefficients[2], quantisers.chroma, Order::Columns, chromaBlocks,
-                          scratch.levels[2], nullptr);
+                          scratch.levels[2], nullptr, ahead.other);
 }
 
 std::uint8_t *SliceCoder::code(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                                std::uint8_t *to) const
 {
     transform(lines, place, scratch);
-    prefetch(lines, {place.column + place.width, place.row, widestSlice});
-    quantiseTransformed(place, index, scratch);
+    quantiseTransformed(place, index, scratch, ahead(lines, after(lines.geometry, place)));
     return codeQuantised(lines, place, index, scratch, to);
 }
 

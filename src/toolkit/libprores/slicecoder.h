@@ -41,6 +41,16 @@ struct SliceScratch {
     bool withoutDetail = false;   ///< codes DC only: the last resort against noise at a low rate
 };
 
+/// The samples of the slice after, by plane in 4:4:4; else Cb and Cr are one.
+struct SliceAhead {
+    Ahead luma = nothing();
+    Ahead chroma = nothing();
+    Ahead other = nothing();
+
+    /// Something that is near anyway.
+    static Ahead nothing();
+};
+
 /// Codes slices of one stream. Holds tables only: any number of threads may use it, each with scratch
 /// of its own.
 class SliceCoder
@@ -55,11 +65,11 @@ public:
     std::uint8_t *code(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                        std::uint8_t *to) const;
 
-    /// Has the samples at \a place on their way while something else is in work. It may lie beyond the picture.
-    void prefetch(const Lines &lines, SlicePlace place) const;
+    /// The samples at \a place, to be fetched while something else is in work. It may lie beyond the picture.
+    SliceAhead ahead(const Lines &lines, SlicePlace place) const;
     /// The three steps of code(), one by one.
     void transform(const Lines &lines, SlicePlace place, SliceScratch &scratch) const;
-    void quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch) const;
+    void quantiseTransformed(SlicePlace place, int index, SliceScratch &scratch, const SliceAhead &ahead) const;
     std::uint8_t *codeQuantised(const Lines &lines, SlicePlace place, int index, SliceScratch &scratch,
                                 std::uint8_t *to) const;
 
