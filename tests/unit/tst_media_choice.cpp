@@ -61,6 +61,7 @@ private slots:
     void namesOfClips();
     void numbersInNamesCount();
     void mountPointsAreUnescaped();
+    void aMediumThatFailedIsGivenUpByTheSystem();
     void slotFilesAreReadLineByLine();
     void aMissingSlotFileMeansTwoSlots();
 };
@@ -253,6 +254,20 @@ void TestMediaChoice::mountPointsAreUnescaped()
                               "37 22 8:2 / /media/a\\04 rw - ext4 none rw\n";
     const std::set<std::string> wanted{"/", "/media/card one\\x", "/media/a\\04"};
     QVERIFY(mountPointsIn(table) == wanted);
+}
+
+void TestMediaChoice::aMediumThatFailedIsGivenUpByTheSystem()
+{
+    const std::string table = "22 1 0:20 / / rw,relatime shared:1 - ext4 /dev/sda1 rw\n"
+                              "36 22 8:1 / /media/a\\040b rw,relatime - ext4 /dev/sdb1 rw,emergency_ro\n"
+                              "37 22 8:2 / /media/c rw - ext4 /dev/sdc1 rw,shutdown,stripe=4\n"
+                              "38 22 8:3 / /media/d rw - ext4 /dev/sdd1 rw,emergency_ro\n"
+                              "torn /media/e\n"
+                              "39 38 8:4 / /media/d rw - xfs /dev/shutdown rw\n";
+    QVERIFY(isGivenUpIn(table, "/media/a b"));
+    QVERIFY(isGivenUpIn(table, "/media/c"));
+    for (const char *sound : {"/", "/media/d", "/media/e", "/media/f", ""})
+        QVERIFY2(!isGivenUpIn(table, sound), sound);
 }
 
 void TestMediaChoice::slotFilesAreReadLineByLine()

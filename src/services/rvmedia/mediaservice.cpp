@@ -80,6 +80,9 @@ void MediaService::ParamChanged(eParam_t id, std::string value, timeval)
         QMetaObject::invokeMethod(this, [this, value] { editPlayList(value); }, Qt::QueuedConnection);
     if (id == eParamMediaRequest)
         QMetaObject::invokeMethod(this, [this, value] { request(value); }, Qt::QueuedConnection);
+    if (id == eParamActivePath)
+        QMetaObject::invokeMethod(this, [this, value] { _wentTo = value == _wentTo ? value : std::string(); },
+                                  Qt::QueuedConnection);
     if (id == eParamActivePath || id == eParamRolloverPath)
         QMetaObject::invokeMethod(this, &MediaService::pathsChanged, Qt::QueuedConnection);
 }
@@ -179,8 +182,7 @@ void MediaService::setPaths(const MediaPaths &wanted)
 
 void MediaService::choose()
 {
-    const MediaPaths now = paths();
-    setPaths(choosePaths(factsForRecording(now.active), now, isInUse(storageUse())));
+    setPaths(choosePaths(factsForRecording(), paths(), isInUse(storageUse())));
 }
 
 void MediaService::tellState()

@@ -66,7 +66,7 @@ private:
     void prepareForRecordings();
     void storageUseChanged(unsigned int use);
     void followRollover();
-    std::vector<MediumFacts> factsForRecording(const std::string &active);
+    std::vector<MediumFacts> factsForRecording() const;
     void lookAround();
     void editPlayList(const std::string &edit);
     void request(const std::string &text);

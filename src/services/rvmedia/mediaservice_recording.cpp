@@ -3,12 +3,9 @@
 
 #include "mediaservice.h"
 
-#include "liborb/orblog.h"
-
 namespace
 {
 
-constexpr const char *logFile = "mediaservice.cpp";
 /// The daemon releases the storage right behind a rollover that has ended the recording: that word must be the last.
 constexpr int sayInUseMs = 200;
 constexpr int lookAroundMs = 2000;
@@ -54,19 +51,13 @@ void MediaService::storageUseChanged(unsigned int use)
     choose();
 }
 
-/// The recording goes on on the other medium. When that was taken away in the middle of the rollover the daemon is
-/// left without an active medium, and is told anew where the clips are.
+/// The recording goes on on the other medium.
 void MediaService::followRollover()
 {
     const MediaPaths before = paths();
-    if (!before.rollover.empty()) {
+    if (!before.rollover.empty())
         _wentTo = before.rollover;
-        setPaths(afterRollover(facts(), before));
-        return;
-    }
-    orbLogOutput(2, logFile, __LINE__, "A rollover from %s had no medium to go to\n", before.active.c_str());
-    _config->setString(eParamActivePath, std::string());
-    _config->setString(eParamActivePath, before.active);
+    setPaths(afterRollover(facts(), before));
 }
 
 /// Others may fill a medium, and a medium that fails becomes read-only, silent or gone, of which the system says
@@ -83,11 +74,9 @@ void MediaService::lookAround()
 
 /// Recording on a medium that cannot be written is of no use to anybody: when a rollover has come to such a one it gives
 /// way like one that is gone. Whoever names it later means it.
-std::vector<MediumFacts> MediaService::factsForRecording(const std::string &active)
+std::vector<MediumFacts> MediaService::factsForRecording() const
 {
     std::vector<MediumFacts> all = facts();
-    if (active != _wentTo)
-        _wentTo.clear();
     for (MediumFacts &medium : all) {
         if (medium.path == _wentTo && !medium.isWritable)
             medium.isPresent = false;

@@ -52,6 +52,43 @@ std::set<std::string> mountPointsIn(const std::string &table)
     return points;
 }
 
+bool isGivenUpIn(const std::string &table, const std::string &point)
+{
+    bool isGivenUp = false;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        std::string field;
+        for (int i = 0; i <= mountPointField && fields; ++i)
+            fields >> field;
+        if (!fields || unescaped(field) != point)
+            continue;
+        // The last field has the options of the file system itself.
+        while (fields >> field) {
+        }
+        std::istringstream options(field);
+        isGivenUp = false;
+        while (std::getline(options, field, ','))
+            isGivenUp = isGivenUp || field == "emergency_ro" || field == "shutdown";
+    }
+    return isGivenUp;
+}
+
+std::string mountTable()
+{
+    std::string table;
+    const int file = ::open(tableFile, O_RDONLY | O_CLOEXEC);
+    std::array<char, 65536> bytes;
+    for (ssize_t count = 0; file >= 0 && table.size() < maxTableBytes; table.append(bytes.data(), std::size_t(count))) {
+        count = ::read(file, bytes.data(), bytes.size());
+        if (count <= 0)
+            break;
+    }
+    if (file >= 0)
+        ::close(file);
+    return table;
+}
+
 MountTable::MountTable(QObject *parent) : QObject(parent) {}
 
 MountTable::~MountTable()
@@ -74,15 +111,5 @@ bool MountTable::watch()
 
 std::set<std::string> MountTable::mountPoints() const
 {
-    std::string table;
-    const int file = ::open(tableFile, O_RDONLY | O_CLOEXEC);
-    std::array<char, 65536> bytes;
-    for (ssize_t count = 0; file >= 0 && table.size() < maxTableBytes; table.append(bytes.data(), std::size_t(count))) {
-        count = ::read(file, bytes.data(), bytes.size());
-        if (count <= 0)
-            break;
-    }
-    if (file >= 0)
-        ::close(file);
-    return mountPointsIn(table);
+    return mountPointsIn(mountTable());
 }

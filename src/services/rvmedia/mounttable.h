@@ -9,6 +9,10 @@
 
 /// The folders that a mount table in the system's format names, octal escapes undone.
 std::set<std::string> mountPointsIn(const std::string &table);
+/// Whether the system has given up writing to what is mounted at \a point, last if more than once, after an error.
+bool isGivenUpIn(const std::string &table, const std::string &point);
+/// The mount table of this process. Asks the kernel, never a medium.
+std::string mountTable();
 
 /// Tells when something is mounted or unmounted anywhere. The kernel says so; nothing is asked again and again.
 class MountTable : public QObject
