@@ -79,6 +79,7 @@ public:
     void generateRolloverRecordStreamDesc(QVariant &desc);
     /// Raises alarm 1911 when the store selects eight channels of an input that has not got them.
     void validateAudioChannels();
+    void recoverFromRollover();
     /// Reads the look-up table the store names and hands it to the engine.
     void loadLuts();
 

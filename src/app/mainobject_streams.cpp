@@ -8,6 +8,8 @@
 #include "media/mediamanager.h"
 #include "transport/vtrobject.h"
 
+#include <QTimer>
+
 // The life of a stream descriptor. Before it opens a stream the engine asks where; the answer is a path or a
 // play list, or nothing, which the engine takes as its failure to open. A rollover is a recording whose stream
 // the engine closes and opens again while the answer comes from the next medium: over when both the close of
@@ -18,6 +20,7 @@ namespace {
 constexpr quint32 eightChannels = 1;
 constexpr quint32 inputWithoutEightChannels = 2;
 constexpr quint32 storageAfterRollover = 3;
+constexpr int afterFailedRolloverMs = 500; ///< until everybody has heard of it
 
 } // namespace
 
@@ -198,6 +201,22 @@ void MainObject::vtrStreamIsOpen(const OrbError &err, const OrbStreamInfo &)
         orbLogOutput(3, logFile, __LINE__, "Rollover clip 2 opened\n");
     _rolloverOpen = true;
     checkForRolloverComplete();
+    if (err.isError())
+        QTimer::singleShot(afterFailedRolloverMs, Qt::PreciseTimer, this, [this] { recoverFromRollover(); });
+}
+
+/// A rollover whose new clip could not be opened counts as completed, although nothing is recorded where it went to.
+/// What the store says of the media is right, and when there was no open that could fail, there is no close to tell
+/// that the storage is free.
+void MainObject::recoverFromRollover()
+{
+    if (_mediaManager->isRolloverInProgress() || !_vtr || !_vtr->state().isInModeStandbyOff())
+        return;
+    const QString path = _config->getString(eParamActivePath);
+    if (path != _mediaManager->activePath())
+        activePathChanged(path);
+    _mediaManager->setRolloverPath(_config->getString(eParamRolloverPath));
+    _mediaManager->setStorageInUse(false);
 }
 
 void MainObject::checkForRolloverComplete()

@@ -40,6 +40,8 @@ private slots:
     void aFailedRolloverPublishesNothing();
     void aWholeRollover();
     void aWholeRolloverWhoseOpenFails();
+    void afterARolloverToNowhereTheMediaOfTheStoreCount_data();
+    void afterARolloverToNowhereTheMediaOfTheStoreCount();
     void aRolloverThatTheRecordingLeavesIsFinishedByTheNext();
     void theOpenOfARolloverThatStopsMeanwhileCompletesIt();
     void aRolloverRecordingIsNeverNamedAnew();
@@ -567,6 +569,42 @@ void TestMainObjectStreams::aWholeRolloverWhoseOpenFails()
     QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
     QVERIFY(!_rig->manager->isRolloverInProgress());
     QCOMPARE(_rig->written(eParamStorageInUse), QList<quint32>({3, 2}));
+}
+
+void TestMainObjectStreams::afterARolloverToNowhereTheMediaOfTheStoreCount_data()
+{
+    QTest::addColumn<bool>("isPulled");
+    QTest::newRow("the open fails") << false;
+    QTest::newRow("the medium is pulled while the old clip closes") << true;
+}
+
+void TestMainObjectStreams::afterARolloverToNowhereTheMediaOfTheStoreCount()
+{
+    QFETCH(bool, isPulled);
+    record();
+    _rig->store.put(eParamRolloverPath, std::string("/media/third"));
+    _rig->settle(10);
+    prepareRollover();
+    if (isPulled)
+        _rig->media->closes = {{false, OrbError(), ScriptedMedia::held}};
+    else
+        _rig->media->opens = {{false, OrbError(ENOSPC), 5}};
+    _rig->main->startRollover();
+    if (isPulled) {
+        _rig->change(eParamRolloverPath, QString());
+        _rig->media->finishClose();
+    }
+    _rig->settle(400);
+    QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
+    QVERIFY(!_rig->manager->isRolloverInProgress());
+    QCOMPARE(_rig->manager->activePath(), isPulled ? QString() : other);
+    _rig->settle(1000);
+    QCOMPARE(_rig->manager->activePath(), _rig->path());
+    QCOMPARE(_rig->manager->rolloverPath(), QStringLiteral("/media/third"));
+    QCOMPARE(_rig->written(eParamStorageInUse), QList<quint32>({3, 2}));
+    // The next recording has a medium again.
+    record();
+    QCOMPARE(_rig->written(eParamStorageInUse), QList<quint32>());
 }
 
 /// The transport leaves Record between the two events: the flags stay, the rollover stays open, and
