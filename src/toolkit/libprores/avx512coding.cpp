@@ -6,26 +6,26 @@
 #include "libprores/codetables.h"
 #include "libprores/scalarcoding.h"
 
-// Sixteen levels at a time: an encoder knows all levels, so no context waits for the one before. Codewords are
-// joined in pairs, fours and eights while they fit the writer, which is the slow part.
+// Thirty-two levels at a time in lanes of 16 bits: an encoder knows all levels, so no context waits for the one
+// before. Codewords of a level's run and of the level itself are joined to 32 bits, then with those of its
+// neighbours in pairs, fours and eights while they fit the writer, which is the slow part.
 
 namespace prores {
 
 namespace {
 
-// A code's five numbers for each of sixteen contexts.
+// A code's four numbers for each of sixteen contexts.
 struct Lookup {
     __m512i threshold;
     __m512i add;
     __m512i length;
     __m512i rice;
-    __m512i one;
 };
 
-RV_AVX512_INLINE Lookup lookupOf(const CodeTable<16> &table)
+RV_AVX512_INLINE Lookup lookupOf(const NarrowCodeTable &table)
 {
     return {_mm512_load_si512(table.threshold), _mm512_load_si512(table.add), _mm512_load_si512(table.length),
-            _mm512_load_si512(table.rice), _mm512_load_si512(table.one)};
+            _mm512_load_si512(table.rice)};
 }
 
 struct Words {
@@ -35,104 +35,137 @@ struct Words {
 
 RV_AVX512_INLINE Words wordsFor(__m512i values, __m512i contexts, const Lookup &table)
 {
-    const __m512i one = _mm512_permutexvar_epi32(contexts, table.one); // 1 << rice
-    const __m512i rice = _mm512_permutexvar_epi32(contexts, table.rice);
-    const __mmask16 isRice = _mm512_cmplt_epu32_mask(values, _mm512_permutexvar_epi32(contexts, table.threshold));
-    // one | (values & (one - 1))
-    const __m512i below = _mm512_ternarylogic_epi32(
-        one, values, _mm512_sub_epi32(one, _mm512_set1_epi32(1)), 0xf8);
-    const __m512i belowLength = _mm512_add_epi32(_mm512_srlv_epi32(values, rice),
-                                                 _mm512_add_epi32(rice, _mm512_set1_epi32(1)));
-    const __m512i number = _mm512_add_epi32(values, _mm512_permutexvar_epi32(contexts, table.add));
-    const __m512i zeros = _mm512_lzcnt_epi32(number);
-    const __m512i beyondLength = _mm512_sub_epi32(_mm512_permutexvar_epi32(contexts, table.length),
-                                                  _mm512_add_epi32(zeros, zeros));
-    return {_mm512_mask_mov_epi32(number, isRice, below), _mm512_mask_mov_epi32(beyondLength, isRice, belowLength)};
+    const __m512i one = _mm512_set1_epi16(1);
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i rice = _mm512_permutexvar_epi16(contexts, table.rice);
+    const __mmask32 isRice = _mm512_cmplt_epu16_mask(values, _mm512_permutexvar_epi16(contexts, table.threshold));
+    const __m512i riceOne = _mm512_sllv_epi16(one, rice);
+    // riceOne | (values & (riceOne - 1))
+    const __m512i below = _mm512_ternarylogic_epi32(riceOne, values, _mm512_sub_epi16(riceOne, one), 0xf8);
+    const __m512i belowLength
+        = _mm512_add_epi16(_mm512_srlv_epi16(values, rice), _mm512_add_epi16(rice, one));
+    const __m512i number = _mm512_add_epi16(values, _mm512_permutexvar_epi16(contexts, table.add));
+    const __m512i zeros = _mm512_packs_epi32(_mm512_lzcnt_epi32(_mm512_unpacklo_epi16(number, zero)),
+                                             _mm512_lzcnt_epi32(_mm512_unpackhi_epi16(number, zero)));
+    const __m512i beyondLength = _mm512_sub_epi16(_mm512_permutexvar_epi16(contexts, table.length),
+                                                  _mm512_add_epi16(zeros, zeros));
+    return {_mm512_mask_mov_epi16(number, isRice, below), _mm512_mask_mov_epi16(beyondLength, isRice, belowLength)};
 }
 
-RV_AVX512_INLINE Words joined(__m512i first, __m512i firstLength, __m512i second, __m512i secondLength)
+RV_AVX512_INLINE __m512i joined(__m512i first, __m512i second, __m512i secondLength)
 {
-    return {_mm512_or_si512(_mm512_sllv_epi64(first, secondLength), second),
-            _mm512_add_epi64(firstLength, secondLength)};
+    return _mm512_or_si512(_mm512_sllv_epi64(first, secondLength), second);
+}
+
+// Pairs of 32-bit words, the earlier ones in the low halves.
+RV_AVX512_INLINE __m512i paired(__m512i words, __m512i secondLength)
+{
+    return joined(_mm512_maskz_mov_epi32(0x5555, words), _mm512_srli_epi64(words, 32), secondLength);
+}
+
+RV_AVX512_INLINE void putPairs(BitWriter &writer, __m512i low, __m512i high, __m512i lengths)
+{
+    alignas(64) std::uint64_t values[2][8];
+    alignas(64) std::int32_t length[16];
+    _mm512_store_si512(values[0], low);
+    _mm512_store_si512(values[1], high);
+    _mm512_store_si512(length, lengths);
+    for (int i = 0; i < 16; ++i)
+        writer.put(values[i / 2 % 2][i / 4 * 2 + i % 2], length[i]);
 }
 
 template <int Step>
-RV_AVX512_INLINE void putEach(BitWriter &writer, const Words &words)
+RV_AVX512_INLINE void putEach(BitWriter &writer, __m512i words, __m512i lengths)
 {
     alignas(64) std::uint64_t values[8];
-    alignas(64) std::int64_t lengths[8];
-    _mm512_store_si512(values, words.value);
-    _mm512_store_si512(lengths, words.length);
+    alignas(64) std::int64_t length[8];
+    _mm512_store_si512(values, words);
+    _mm512_store_si512(length, lengths);
     for (int i = 0; i < 8; i += Step)
-        writer.put(values[i], static_cast<int>(lengths[i]));
+        writer.put(values[i], static_cast<int>(length[i]));
 }
 
-// Sixteen codewords of up to 32 bits. False, and nothing written, when two together have more than 56.
-RV_AVX512_INLINE bool put(BitWriter &writer, const Words &words)
+// Thirty-two codewords of up to 32 bits: \a low has those of the even fours, \a high of the odd ones. False, and
+// nothing written, when two together have more than 56.
+RV_AVX512_INLINE bool put(BitWriter &writer, __m512i low, __m512i high, __m512i lengths)
 {
+    const __m512i zero = _mm512_setzero_si512();
     const __m512i most = _mm512_set1_epi64(56);
-    const __m512i low = _mm512_set1_epi64(0xffffffff);
-    const Words two = joined(_mm512_and_si512(words.value, low), _mm512_and_si512(words.length, low),
-                             _mm512_srli_epi64(words.value, 32), _mm512_srli_epi64(words.length, 32));
-    const Words four = joined(two.value, two.length, _mm512_shuffle_epi32(two.value, _MM_PERM_BADC),
-                              _mm512_shuffle_epi32(two.length, _MM_PERM_BADC));
-    if (_mm512_cmpgt_epi64_mask(four.length, most) != 0) {
-        if (_mm512_cmpgt_epi64_mask(two.length, most) != 0)
-            return false;
-        putEach<1>(writer, two);
+    const __m512i pairLengths = _mm512_madd_epi16(lengths, _mm512_set1_epi16(1)); // of 32 bits
+    if (_mm512_cmpgt_epi32_mask(pairLengths, _mm512_set1_epi32(56)) != 0)
+        return false;
+    const __m512i seconds = _mm512_srli_epi32(lengths, 16);
+    const __m512i lowPairs = paired(low, _mm512_unpacklo_epi32(seconds, zero));
+    const __m512i highPairs = paired(high, _mm512_unpackhi_epi32(seconds, zero));
+    const __m512i secondPairLengths = _mm512_srli_epi64(pairLengths, 32);
+    const __m512i four = joined(_mm512_unpacklo_epi64(lowPairs, highPairs),
+                                _mm512_unpackhi_epi64(lowPairs, highPairs), secondPairLengths);
+    const __m512i fourLengths
+        = _mm512_add_epi64(_mm512_maskz_mov_epi32(0x5555, pairLengths), secondPairLengths);
+    if (_mm512_cmpgt_epi64_mask(fourLengths, most) != 0) {
+        putPairs(writer, lowPairs, highPairs, pairLengths);
         return true;
     }
-    const Words eight = joined(four.value, four.length, _mm512_shuffle_i64x2(four.value, four.value, 0xb1),
-                               _mm512_shuffle_i64x2(four.length, four.length, 0xb1));
-    if (_mm512_cmpgt_epi64_mask(eight.length, most) != 0)
-        putEach<2>(writer, four);
+    const __m512i otherLengths = _mm512_shuffle_epi32(fourLengths, _MM_PERM_BADC);
+    const __m512i eightLengths = _mm512_add_epi64(fourLengths, otherLengths);
+    if (_mm512_cmpgt_epi64_mask(eightLengths, most) != 0)
+        putEach<1>(writer, four, fourLengths);
     else
-        putEach<4>(writer, eight);
+        putEach<2>(writer, joined(four, _mm512_shuffle_epi32(four, _MM_PERM_BADC), otherLengths), eightLengths);
     return true;
 }
 
-RV_AVX512_INLINE __m512i wide(__m256i values)
+RV_AVX512_INLINE __m512i load(const void *from)
 {
-    return _mm512_cvtepu16_epi32(values);
+    return _mm512_loadu_si512(from);
 }
 
-RV_AVX512_INLINE __m256i load(const std::uint16_t *from)
+RV_AVX512_INLINE __mmask32 firstOf(int count)
 {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(from));
+    return count >= 32 ? 0xffffffffu : (1u << count) - 1;
 }
 
+alignas(64) constexpr auto laneBefore = [] {
+    std::array<std::uint16_t, 32> lanes {};
+    for (std::size_t i = 1; i < lanes.size(); ++i)
+        lanes[i] = static_cast<std::uint16_t>(i - 1);
+    return lanes;
+}();
+
+// DC levels have up to 14 bits and a sign, their differences fit 16 bits.
 RV_AVX512_INLINE void putDc(BitWriter &writer, const Levels &levels)
 {
     DcCoder scalar;
     const Codeword begin = scalar.first(levels.dc[0]);
     writer.put(begin.value, begin.length);
-    const Lookup table = lookupOf(dcTable);
+    if (levels.blocks == 1)
+        return;
     const __m512i zero = _mm512_setzero_si512();
-    __m512i before = _mm512_set1_epi32(3); // as the first code wants
-    for (int i = 1; i < levels.blocks; i += 16) {
-        const auto *from = levels.dc + i;
-        const __m512i difference = _mm512_sub_epi32(
-            _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(from))),
-            _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(from - 1))));
-        const __m512i last = _mm512_alignr_epi32(difference, before, 15);
-        before = difference;
-        const __m512i told = _mm512_mask_sub_epi32(difference, _mm512_cmplt_epi32_mask(last, zero), zero, difference);
-        const __m512i folded = _mm512_xor_si512(_mm512_add_epi32(told, told), _mm512_srai_epi32(told, 31));
-        const __m512i contexts = _mm512_min_epu32(_mm512_abs_epi32(last), _mm512_set1_epi32(3));
-        const int left = levels.blocks - i;
-        const auto valid = static_cast<__mmask16>(left >= 16 ? 0xffff : (1 << left) - 1);
-        Words words = wordsFor(folded, contexts, table);
-        words.value = _mm512_maskz_mov_epi32(valid, words.value);
-        words.length = _mm512_maskz_mov_epi32(valid, words.length);
-        if (put(writer, words))
-            continue;
-        alignas(64) std::uint32_t values[16];
-        alignas(64) std::int32_t lengths[16];
-        _mm512_store_si512(values, words.value);
-        _mm512_store_si512(lengths, words.length);
-        for (int k = 0; k < 16; ++k)
-            writer.put(values[k], lengths[k]);
-    }
+    const __mmask32 valid = firstOf(levels.blocks - 1);
+    const __m512i difference = _mm512_sub_epi16(load(levels.dc + 1), load(levels.dc));
+    // The difference before it, which for the first is as its code wants.
+    const __m512i before = _mm512_mask_permutexvar_epi16(_mm512_set1_epi16(3), ~1u, load(laneBefore.data()), difference);
+    const __m512i told = _mm512_mask_sub_epi16(difference, _mm512_movepi16_mask(before), zero, difference);
+    const __m512i folded = _mm512_xor_si512(_mm512_add_epi16(told, told), _mm512_srai_epi16(told, 15));
+    const __m512i contexts = _mm512_min_epu16(_mm512_abs_epi16(before), _mm512_set1_epi16(3));
+    Words words = wordsFor(folded, contexts, lookupOf(narrowDcTable));
+    words.value = _mm512_maskz_mov_epi16(valid, words.value);
+    words.length = _mm512_maskz_mov_epi16(valid, words.length);
+    if (put(writer, _mm512_unpacklo_epi16(words.value, zero), _mm512_unpackhi_epi16(words.value, zero), words.length))
+        return;
+    alignas(64) std::uint16_t values[32];
+    alignas(64) std::uint16_t lengths[32];
+    _mm512_store_si512(values, words.value);
+    _mm512_store_si512(lengths, words.length);
+    for (int i = 0; i < levels.blocks - 1; ++i)
+        writer.put(values[i], lengths[i]);
+}
+
+// The run's codeword before the level's, whose length is given.
+RV_AVX512_INLINE __m512i behind(__m512i levelAndRun, __m512i levelLength)
+{
+    return _mm512_ternarylogic_epi32(_mm512_sllv_epi32(_mm512_srli_epi32(levelAndRun, 16), levelLength), levelAndRun,
+                                     _mm512_set1_epi32(0xffff), 0xf8);
 }
 
 } // namespace
@@ -141,33 +174,36 @@ RV_AVX512 std::uint8_t *codeAvx512(const Levels &levels, std::uint8_t *to)
 {
     BitWriter writer(to);
     putDc(writer, levels);
-    const Lookup runLookup = lookupOf(runTable);
-    const Lookup levelLookup = lookupOf(levelTable);
-    const __m256i one = _mm256_set1_epi16(1);
-    const __m256i most = _mm256_set1_epi16(15);
+    const Lookup runLookup = lookupOf(narrowRunTable);
+    const Lookup levelLookup = lookupOf(narrowLevelTable);
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i one = _mm512_set1_epi16(1);
+    const __m512i most = _mm512_set1_epi16(15);
     const int end = Levels::lead + levels.count;
-    for (int i = Levels::lead; i < end; i += 16) {
-        const __m256i last = load(levels.position + i - 1);
-        const __m256i runs = _mm256_sub_epi16(_mm256_sub_epi16(load(levels.position + i), last), one);
-        const __m256i lastRuns = _mm256_sub_epi16(_mm256_sub_epi16(last, load(levels.position + i - 2)), one);
-        const __m256i given = load(levels.level + i);
-        const __m256i lastMagnitudes = _mm256_srli_epi16(load(levels.level + i - 1), 1);
-        const Words run = wordsFor(wide(runs), wide(_mm256_min_epu16(lastRuns, most)), runLookup);
-        const __m512i levelAndSign = wide(given);
-        const __m512i one32 = _mm512_set1_epi32(1);
-        const Words level = wordsFor(_mm512_sub_epi32(_mm512_srli_epi32(levelAndSign, 1), one32),
-                                     wide(_mm256_min_epu16(lastMagnitudes, most)), levelLookup);
-        const __m512i levelLength = _mm512_add_epi32(level.length, one32);
+    for (int i = Levels::lead; i < end; i += 32) {
+        const __m512i last = load(levels.position + i - 1);
+        const __m512i runs = _mm512_sub_epi16(_mm512_sub_epi16(load(levels.position + i), last), one);
+        const __m512i lastRuns = _mm512_sub_epi16(_mm512_sub_epi16(last, load(levels.position + i - 2)), one);
+        const __m512i given = load(levels.level + i);
+        const __m512i lastMagnitudes = _mm512_srli_epi16(load(levels.level + i - 1), 1);
+        const Words run = wordsFor(runs, _mm512_min_epu16(lastRuns, most), runLookup);
+        const Words level = wordsFor(_mm512_sub_epi16(_mm512_srli_epi16(given, 1), one),
+                                     _mm512_min_epu16(lastMagnitudes, most), levelLookup);
+        const __mmask32 valid = firstOf(end - i);
+        const __m512i levelLengths = _mm512_add_epi16(level.length, one);
+        const __m512i lengths = _mm512_maskz_add_epi16(valid, run.length, levelLengths);
         // (level.value << 1) | (sign & 1)
-        const __m512i signedLevel = _mm512_ternarylogic_epi32(
-            _mm512_add_epi32(level.value, level.value), levelAndSign, one32, 0xf8);
-        const int left = end - i;
-        const auto valid = static_cast<__mmask16>(left >= 16 ? 0xffff : (1 << left) - 1);
-        const __m512i length = _mm512_maskz_add_epi32(valid, run.length, levelLength);
-        const __m512i value = _mm512_maskz_or_epi32(valid, _mm512_sllv_epi32(run.value, levelLength), signedLevel);
-        if (_mm512_cmpgt_epu32_mask(length, _mm512_set1_epi32(32)) == 0 && put(writer, {value, length}))
+        const __m512i signedLevel
+            = _mm512_ternarylogic_epi32(_mm512_add_epi16(level.value, level.value), given, one, 0xf8);
+        const __m512i levelWords16 = _mm512_maskz_mov_epi16(valid, signedLevel);
+        const __m512i runWords16 = _mm512_maskz_mov_epi16(valid, run.value);
+        const __m512i low = behind(_mm512_unpacklo_epi16(levelWords16, runWords16),
+                                   _mm512_unpacklo_epi16(levelLengths, zero));
+        const __m512i high = behind(_mm512_unpackhi_epi16(levelWords16, runWords16),
+                                    _mm512_unpackhi_epi16(levelLengths, zero));
+        if (_mm512_cmpgt_epu16_mask(lengths, _mm512_set1_epi16(32)) == 0 && put(writer, low, high, lengths))
             continue;
-        for (int k = i; k < end && k < i + 16; ++k)
+        for (int k = i; k < end && k < i + 32; ++k)
             codeLevel(writer, levels, k);
     }
     return writer.end();

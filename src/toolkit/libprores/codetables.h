@@ -66,8 +66,30 @@ inline constexpr CodeClasses levelClasses = codeClasses(levelCodes);
 inline constexpr CodeTable<8> dcClasses = codeClasses(dcCodes).codes;
 static_assert(codeClasses(dcCodes).of[2] == 2 && codeClasses(dcCodes).of[3] == 3); // contexts are classes
 
-inline constexpr auto runTable = codeTable<16>(runCodes);
-inline constexpr auto levelTable = codeTable<16>(levelCodes);
-inline constexpr auto dcTable = codeTable<16>(dcCodes);
+/// The same in 16 bits, twice over: all numbers fit, runs being below 2048 and magnitudes below 16384.
+struct NarrowCodeTable {
+    alignas(64) std::uint16_t threshold[32];
+    alignas(64) std::uint16_t add[32];
+    alignas(64) std::uint16_t length[32];
+    alignas(64) std::uint16_t rice[32];
+};
+
+template <std::size_t Given>
+constexpr NarrowCodeTable narrowCodeTable(const std::array<Code, Given> &codes)
+{
+    const CodeTable<16> wide = codeTable<16>(codes);
+    NarrowCodeTable table {};
+    for (std::size_t i = 0; i < 32; ++i) {
+        table.threshold[i] = static_cast<std::uint16_t>(wide.threshold[i % 16]);
+        table.add[i] = static_cast<std::uint16_t>(wide.add[i % 16]);
+        table.length[i] = static_cast<std::uint16_t>(wide.length[i % 16]);
+        table.rice[i] = static_cast<std::uint16_t>(wide.rice[i % 16]);
+    }
+    return table;
+}
+
+inline constexpr auto narrowRunTable = narrowCodeTable(runCodes);
+inline constexpr auto narrowLevelTable = narrowCodeTable(levelCodes);
+inline constexpr auto narrowDcTable = narrowCodeTable(dcCodes);
 
 } // namespace prores
