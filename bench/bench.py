@@ -21,6 +21,7 @@ from datetime import datetime
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "system"))
 import rig  # noqa: E402
+import bench_clips  # noqa: E402
 import test_media  # noqa: E402
 import test_rollover  # noqa: E402
 
@@ -436,9 +437,13 @@ def topic_prores(bin_dir):
     print(run_program(bin_dir, "prores_decoding"), end="", flush=True)
 
 
+def topic_clips(bin_dir):
+    bench_clips.measure(sys.modules[__name__], bin_dir)
+
+
 TOPICS = {"engine": topic_engine, "recording": topic_recording, "ee": topic_ee, "cue": topic_cue,
           "store": topic_store, "codecs": topic_codecs, "media": topic_media, "rollover": topic_rollover,
-          "prores": topic_prores}
+          "clips": topic_clips, "prores": topic_prores}
 
 
 def machine():
