@@ -494,6 +494,10 @@ private slots:
         QTest::newRow("value with blanks") << "set encodetype \"prores\\ 422\\ h\"" << "ProRes\\ 422\\ HQ";
         QTest::newRow("value") << "set eParamLoopPlayback o" << "Off On";
         QTest::newRow("shell") << "completion b" << "bash";
+        QTest::newRow("edit") << "playlist m" << "move";
+        QTest::newRow("switch") << "rollover o" << "on off";
+        QTest::newRow("medium") << "ej" << "eject";
+        QTest::newRow("no slots are told of") << "eject /" << "";
         QTest::newRow("nothing") << "get xyz" << "";
     }
 
