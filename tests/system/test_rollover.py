@@ -6,9 +6,9 @@ import sys
 import time
 from array import array
 
-import rig
-from rig import Recorder, check, clip_numbers, main, probe, stream_of, wait_until
-from test_media import consecutive, fill_to, free_percent, reasons, said, wait_said
+from hangingmedium import HangingMedium
+from rig import Failed, Recorder, check, clip_numbers, main, probe, stream_of, wait_until
+from test_media import consecutive, fill_to, reasons, wait_said
 
 FORMAT = ("320x180", 30000, 1001)
 CHANNELS = 2
@@ -18,8 +18,8 @@ FPS = 30
 ROLLOVER_LEVEL = 10.4    # rounds to 10 %
 VITC = 1
 IN_RECORD, STANDBY_OFF = 2, 1
-MAKERS = {"ext4": ["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=0"], "xfs": ["mkfs.xfs", "-q"]}
-SIZES = {"tmpfs": "64m", "ext4": "64m", "xfs": "320m"}
+MAKERS = {"ext4": ["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=0", "-e", "remount-ro"], "xfs": ["mkfs.xfs", "-q"]}
+SIZES = {"tmpfs": "128m", "ext4": "64m", "xfs": "320m"}
 
 
 class Volume:
@@ -62,6 +62,8 @@ class Volume:
 class RolloverRecorder(Recorder):
     """A recorder with a slot for each kind of medium and a camera that numbers pictures and samples."""
 
+    disturbances = 0  # recordings that ended because the machine had no time for a frame, in all
+
     def __init__(self, bin_dir, kinds):
         super().__init__(bin_dir, source="bus:/rvd_input_0", medium="none")
         names = [self.medium] + [os.path.join(self.dir, f"slot{i + 2}") for i in range(len(kinds) - 1)]
@@ -87,6 +89,7 @@ class RolloverRecorder(Recorder):
         return super().spawn(name, *map(str, arguments), **options)
 
     def stop(self):
+        RolloverRecorder.disturbances += self.log_text().count("stopped due to dropped frame")
         super().stop()
         for volume in self.volumes:
             subprocess.run(["umount", "-l", volume.path], stderr=subprocess.DEVNULL, check=False)
@@ -113,6 +116,22 @@ class RolloverRecorder(Recorder):
         path = os.path.join(volume.path, name)
         check(os.path.exists(path), f"{name} on {volume.path}: {volume.clips()}; {reasons(self)}")
         return path
+
+
+def undisturbed(test):
+    """A busy machine drops a frame, and the recorder says so: then the test is done again, twice at most."""
+    def tried(bin_dir):
+        for _ in range(2):
+            before = RolloverRecorder.disturbances
+            try:
+                return test(bin_dir)
+            except Failed:
+                if RolloverRecorder.disturbances == before:
+                    raise
+            print(f"       {test.__name__} again: the machine was busy", flush=True)
+        return test(bin_dir)
+    tried.__name__ = test.__name__
+    return tried
 
 
 # What an independent reader finds in a clip
@@ -189,7 +208,7 @@ def ten_rollovers_in_a_row_have_no_seam(bin_dir):
         order = [recorder.volumes[0]]
         for _ in range(10):
             order.append(recorder.next_volume())
-            time.sleep(0.3)
+            time.sleep(0.1)
             fill_to(order[-2].path, ROLLOVER_LEVEL)
             recorder.wait_for("ActivePath", order[-1].path)
             order[-2].empty()
@@ -202,5 +221,187 @@ def ten_rollovers_in_a_row_have_no_seam(bin_dir):
         print(f"       {frames} frames in 11 clips")
 
 
+# Media that are no good when their turn comes
+
+def roll_over(recorder, before, after):
+    """Fills the active volume and waits until the recording goes on on the next one."""
+    fill_to(before.path, ROLLOVER_LEVEL)
+    recorder.wait_for("ActivePath", after.path)
+    check(recorder.records(), f"the recording has ended: {reasons(recorder)}")
+
+
+def stops_by_itself(recorder):
+    wait_until("the recording stops", lambda: not recorder.records(), 20)
+    check(recorder.processes["rvd"].poll() is None, "the daemon is gone")
+
+
+def frozen(volume):
+    """Whoever writes to the volume waits until it is thawed."""
+    class Frozen:
+        def __enter__(self):
+            subprocess.run(["fsfreeze", "-f", volume.path], check=True)
+
+        def __exit__(self, *unused):
+            subprocess.run(["fsfreeze", "-u", volume.path], check=True)
+    return Frozen()
+
+
+def only_media_that_can_be_written_are_next(bin_dir):
+    with RolloverRecorder(bin_dir, ["tmpfs", "tmpfs", "tmpfs"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes[0], recorder.next_volume()
+        third = (set(recorder.volumes) - {first, second}).pop()
+        recorder.do("record")
+        second.remount("ro")
+        recorder.wait_for("RolloverPath", third.path)
+        third.pull()
+        recorder.wait_for("RolloverPath", "")
+        fill_to(first.path, 9.9)  # would roll over, were there a medium
+        time.sleep(1)
+        check(recorder.records(), f"it goes on to the stop level: {reasons(recorder)}")
+        third.mount()
+        recorder.wait_for("ActivePath", third.path)
+        recorder.wait_for("RolloverPath", first.path)
+        second.remount("rw")
+        first.remount("ro")
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.finish(2)
+        check_joined([recorder.part(1, first), recorder.part(2, third)])
+
+
+def without_a_next_medium_it_stops_with_the_clip_whole(bin_dir):
+    with RolloverRecorder(bin_dir, ["ext4", "tmpfs"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes
+        second.remount("ro")
+        recorder.wait_for("RolloverPath", "")
+        recorder.do("record")
+        time.sleep(1)
+        fill_to(first.path, 8.4)
+        stops_by_itself(recorder)
+        recorder.finish(1)
+        check(check_joined([recorder.part(1, first)]) > 20, "a clip of a second")
+        check(not second.clips(), "nothing on the read-only medium")
+
+
+def a_medium_pulled_while_the_old_clip_closes_gives_way_to_another(bin_dir):
+    with RolloverRecorder(bin_dir, ["ext4", "tmpfs", "tmpfs"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes[0], recorder.next_volume()
+        third = (set(recorder.volumes) - {first, second}).pop()
+        recorder.do("record")
+        time.sleep(1)
+        fill_to(first.path, ROLLOVER_LEVEL)
+        with frozen(first):
+            recorder.wait_log("STREAM: Reopen Record Stream")
+            second.pull()
+            recorder.wait_for("RolloverPath", third.path)
+            time.sleep(1.5)
+            check("STREAM: Close is Done" not in recorder.log_text(), "the close waits for its medium")
+        recorder.wait_for("ActivePath", third.path)
+        time.sleep(1)
+        recorder.finish(2)
+        check(not os.listdir(second.path), "nothing is left where the medium was")
+        check_joined([recorder.part(1, first), recorder.part(2, third)])
+
+
+def the_recorder_lives_on_when_the_only_next_medium_is_pulled_in_a_rollover(bin_dir):
+    with RolloverRecorder(bin_dir, ["ext4", "tmpfs"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.do("record")
+        time.sleep(1)
+        fill_to(first.path, ROLLOVER_LEVEL)
+        with frozen(first):
+            recorder.wait_log("STREAM: Reopen Record Stream")
+            second.pull()
+            recorder.wait_for("RolloverPath", "")
+        recorder.wait_log("Rollover path is empty!")
+        stops_by_itself(recorder)
+        check_joined([recorder.part(1, first)])
+        recorder.wait_for("StorageInUse", 2)
+        # There is room again, and everybody knows where.
+        first.empty()
+        check(recorder.get("ActivePath") == first.path, "the active medium")
+        closed = recorder.log_text().count("STREAM: Close is Done")
+        wait_until("it records again", lambda: recorder.ctl("--wait", "--timeout", 2, "record").returncode == 0)
+        time.sleep(0.5)
+        recorder.finish(closed + 1)
+        check(len(first.clips()) == 2, f"{first.clips()}")
+
+
+def a_medium_that_fails_unseen_ends_the_recording_and_gives_way(bin_dir):
+    with RolloverRecorder(bin_dir, ["tmpfs", "ext4"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.do("record")
+        time.sleep(1)
+        device = os.path.basename(subprocess.run(["findmnt", "-no", "SOURCE", second.path], capture_output=True,
+                                                 text=True, check=True).stdout.strip())
+        fill_to(first.path, ROLLOVER_LEVEL)
+        with open(f"/sys/fs/ext4/{device}/trigger_fs_error", "w", encoding="ascii") as trigger:
+            trigger.write("rollover")
+        stops_by_itself(recorder)
+        recorder.wait_log("STREAM: Open Error 30")
+        recorder.wait_for("StorageInUse", 2)
+        check_joined([recorder.part(1, first)])
+        first.empty()
+        recorder.wait_for("ActivePath", first.path)
+        recorder.do("record")
+        recorder.wait_for("RolloverPath", "")
+
+
+def a_next_medium_that_falls_silent_or_dies_gives_way(bin_dir):
+    with RolloverRecorder(bin_dir, ["tmpfs", "tmpfs"]) as recorder:
+        with HangingMedium(os.path.join(recorder.dir, "hanging")) as silent, \
+                HangingMedium(os.path.join(recorder.dir, "dying")) as dying:
+            recorder.start()
+            first, second = recorder.volumes
+            recorder.do("record")
+            recorder.set("RolloverPath", silent.path)
+            wait_said(recorder, f"clips on {silent.path}")
+            check(recorder.get("RolloverPath") == silent.path, "a client's choice with room")
+            silent.hang()
+            recorder.wait_for("RolloverPath", second.path)
+            recorder.set("RolloverPath", dying.path)
+            wait_said(recorder, f"clips on {dying.path}")
+            check(recorder.get("RolloverPath") == dying.path, "a client's choice with room")
+            dying.die()
+            recorder.wait_for("RolloverPath", second.path)
+            roll_over(recorder, first, second)
+            recorder.finish(2)
+            check_joined([recorder.part(1, first), recorder.part(2, second)])
+
+
+def a_service_that_was_away_during_a_rollover_catches_up(bin_dir):
+    with RolloverRecorder(bin_dir, ["tmpfs", "tmpfs"]) as recorder:
+        recorder.start()
+        first, second = recorder.volumes
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.do("record")
+        time.sleep(0.5)
+        recorder.processes["rvmedia"].kill()
+        recorder.processes["rvmedia"].wait()
+        fill_to(first.path, ROLLOVER_LEVEL)
+        recorder.wait_log(f"Rollover from {first.path} to {second.path} has completed.")
+        recorder.wait_for("StorageInUse", 3)
+        first.empty()
+        recorder.start_media()
+        recorder.wait_for("ActivePath", second.path)
+        recorder.wait_for("RolloverPath", first.path)
+        roll_over(recorder, second, first)
+        recorder.finish(3)
+        check_joined([recorder.part(1, first), recorder.part(2, second), recorder.part(3, first)])
+
+
 if __name__ == "__main__":
-    main([ten_rollovers_in_a_row_have_no_seam])
+    main([undisturbed(test) for test in [
+        ten_rollovers_in_a_row_have_no_seam, only_media_that_can_be_written_are_next,
+        without_a_next_medium_it_stops_with_the_clip_whole,
+        a_medium_pulled_while_the_old_clip_closes_gives_way_to_another,
+        the_recorder_lives_on_when_the_only_next_medium_is_pulled_in_a_rollover,
+        a_medium_that_fails_unseen_ends_the_recording_and_gives_way,
+        a_next_medium_that_falls_silent_or_dies_gives_way,
+        a_service_that_was_away_during_a_rollover_catches_up]])
