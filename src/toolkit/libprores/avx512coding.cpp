@@ -144,7 +144,8 @@ RV_AVX512_INLINE void putDc(BitWriter &writer, const Levels &levels)
     const __mmask32 valid = firstOf(levels.blocks - 1);
     const __m512i difference = _mm512_sub_epi16(load(levels.dc + 1), load(levels.dc));
     // The difference before it, which for the first is as its code wants.
-    const __m512i before = _mm512_mask_permutexvar_epi16(_mm512_set1_epi16(3), ~1u, load(laneBefore.data()), difference);
+    const __m512i before
+        = _mm512_mask_permutexvar_epi16(_mm512_set1_epi16(3), ~1u, load(laneBefore.data()), difference);
     const __m512i told = _mm512_mask_sub_epi16(difference, _mm512_movepi16_mask(before), zero, difference);
     const __m512i folded = _mm512_xor_si512(_mm512_add_epi16(told, told), _mm512_srai_epi16(told, 15));
     const __m512i contexts = _mm512_min_epu16(_mm512_abs_epi16(before), _mm512_set1_epi16(3));

@@ -43,7 +43,18 @@ struct Band {
 struct Encoder::Private {
     Private(const Format &f, const Settings &s, Workers *w);
 
+    /// A slice that was coded for the prediction. Coded with the same index it is the frame's own.
+    struct Sampled {
+        int slice = -1;
+        int index = 0;
+        std::size_t begin = 0;
+        std::size_t bytes = 0;
+        std::size_t alphaBytes = 0;
+    };
+
     void forBands(void (*job)(void *, int));
+    const Sampled *sampledAt(int slice) const;
+    std::uint8_t *codeSlice(const Lines &from, SlicePlace place, int slice, Band &band, std::uint8_t *to);
     void codeBand(Band &band);
     int indexOf(int slice) const { return settings.index > 0 ? settings.index : rate.index(slice); }
     RateControl::Prediction predicted(int step);
@@ -68,6 +79,9 @@ struct Encoder::Private {
     std::vector<Band> bands;
     std::vector<std::uint16_t> sliceBytes;
     bool withoutDetail = false;
+    std::vector<Sampled> sampled;                // of the last prediction, by slice / sampledStep
+    int sampledStep = sparseSample;
+    std::unique_ptr<std::uint8_t[]> sampleBytes; // uninitialised
 };
 
 Encoder::Private::Private(const Format &f, const Settings &s, Workers *w)
@@ -83,6 +97,10 @@ Encoder::Private::Private(const Format &f, const Settings &s, Workers *w)
     sliceBytes.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(slicesPerRow));
     headerBytes += static_cast<std::size_t>(pictures) * pictureHeaderBytes + sliceBytes.size() * 2;
     lines.reserve(2);
+    if (settings.index == 0) {
+        sampleBytes = std::make_unique_for_overwrite<std::uint8_t[]>(
+            (sliceBytes.size() / denseSample + 1) * SliceCoder::largestSliceBytes());
+    }
     const int count = workers != nullptr && workers->count() > 1 ? workers->count() * bandsPerWorker : 1;
     for (int i = 0; i < count; ++i) {
         Band band;
@@ -107,6 +125,25 @@ void Encoder::Private::forBands(void (*job)(void *, int))
         workers->run(static_cast<int>(bands.size()), job, this);
 }
 
+const Encoder::Private::Sampled *Encoder::Private::sampledAt(int slice) const
+{
+    if (sampled.empty() || withoutDetail)
+        return nullptr;
+    const Sampled &sample = sampled[static_cast<std::size_t>(slice / sampledStep)];
+    return sample.slice == slice && sample.index == indexOf(slice) ? &sample : nullptr;
+}
+
+std::uint8_t *Encoder::Private::codeSlice(const Lines &from, SlicePlace place, int slice, Band &band,
+                                          std::uint8_t *to)
+{
+    const Sampled *sample = sampledAt(slice);
+    if (sample == nullptr)
+        return coder.code(from, place, indexOf(slice), *band.scratch, to);
+    std::memcpy(to, sampleBytes.get() + sample->begin, sample->bytes);
+    band.scratch->alphaBytes += sample->alphaBytes;
+    return to + sample->bytes;
+}
+
 void Encoder::Private::codeBand(Band &band)
 {
     band.scratch->alphaBytes = 0;
@@ -118,7 +155,7 @@ void Encoder::Private::codeBand(Band &band)
         for (int s = 0; s < slicesPerRow; ++s) {
             const SlicePlace place = from.geometry.slice(row % rowsPerPicture * slicesPerRow + s);
             const int slice = row * slicesPerRow + s;
-            std::uint8_t *end = coder.code(from, place, indexOf(slice), *band.scratch, to);
+            std::uint8_t *end = codeSlice(from, place, slice, band, to);
             sliceBytes[static_cast<std::size_t>(slice)] = static_cast<std::uint16_t>(end - to);
             to = end;
         }
@@ -136,10 +173,13 @@ RateControl::Prediction Encoder::Private::predicted(int step)
     std::uint64_t bytes = 0;
     std::uint64_t probedBytes = 0;
     std::uint64_t macroblocks = 0;
+    std::size_t used = 0;
+    sampled.assign((sliceBytes.size() + static_cast<std::size_t>(step) - 1) / static_cast<std::size_t>(step), {});
+    sampledStep = step;
     for (int slice = step / 2 < slices ? step / 2 : 0; slice < slices; slice += step) {
         const Lines &from = lines[static_cast<std::size_t>(slice / perPicture)];
         const SlicePlace place = from.geometry.slice(slice % perPicture);
-        std::uint8_t *begin = bands.front().bytes.get();
+        std::uint8_t *begin = sampleBytes.get() + used;
         const std::size_t alphaBefore = scratch.alphaBytes;
         coder.transform(from, place, scratch);
         const bool isLast = (slice + step) / perPicture != slice / perPicture;
@@ -147,7 +187,11 @@ RateControl::Prediction Encoder::Private::predicted(int step)
             = isLast ? SliceAhead() : coder.ahead(from, from.geometry.slice((slice + step) % perPicture));
         coder.quantiseTransformed(place, rate.index(slice), scratch, ahead);
         const std::uint8_t *end = coder.codeQuantised(from, place, rate.index(slice), scratch, begin);
-        const std::size_t own = static_cast<std::size_t>(end - begin) - (scratch.alphaBytes - alphaBefore);
+        const std::size_t alpha = scratch.alphaBytes - alphaBefore;
+        const std::size_t own = static_cast<std::size_t>(end - begin) - alpha;
+        sampled[static_cast<std::size_t>(slice / step)]
+            = {slice, rate.index(slice), used, own + alpha, alpha};
+        used += own + alpha;
         const std::uint32_t estimated = coder.estimatedBits(scratch);
         coder.quantiseTransformed(place, rate.index(slice, RateControl::probe), scratch, ahead);
         const std::uint32_t probed = coder.estimatedBits(scratch);
