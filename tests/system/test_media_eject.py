@@ -182,6 +182,11 @@ def the_slots_are_shown_with_room_and_time(bin_dir):
         now = media(recorder)[recorder.medium]["freeBytes"]
         check(now < before - 5000000, f"{before} to {now}")
         recorder.do("stop")
+        completed = subprocess.run(
+            ["bash", "-c", "source <(rvctl completion bash); COMP_WORDS=(rvctl eject ''); COMP_CWORD=2; _rvctl;"
+             " eval printf '%s\\\\n' ${COMPREPLY[@]}"], capture_output=True, text=True, check=True,
+            env={**recorder.environment, "PATH": recorder.bin + ":" + os.environ["PATH"]}).stdout.splitlines()
+        check(completed == recorder.slots, f"the shell completes {completed}")
         subprocess.run(["mount", "-o", "remount,ro", second.path], check=True)
         check(media(recorder)[second.path]["readOnly"], "it may not be written")
         check("read-only" in recorder.ctl("media").stdout, "people are told")
