@@ -45,7 +45,7 @@ install: build
 # What takes long: about three quarters of an hour.
 soak: build
 	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture clip_torture \
-		tst_media_listing fuzz_clip fuzz_medium
+		tst_media_listing fuzz_clip fuzz_clipreader fuzz_medium
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
 
 coverage: packages

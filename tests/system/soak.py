@@ -1,7 +1,7 @@
 """What takes long: three million random acts against the engine; the store behind a bad network and killed by the
 thousand; writers of clips killed and cut off; recorders killed, and their system calls and media failing; every speed,
-end and join of playback in every format, frame by frame; ten minutes of recording 1080p25 as ProRes 422 without a
-dropped frame and in steady memory."""
+end and join of playback in every format, frame by frame; every data type in every format; ten minutes of recording
+1080p25 as ProRes 422 without a dropped frame and in steady memory."""
 
 import os
 import subprocess
@@ -75,12 +75,18 @@ def clips_survive_kills_and_power_cuts(bin_dir):
 def hostile_media_cost_nothing_but_entries(bin_dir):
     passes(bin_dir, "tst_media_listing", RV_HOSTILE_CLIPS="19000")
     corpus = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "fuzz", "corpus")
-    for topic in ("clip", "medium"):
+    for topic in ("clip", "clipreader", "medium"):
         passes(bin_dir, f"fuzz_{topic}", "--seconds", "120", "--seed", str(int(time.time())), os.path.join(corpus, topic))
+
+
+def every_data_type_in_every_format_is_right_elsewhere(bin_dir):
+    script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "test_clip_formats.py")
+    outcome = subprocess.run(["python3", script, bin_dir, "all"], timeout=3600, check=False)
+    check(outcome.returncode == 0, "a clip is wrong, see above")
 
 
 if __name__ == "__main__":
     main([the_engine_survives_any_story, the_store_keeps_its_promises, clips_survive_kills_and_power_cuts,
           *test_failing_media.long(), *test_killed_daemon.long(),
-          hostile_media_cost_nothing_but_entries,
+          hostile_media_cost_nothing_but_entries, every_data_type_in_every_format_is_right_elsewhere,
           every_frame_follows_the_speed_law, ten_minutes_without_a_dropped_frame])

@@ -24,7 +24,18 @@ public:
 
     std::uint32_t u8() { return std::uint32_t(number(1)); }
     std::uint32_t u16() { return std::uint32_t(number(2)); }
-    std::uint32_t u32() { return std::uint32_t(number(4)); }
+    std::uint32_t u32()
+    {
+        if (left() < 4) {
+            skip(4);
+            return 0;
+        }
+        // In one piece: an index is millions of them.
+        const std::byte *bytes = &_bytes[_at];
+        _at += 4;
+        return std::to_integer<std::uint32_t>(bytes[0]) << 24 | std::to_integer<std::uint32_t>(bytes[1]) << 16
+            | std::to_integer<std::uint32_t>(bytes[2]) << 8 | std::to_integer<std::uint32_t>(bytes[3]);
+    }
     std::uint64_t u64() { return number(8); }
     /// 64 bits in version 1 of a box, 32 otherwise.
     std::uint64_t wide(bool is64) { return is64 ? u64() : u32(); }

@@ -100,6 +100,13 @@ void parseSamples(const BoxCursor &stbl, MovTrack &track, std::uint64_t fileSize
 {
     SampleTables tables(stbl);
     std::uint32_t left = tables.samples;
+    if (tables.sameSize == 0) {
+        // No more than the table has sizes, whatever it says.
+        const std::size_t stated = tables.sizes.left() / sizeof(std::uint32_t);
+        const std::size_t held = std::min({ std::size_t(left), stated, maxPictures });
+        track.offsets.reserve(held);
+        track.sizes.reserve(held);
+    }
     tables.forEachChunk([&](std::uint64_t offset, std::uint32_t samples) {
         for (; samples > 0 && left > 0; --samples, --left) {
             const std::uint32_t size = tables.sameSize != 0 ? tables.sameSize : tables.sizes.u32();
