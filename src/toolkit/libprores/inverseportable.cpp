@@ -17,43 +17,40 @@ std::int16_t shifted(std::uint32_t sum, int shift)
     return static_cast<std::int16_t>(std::clamp(static_cast<std::int32_t>(sum) >> shift, -32768, 32767));
 }
 
-std::uint32_t product(const short *weights, const std::uint32_t *inputs, int step)
+std::uint32_t product(const short *weights, const std::int16_t *inputs, int step)
 {
     std::uint32_t sum = 0;
     for (int i = 0; i < 4; ++i)
-        sum += static_cast<std::uint32_t>(std::int32_t {weights[i]}) * inputs[i * step];
+        sum += static_cast<std::uint32_t>(std::int32_t {weights[i]} * std::int32_t {inputs[i * step]});
     return sum;
 }
 
-std::uint32_t wide(std::int16_t value)
-{
-    return static_cast<std::uint32_t>(std::int32_t {value});
-}
-
-void inverseEight(Lanes *rows, std::ptrdiff_t step, std::uint32_t rounding, int shift)
+template <std::ptrdiff_t Step, std::uint32_t Rounding, int Shift>
+void inverseEight(Lanes *rows)
 {
     for (int lane = 0; lane < mostBlocks; ++lane) {
-        std::uint32_t x[8];
+        std::int16_t x[8];
         for (int i = 0; i < 8; ++i)
-            x[i] = wide(rows[i * step][lane]);
+            x[i] = rows[i * Step][lane];
         for (int k = 0; k < 4; ++k) {
-            const std::uint32_t even = product(inverseEven[k], x, 2) + rounding;
+            const std::uint32_t even = product(inverseEven[k], x, 2) + Rounding;
             const std::uint32_t odd = product(inverseOdd[k], x + 1, 2);
-            rows[k * step][lane] = shifted(even + odd, shift);
-            rows[(7 - k) * step][lane] = shifted(even - odd, shift);
+            rows[k * Step][lane] = shifted(even + odd, Shift);
+            rows[(7 - k) * Step][lane] = shifted(even - odd, Shift);
         }
     }
 }
 
 // The even part of the eight-point one on the four lowest coefficients.
-void inverseFour(Lanes *rows, std::ptrdiff_t step, std::uint32_t rounding, int shift)
+template <std::ptrdiff_t Step, std::uint32_t Rounding, int Shift>
+void inverseFour(Lanes *rows)
 {
     for (int lane = 0; lane < mostBlocks; ++lane) {
-        std::uint32_t x[4];
+        std::int16_t x[4];
         for (int i = 0; i < 4; ++i)
-            x[i] = wide(rows[i * step][lane]);
+            x[i] = rows[i * Step][lane];
         for (int k = 0; k < 4; ++k)
-            rows[k * step][lane] = shifted(product(inverseEven[k], x, 1) + rounding, shift);
+            rows[k * Step][lane] = shifted(product(inverseEven[k], x, 1) + Rounding, Shift);
     }
 }
 
@@ -99,10 +96,10 @@ void full(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPosi
     Lanes rows[64];
     dequantise(from, dequantiser, positions, 8, rows);
     for (int y = 0; y < 8; ++y)
-        inverseEight(rows + y * 8, 1, inverseRowRounding, inverseRowShift);
+        inverseEight<1, inverseRowRounding, inverseRowShift>(rows + y * 8);
     for (int x = 0; x < 8; ++x) {
         addMiddle(rows[x]);
-        inverseEight(rows + x, 8, 0, inverseColumnShift);
+        inverseEight<8, 0, inverseColumnShift>(rows + x);
     }
     put(rows, 8, order, to);
 }
@@ -113,10 +110,10 @@ void half(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPosi
     Lanes rows[16];
     dequantise(from, dequantiser, positions, 4, rows);
     for (int y = 0; y < 4; ++y)
-        inverseFour(rows + y * 4, 1, inverseRowRounding, inverseRowShift);
+        inverseFour<1, inverseRowRounding, inverseRowShift>(rows + y * 4);
     for (int x = 0; x < 4; ++x) {
         addMiddle(rows[x]);
-        inverseFour(rows + x, 4, 0, inverseColumnShift);
+        inverseFour<4, 0, inverseColumnShift>(rows + x);
     }
     put(rows, 4, order, to);
 }

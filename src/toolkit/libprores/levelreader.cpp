@@ -57,6 +57,7 @@ constexpr unsigned contextOf(std::uint32_t run, std::uint32_t magnitude)
 }
 
 constexpr unsigned firstContext = contextOf(4, 2);
+constexpr unsigned levelPending = classes * classes; ///< added to a context when its run was read
 
 struct Number {
     std::uint32_t value = 0;
@@ -78,34 +79,50 @@ constexpr Number numberAt(std::uint64_t bits, Code code)
     return {(static_cast<std::uint32_t>(zeros) << code.rice) + (all & ((1u << code.rice) - 1)), length};
 }
 
-// A run, a level and its sign, by contexts and bits. Of the entry, from below: 8 bits of length (0: not here), 8 of
-// the run + 1, 8 of the level, 8 of the contexts that follow.
+// A run, a level and its sign, by contexts and bits; where all three are too long, the run alone, and the level by one
+// more look-up in contexts of its own. Of the entry, from below: 8 bits of length (0: not here), 8 of the positions
+// to go on, 8 of the level (0: not yet), 8 of the contexts that follow.
 struct LevelTable {
-    std::uint32_t at[classes * classes << indexBits];
+    std::uint32_t at[2 * classes * classes << indexBits];
 
     LevelTable()
     {
-        for (unsigned context = 0; context < classes * classes; ++context) {
-            for (unsigned index = 0; index < 1u << indexBits; ++index)
-                at[context << indexBits | index] = entry(context, index);
+        for (unsigned context = 0; context < 2 * classes * classes; ++context) {
+            for (unsigned index = 0; index < 1u << indexBits; ++index) {
+                const std::uint64_t bits = std::uint64_t {index} << (64 - indexBits);
+                at[context << indexBits | index]
+                    = context < levelPending ? entry(context, bits) : levelEntry(context - levelPending, bits, 0, 0);
+            }
         }
     }
 
 private:
-    static std::uint32_t entry(unsigned context, unsigned index)
+    static std::uint32_t packed(int length, std::uint32_t onward, std::uint32_t level, unsigned context)
     {
-        const std::uint64_t bits = std::uint64_t {index} << (64 - indexBits);
-        const Number run = numberAt(bits, runClasses6.code[context / classes]);
-        if (run.length == 0 || run.length >= indexBits || run.value > mostRun)
-            return 0;
-        const Number level = numberAt(bits << run.length, levelClasses6.code[context % classes]);
-        const int length = run.length + level.length + 1;
+        return static_cast<std::uint32_t>(length) | onward << 8 | (level & 255) << 16 | context << 24;
+    }
+
+    // The level at the top of \a bits, behind \a before bits of its run; the context has the run's class.
+    static std::uint32_t levelEntry(unsigned context, std::uint64_t bits, int before, std::uint32_t onward)
+    {
+        const Number level = numberAt(bits, levelClasses6.code[context % classes]);
+        const int length = before + level.length + 1;
         if (level.length == 0 || length > indexBits || level.value > 126)
             return 0;
         const std::uint32_t magnitude = level.value + 1;
-        const bool isNegative = (index >> (indexBits - length) & 1) != 0;
-        return static_cast<std::uint32_t>(length) | (run.value + 1) << 8
-            | ((isNegative ? 256 - magnitude : magnitude) & 255) << 16 | contextOf(run.value, magnitude) << 24;
+        const bool isNegative = (bits << level.length) >> 63 != 0;
+        return packed(length, onward, isNegative ? 0 - magnitude : magnitude,
+                      context / classes * classes + contextOf(0, magnitude) % classes);
+    }
+
+    static std::uint32_t entry(unsigned context, std::uint64_t bits)
+    {
+        const Number run = numberAt(bits, runClasses6.code[context / classes]);
+        if (run.length == 0 || run.length > indexBits || run.value > mostRun)
+            return 0;
+        const unsigned pending = contextOf(run.value, 0) / classes * classes + context % classes;
+        const std::uint32_t both = levelEntry(pending, bits << run.length, run.length, run.value + 1);
+        return both != 0 ? both : packed(run.length, run.value + 1, 0, levelPending + pending);
     }
 };
 
@@ -206,22 +223,26 @@ void readDc(Reading *readings, int count, int blocks, const DcTable &table)
 bool readOne(Reading &reading, int limit)
 {
     reading.refill();
-    const std::uint32_t run = reading.number(runClasses6.code[reading.context / classes]);
-    if (reading.isDamaged)
-        return false;
-    if (run + 1 >= static_cast<std::uint32_t>(limit - reading.position)) {
-        reading.position = limit;
-        return true;
+    unsigned context = reading.context - levelPending;
+    if (reading.context < levelPending) {
+        const std::uint32_t run = reading.number(runClasses6.code[reading.context / classes]);
+        if (reading.isDamaged)
+            return false;
+        if (run + 1 >= static_cast<std::uint32_t>(limit - reading.position)) {
+            reading.position = limit;
+            return true;
+        }
+        reading.position += static_cast<int>(run) + 1;
+        context = contextOf(run, 0) / classes * classes + reading.context % classes;
+        if (reading.count <= longestCode)
+            reading.refill();
     }
-    reading.position += static_cast<int>(run) + 1;
-    if (reading.count <= longestCode)
-        reading.refill();
-    const std::uint32_t magnitude = reading.number(levelClasses6.code[reading.context % classes]) + 1;
+    const std::uint32_t magnitude = reading.number(levelClasses6.code[context % classes]) + 1;
     const bool isNegative = reading.bits >> 63 != 0;
     reading.take(1);
     const auto value = static_cast<std::uint16_t>(isNegative ? 0 - magnitude : magnitude);
     reading.to[reading.position] = static_cast<std::int16_t>(value);
-    reading.context = contextOf(run, magnitude);
+    reading.context = context / classes * classes + contextOf(0, magnitude) % classes;
     reading.isDamaged |= reading.count < 0;
     return !reading.isDamaged;
 }
@@ -302,7 +323,7 @@ void readTail(Reading &reading, int limit, const LevelTable &table)
             break;
     }
     reading.position = own.position;
-    reading.isDamaged = own.isDamaged || left() < 0;
+    reading.isDamaged = own.isDamaged || left() < 0 || (own.context >= levelPending && own.position < limit);
 }
 
 } // namespace
