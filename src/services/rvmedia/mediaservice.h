@@ -65,6 +65,7 @@ private:
     static bool isInUse(unsigned int use);
     void prepareForRecordings();
     void storageUseChanged(unsigned int use);
+    void checkUse();
     void followRollover();
     std::vector<MediumFacts> factsForRecording() const;
     void lookAround();
@@ -86,7 +87,7 @@ private:
     std::unique_ptr<Config> _config;
     std::unique_ptr<Config> _events;
     MountTable _mounts;
-    QTimer _sayInUse;   ///< runs between a rollover and the word that the storage is in use again
+    QTimer _checkUse;   ///< runs after a rollover
     QTimer _lookAround; ///< runs while the storage is in use
     std::vector<std::unique_ptr<Medium>> _media; ///< the slots, then paths that clients named
     std::string _wentTo; ///< the medium that the last rollover went to, until another one is active

@@ -6,13 +6,15 @@
 namespace
 {
 
-/// The daemon releases the storage right behind a rollover that has ended the recording: that word must be the last.
-constexpr int sayInUseMs = 200;
+constexpr int checkUseMs = 1000;
 constexpr int lookAroundMs = 2000;
 
 /// Values of eParamStorageInUse.
 constexpr unsigned int storageIsInUse = 1;
+constexpr unsigned int storageIsReleased = 2;
 constexpr unsigned int storageHasRolledOver = 3;
+/// Value of eParamTransportState.
+constexpr unsigned int stateStandbyOff = 1;
 
 } // namespace
 
@@ -23,23 +25,22 @@ bool MediaService::isInUse(unsigned int use)
 
 void MediaService::prepareForRecordings()
 {
-    _sayInUse.setSingleShot(true);
-    _sayInUse.setInterval(sayInUseMs);
-    connect(&_sayInUse, &QTimer::timeout, this, [this] {
-        if (storageUse() == storageHasRolledOver)
-            _config->setUInt32(eParamStorageInUse, storageIsInUse);
-    });
+    _checkUse.setSingleShot(true);
+    _checkUse.setInterval(checkUseMs);
+    connect(&_checkUse, &QTimer::timeout, this, &MediaService::checkUse);
     _lookAround.setInterval(lookAroundMs);
     connect(&_lookAround, &QTimer::timeout, this, &MediaService::lookAround);
 }
 
 /// Each value counts, even one that another has followed already. The storage is said to be in use again after a
-/// rollover, so that the next one is a change, too.
+/// rollover at once, so that the next one is a change, too.
 void MediaService::storageUseChanged(unsigned int use)
 {
     if (use == storageHasRolledOver) {
         followRollover();
-        _sayInUse.start();
+        if (storageUse() == storageHasRolledOver)
+            _config->setUInt32(eParamStorageInUse, storageIsInUse);
+        _checkUse.start();
     }
     if (!isInUse(use))
         _lookAround.stop();
@@ -49,6 +50,14 @@ void MediaService::storageUseChanged(unsigned int use)
     if (medium && medium->isPresent())
         medium->measure([this] { choose(); });
     choose();
+}
+
+/// A recording that ended with its rollover may have released the storage just before it was said to be in use.
+void MediaService::checkUse()
+{
+    unsigned int state = 0;
+    if (storageUse() == storageIsInUse && _config->getUInt32(eParamTransportState, state) && state == stateStandbyOff)
+        _config->setUInt32(eParamStorageInUse, storageIsReleased);
 }
 
 /// The recording goes on on the other medium.
