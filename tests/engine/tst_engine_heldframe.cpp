@@ -25,6 +25,7 @@ private slots:
     void oneThatTurnsInvalidIsDroppedAndTheNextOneOpens();
     void rolloverLosesAndDoublesNothing_data();
     void rolloverLosesAndDoublesNothing();
+    void tenRolloversInARowLoseAndDoubleNothing();
     void theStoryOfARollover();
     void aRolloverToNowhereEndsTheRecording_data();
     void aRolloverToNowhereEndsTheRecording();
@@ -311,6 +312,8 @@ void TestEngineHeldFrame::rolloverLosesAndDoublesNothing_data()
     QTest::newRow("slow both")     << 1   << 500  << 500;
     QTest::newRow("slow writes")   << 150 << 1    << 1;
     QTest::newRow("slow all over") << 150 << 300  << 300;
+    QTest::newRow("very slow close") << 1 << 3000 << 1;
+    QTest::newRow("very slow both")  << 1 << 3000 << 2000;
     // clang-format on
 }
 
@@ -321,6 +324,7 @@ void TestEngineHeldFrame::rolloverLosesAndDoublesNothing()
     QFETCH(int, openMs);
     EngineRig rig;
     rig.startUp();
+    rig.video.captureLimit = rig.video.setupsSent().last().maxBuffers(); // as asked for
     rig.media.writeMs = writeMs;
     const int before = rig.video.framesCaptured();
     rig.vtr->record();
@@ -347,6 +351,35 @@ void TestEngineHeldFrame::rolloverLosesAndDoublesNothing()
     const QStringList one = {"storageInUse true", "streamIsOpen 0", "storageInUse false",
                              "streamIsClosed"};
     compareSignals(rig, one + one + one + one);
+}
+
+void TestEngineHeldFrame::tenRolloversInARowLoseAndDoubleNothing()
+{
+    EngineRig rig;
+    rig.startUp();
+    const int before = rig.video.framesCaptured();
+    rig.vtr->record();
+    rig.run(500);
+    QStringList parts;
+    for (int i = 0; i < 10; ++i) {
+        parts << QStringLiteral("/media/part%1.mov").arg(i);
+        rig.recordDesc = parts.last();
+        rig.media.closes.push_back({.afterMs = 37 * i});
+        rig.media.opens.push_back({.afterMs = 300 - 31 * i});
+        QVERIFY(rig.vtr->reopenRecordStream());
+        rig.run(1000);
+        QCOMPARE(rig.mode(), VtrState::Record);
+    }
+    rig.vtr->standbyOff();
+    rig.run(1000);
+    QList<int> all = recorded(rig);
+    for (const QString &part : std::as_const(parts)) {
+        QVERIFY(rig.media.recordedNumbers(part).size() > 10);
+        all += rig.media.recordedNumbers(part);
+    }
+    QCOMPARE(all.first(), before);
+    compareGapless(all);
+    QCOMPARE(rig.alarmTexts(), QStringList{});
 }
 
 void TestEngineHeldFrame::theStoryOfARollover()
