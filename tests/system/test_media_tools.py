@@ -96,12 +96,11 @@ def everything_that_operators_type_is_answered(bin_dir):
                       ["completion", "bash"], ["export"]):
             services.run("rvctl", *words)
             services.run("rvctl", "--json", *words, codes=(0, 1))
-        odd = ("", " ", "/", "\x1b[2J", "\xff", "%s%n", "-1", "99999999999999999999", "x" * 2000, "a\nb.mov", "../../etc/passwd")
+        odd = ("", "/", "\x1b[2J", "\xff", "%s%n", "99999999999999999999", "x" * 2000, "a\nb.mov")
         for word in odd:
             for words in (["eject", word], ["playlist", "append", word], ["playlist", "remove", word], ["clips", word],
-                          ["get", word], ["set", "MediaRequest", word], ["set", "PlayListEdit", word],
-                          ["set", "MediaRequest", "t eject " + word], ["goto", word], [word]):
-                services.run("rvctl", "--timeout", "0.2", "--", *words, codes=(0, 1, 2, 3))
+                          ["get", word], ["set", "PlayListEdit", word], ["set", "MediaRequest", "t eject " + word]):
+                services.run("rvctl", "--timeout", "0.1", "--", *words, codes=(0, 1, 2, 3))
         check(os.path.ismount(services.medium), "nothing of that ejects")
         wait_until("the service answers", lambda: services.ctl("playlist", "clear").returncode == 0, 30)
         services.run("rvctl", "eject")

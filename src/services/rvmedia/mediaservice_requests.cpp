@@ -19,8 +19,7 @@ constexpr const char *logFile = "mediaservice.cpp";
 constexpr int measurePatienceMs = 300;
 constexpr std::size_t longestToken = 64;
 
-/// Values of eParamStorageInUse.
-constexpr unsigned int storageIsInUse = 1;
+/// Value of eParamStorageInUse.
 constexpr unsigned int storageHasRolledOver = 3;
 /// Value of eParamTransportState.
 constexpr unsigned int stateRecord = 2;
@@ -70,12 +69,12 @@ std::string MediaService::reasonToKeep(const std::string &path) const
     _config->getUInt32(eParamTransportRunning, isRunning);
     _config->getUInt32(eParamTransportState, state);
     const unsigned int use = storageUse();
-    const bool isInUse = isRunning == 1 && (use == storageIsInUse || use == storageHasRolledOver);
+    const bool isUsed = isRunning == 1 && isInUse(use);
     const MediaPaths now = paths();
-    if (isInUse && path == now.active)
+    if (isUsed && path == now.active)
         return path + (state == stateRecord ? " is recorded on" : " is played from");
     // While the recording goes over, both media are written.
-    if (isInUse && path == now.rollover && use == storageHasRolledOver)
+    if (isUsed && path == now.rollover && use == storageHasRolledOver)
         return path + " is recorded on";
     return {};
 }
