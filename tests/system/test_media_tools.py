@@ -1,16 +1,19 @@
 """What reads media or is typed by operators, as real processes without the daemon: in the build with sanitizers nothing of
 what they are given may trip one."""
 
+import atexit
 import json
 import os
 import shutil
 import subprocess
+import tempfile
 import time
 
 from rig import check, main, wait_until
 from test_media import Medium, wait_said
 from test_media_slots import SlotRecorder, make_what_is_no_file
 
+STOCK = tempfile.mkdtemp(prefix="rvtest-")
 COMPLAINTS = ("Sanitizer", "runtime error:", "Assertion", "terminate called")
 
 
@@ -21,9 +24,8 @@ class Services(SlotRecorder):
         self.start_store()
         wait_until("the store answers", lambda: self.ctl("list").returncode == 0)
         self.start_media()
-        self.stock = os.path.join(self.dir, "stock")
-        self.run("rvstock", self.stock)
-        self.clip = os.path.join(self.stock, "prores_422", "loss_of_video_525i_422.mov")
+        self.run("rvstock", "--missing", STOCK)
+        self.clip = os.path.join(STOCK, "prores_422", "loss_of_video_525i_422.mov")
         return self
 
     def run(self, name, *arguments, codes=(0,)):
@@ -133,4 +135,5 @@ def a_service_started_again_knows_the_clips(bin_dir):
 
 
 if __name__ == "__main__":
+    atexit.register(shutil.rmtree, STOCK)
     main([hostile_media_trip_nobody, everything_that_operators_type_is_answered, a_service_started_again_knows_the_clips])
