@@ -64,6 +64,7 @@ class TestBus : public QObject
 
 private slots:
     void aFrameArrivesWhole();
+    void aPictureGoesWhereItIsWanted();
     void theLargestFormatFits();
     void formatsThatDoNotFitAreRefused();
     void framesArriveInOrder();
@@ -136,6 +137,56 @@ void TestBus::aFrameArrivesWhole()
     QCOMPARE(frame.audio.size(), std::size_t {1602 * 8 * 3});
     QCOMPARE(frame.audio.back(), std::uint8_t {777 & 255});
     QVERIFY(!reader.next(frame, 0));
+}
+
+void TestBus::aPictureGoesWhereItIsWanted()
+{
+    const Name name;
+    Writer writer;
+    Reader reader;
+    QVERIFY(writer.open(name));
+    QVERIFY(reader.open(name));
+    const Format format = {274, 300, 25, 1, 0, 2};
+    FrameInfo info;
+    info.content = Content::Live;
+    info.samples = 10;
+    for (const int gap : {0, 6}) {
+        const picture::View slot = writer.beginFrame(format);
+        for (int p = 0; p < 3; ++p) {
+            for (int y = 0; y < 300; ++y) {
+                for (int x = 0; x < (p == 0 ? 274 : 137); ++x)
+                    slot.line(p, y)[x] = static_cast<std::uint16_t>((x * 7 + y * 3 + p) % 1024);
+            }
+        }
+        writer.publish(info);
+        std::vector<std::uint16_t> memory(3 * 300 * 300, 0xabcd);
+        Frame frame;
+        frame.target = [&](const Format &wanted) {
+            picture::View view {wanted.width, wanted.height, {}, {274 + gap, 137 + gap, 137 + gap}};
+            for (int p = 0; p < 3; ++p)
+                view.plane[p] = memory.data() + p * 300 * 300;
+            return view;
+        };
+        QVERIFY(reader.next(frame, 0));
+        QVERIFY(frame.picture.empty());
+        QCOMPARE(frame.audio.size(), std::size_t {60});
+        const picture::View view = frame.target(format);
+        for (int p = 0; p < 3; ++p) {
+            const int width = p == 0 ? 274 : 137;
+            for (int y = 0; y < 300; ++y) {
+                for (int x = 0; x < width; ++x)
+                    QCOMPARE(int {view.line(p, y)[x]}, (x * 7 + y * 3 + p) % 1024);
+                for (int x = width; x < width + gap; ++x)
+                    QCOMPARE(view.line(p, y)[x], std::uint16_t {0xabcd});
+            }
+        }
+    }
+    Frame frame;
+    frame.target = [](const Format &) { return picture::View(); };
+    QVERIFY(put(writer, 5, format, info));
+    QVERIFY(reader.next(frame, 0)); // without its picture
+    QVERIFY(frame.picture.empty());
+    QCOMPARE(frame.audio.size(), std::size_t {60});
 }
 
 void TestBus::theLargestFormatFits()

@@ -3,6 +3,7 @@
 #include "libpicture/picture.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,6 +59,9 @@ struct Frame {
     FrameInfo info;
     std::vector<std::uint16_t> picture; ///< tightly packed planes, picture::viewOf()
     std::vector<std::uint8_t> audio;    ///< interleaved 24-bit little-endian PCM
+    /// Where the picture goes instead of \a picture, asked before it is copied; it may be asked again, and what
+    /// stands there is of no use, until next() succeeds. A view that does not fit leaves the picture out.
+    std::function<picture::View(const Format &)> target;
     picture::View view() { return picture::viewOf(picture.data(), format.width, format.height); }
 };
 

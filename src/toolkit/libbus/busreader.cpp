@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace bus {
@@ -34,6 +35,45 @@ bool readExactly(int fd, void *to, std::size_t bytes, std::size_t offset)
         bytes -= static_cast<std::size_t>(got);
     }
     return true;
+}
+
+/// Tightly packed lines to where they belong in a plane.
+bool readLines(int fd, const picture::View &view, int p, std::size_t offset)
+{
+    const std::size_t lineBytes
+        = sizeof(std::uint16_t) * static_cast<std::size_t>(p == 0 ? view.width : view.width / 2);
+    if (static_cast<std::size_t>(view.stride[p]) * sizeof(std::uint16_t) == lineBytes)
+        return readExactly(fd, view.plane[p], lineBytes * static_cast<std::size_t>(view.height), offset);
+    constexpr int atOnce = 256;
+    iovec lines[atOnce];
+    for (int first = 0; first < view.height; first += atOnce) {
+        const int count = std::min(atOnce, view.height - first);
+        for (int i = 0; i < count; ++i)
+            lines[i] = {view.line(p, first + i), lineBytes};
+        const auto wanted = static_cast<ssize_t>(lineBytes) * count;
+        ssize_t got = -1;
+        do {
+            got = preadv(fd, lines, count, static_cast<off_t>(offset));
+        } while (got < 0 && errno == EINTR);
+        if (got != wanted)
+            return false;
+        offset += static_cast<std::size_t>(wanted);
+    }
+    return true;
+}
+
+bool readPicture(int fd, Frame &frame, std::size_t bytes, std::size_t offset)
+{
+    frame.picture.resize(frame.target ? 0 : bytes / sizeof(std::uint16_t));
+    if (!frame.target || bytes == 0)
+        return readExactly(fd, frame.picture.data(), frame.target ? 0 : bytes, offset);
+    const picture::View view = frame.target(frame.format);
+    if (!view.isValid() || view.width != frame.format.width || view.height != frame.format.height)
+        return true;
+    const std::size_t luma = sizeof(std::uint16_t) * static_cast<std::size_t>(view.width)
+                             * static_cast<std::size_t>(view.height);
+    return readLines(fd, view, 0, offset) && readLines(fd, view, 1, offset + luma)
+           && readLines(fd, view, 2, offset + luma + luma / 2);
 }
 
 struct Stamps {
@@ -174,13 +214,12 @@ bool Reader::Shared::copyFrame(std::uint64_t sequence, Frame &frame) const
                                                     * static_cast<std::size_t>(record.audioChannels)
                                                     * 3
                                               : 0;
-    frame.picture.resize(pictureBytes / sizeof(std::uint16_t));
     frame.audio.resize(audioBytes);
 
     const std::size_t at = slotOffset(sequence);
     const std::uint32_t stamp = stampOf(sequence);
     Stamps after {};
-    bool whole = readExactly(fd, frame.picture.data(), pictureBytes, at + pictureOffset)
+    bool whole = readPicture(fd, frame, pictureBytes, at + pictureOffset)
                  && readExactly(fd, frame.audio.data(), audioBytes, at + audioOffset);
     orderReads();
     whole = whole && readExactly(fd, &after, sizeof after, at) && after.begin == stamp

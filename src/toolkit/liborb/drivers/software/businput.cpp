@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <thread>
+#include <utility>
 
 namespace ferin {
 
@@ -49,6 +50,7 @@ public:
 
 private:
     void run();
+    picture::View roomFor(const bus::Format &format);
     void accept(bus::Frame &frame);
     void setFormat(const bus::Format &format);
 
@@ -62,6 +64,7 @@ private:
     // The thread's own
     bus::Format _format;
     std::unique_ptr<RawPicturePool> _pool;
+    RawPictureRef _next; // what the next frame's picture is read into
     quint64 _missed = 0;
     quint64 _number = 0;
 };
@@ -81,6 +84,7 @@ void BusInput::start(const StatusHandler &handler)
     _status.setHandler(handler);
     _thread = std::thread([this] {
         orbNameThread("input bus");
+        orbRaiseThread(); // a frame that is not read in time is overwritten
         run();
     });
 }
@@ -88,6 +92,7 @@ void BusInput::start(const StatusHandler &handler)
 void BusInput::run()
 {
     bus::Frame frame;
+    frame.target = [this](const bus::Format &format) { return roomFor(format); };
     while (!_stop.isStopping()) {
         if (!_reader.isOpen() && !_reader.open(_name)) {
             if (_stop.sleep(retryNs))
@@ -113,6 +118,18 @@ void BusInput::setFormat(const bus::Format &format)
     _pool = std::make_unique<RawPicturePool>(format.width, format.height, std::max(count, 8));
 }
 
+/// The picture goes right to where it stays; nowhere when all are out.
+picture::View BusInput::roomFor(const bus::Format &format)
+{
+    if (!_pool || !(format == _format)) {
+        _next.reset();
+        setFormat(format);
+    }
+    if (!_next)
+        _next = _pool->take();
+    return _next ? _next->view : picture::View();
+}
+
 void BusInput::accept(bus::Frame &frame)
 {
     InputStatus status;
@@ -124,8 +141,6 @@ void BusInput::accept(bus::Frame &frame)
     }
     for (const quint64 missed = _reader.missed(); _missed < missed; ++_missed)
         _queue.countDropped();
-    if (!(frame.format == _format))
-        setFormat(frame.format);
     status.valid = true;
     status.format = descOf(_format);
     if (!_status.status().valid || _status.status().format != status.format)
@@ -133,13 +148,12 @@ void BusInput::accept(bus::Frame &frame)
     _status.report(status);
 
     InputFrame next;
-    next.picture = _pool->take();
+    next.picture = std::exchange(_next, nullptr);
     if (!next.picture) {
         _queue.countDropped();
         ++_number;
         return;
     }
-    picture::copy(frame.view(), next.picture->view);
     next.channels = _format.audioChannels;
     const qsizetype soundBytes =
         static_cast<qsizetype>(frame.info.samples) * _format.audioChannels * sampleBytes;
