@@ -94,14 +94,13 @@ void ProresDecode::everyFormatDecodesAsFfmpegDecodesIt_data()
 void ProresDecode::everyFormatDecodesAsFfmpegDecodesIt()
 {
     QFETCH(const Format, format);
-    for (const int index : {1, 6})
-        compareWithJudge(encodedAt(format, index, naturalLike(format)));
+    compareWithJudge(encodedAt(format, 2, naturalLike(format)));
 }
 
 void ProresDecode::everyIndexAndNoiseDecodeAsFfmpegDecodesThem()
 {
     const Format format = formatOf(Profile::Hq, 176, 64);
-    for (int index = 1; index <= largestIndex; index += index < 20 ? 1 : 17) {
+    for (int index = 1; index <= largestIndex; index += index < 12 ? 1 : 17) {
         compareWithJudge(encodedAt(format, index, noise(format, static_cast<unsigned>(index))));
         compareWithJudge(encodedAt(format, index, naturalLike(format, index, 200)));
     }

@@ -95,10 +95,10 @@ void ProresPlayback::bothDecodersShowTheSame_data()
     QTest::addColumn<OrbImageDesc>("desc");
     for (const OrbIdValue type : {OrbIdImageProRes422, OrbIdImageProRes422Hq, OrbIdImageProRes422Lt,
                                   OrbIdImageProRes422Proxy, OrbIdImageProRes4444}) {
-        for (const auto &desc : {descOf(1920, 1080, OrbImageDesc::Interlaced, type),
-                                 descOf(960, 540, OrbImageDesc::Progressive, type),
+        for (const auto &desc : {descOf(480, 270, OrbImageDesc::Interlaced, type),
+                                 descOf(640, 360, OrbImageDesc::Progressive, type),
                                  descOf(720, 486, OrbImageDesc::Interlaced, type),
-                                 descOf(1998, 1080, OrbImageDesc::Progressive, type)})
+                                 descOf(498, 268, OrbImageDesc::Progressive, type)})
             QTest::newRow(qPrintable(desc.toString())) << desc;
     }
 }
@@ -119,8 +119,8 @@ void ProresPlayback::bothDecodersShowTheSame()
 
 void ProresPlayback::bothScaleAPictureOfAnotherRasterAlike()
 {
-    const OrbImageDesc desc = descOf(960, 540, OrbImageDesc::Progressive, OrbIdImageProRes422);
-    const QByteArray bytes = codedPicture(descOf(1920, 1080, OrbImageDesc::Progressive, OrbIdImageProRes422), 5);
+    const OrbImageDesc desc = descOf(480, 270, OrbImageDesc::Progressive, OrbIdImageProRes422);
+    const QByteArray bytes = codedPicture(descOf(960, 540, OrbImageDesc::Progressive, OrbIdImageProRes422), 5);
     DecoderPool own(1, ProResBy::Own);
     DecoderPool theirs(1, ProResBy::Ffmpeg);
     const RawPictureRef here = shown(own, desc, bytes);
@@ -132,7 +132,7 @@ void ProresPlayback::bothScaleAPictureOfAnotherRasterAlike()
 void ProresPlayback::damagedPicturesAreShownByNeither()
 {
     for (const OrbIdValue type : {OrbIdImageProRes422Hq, OrbIdImageProRes4444}) {
-        const OrbImageDesc desc = descOf(1280, 720, OrbImageDesc::Progressive, type);
+        const OrbImageDesc desc = descOf(640, 360, OrbImageDesc::Progressive, type);
         const QByteArray good = codedPicture(desc, 7);
         QByteArray noise = good;
         for (qsizetype i = 2000; i < noise.size(); ++i)

@@ -67,6 +67,7 @@ Decoder::Private::Private(const DecoderSettings &s, Workers *w)
     : settings(s), workers(w), kernels(inverseOf(s.path)),
       bands(static_cast<std::size_t>(w != nullptr && w->count() > 1 ? w->count() * bandsPerWorker : 1))
 {
+    prepareLevelReading();
 }
 
 bool Decoder::Private::begin(const DecodedPicture &to)

@@ -144,6 +144,17 @@ struct DcTable {
     }
 };
 
+struct Tables {
+    LevelTable levels;
+    DcTable dc;
+};
+
+const Tables &tables()
+{
+    static const Tables made;
+    return made;
+}
+
 // A plane being read.
 struct Reading : BitReader {
     unsigned context = firstContext;
@@ -334,10 +345,14 @@ void ReadLevels::clear()
     positions = 0;
 }
 
+void prepareLevelReading()
+{
+    static_cast<void>(tables());
+}
+
 unsigned readLevels(const PlaneBits *planes, int count, int blocks, int positions, ReadLevels *const *to)
 {
-    static const LevelTable table;
-    static const DcTable dcTable;
+    const auto &[table, dcTable] = tables();
     const int all = 64 * blocks;
     const int limit = positions > 1 ? positions * blocks : 0;
     Reading readings[2] = {Reading(planes[0], *to[0], blocks), Reading(planes[count - 1], *to[count - 1], blocks)};

@@ -26,6 +26,9 @@ struct PlaneBits {
     std::size_t bytes = 0;
 };
 
+/// Makes the tables that reading needs, some milliseconds of work, unless they are there already.
+void prepareLevelReading();
+
 /// Reads up to two planes of \a blocks blocks each, side by side, up to scan position \a positions (64: all) into
 /// \a to, which hold zeros. A bit for each that is damaged: a code of more than 31 bits, levels beyond the last, or
 /// a plane that ends in the middle of a code. Reads nothing beyond the planes.
