@@ -14,7 +14,8 @@ from rig import Failed, Recorder, check, main, wait_until
 CAMERA_BUS = "rvd_input_0"
 SOUND_MASK = 0xFFFFFF
 RATE = 25
-STILL = 15  # of TransportState
+STILL = 15              # of TransportState
+IN_USE, RELEASED = 1, 2 # of StorageInUse
 
 # width, height, scan, rate key, InputFormat of the store, data type, channels, drop frame
 RECORDED = (
@@ -62,20 +63,27 @@ def check_sound_is_unbroken(path, channels):
 def record_one(recorder, row):
     """Records a moment of a camera; the clip, and the labels that the output had by picture number. Nothing when the
     machine was too busy: a frame was dropped, which ends a recording."""
+    def has_dropped():
+        return recorder.log_text().count("dropped frame") > dropped
     dropped = recorder.log_text().count("dropped frame")
     watch = recorder.watch_output()
     try:
-        clip = recorder.record(0.5)
+        recorder.do("record")
+        time.sleep(0.5)
+        if not has_dropped():
+            recorder.do("stop")
+        wait_until("the clip is closed", lambda: has_dropped() or recorder.get("StorageInUse") == RELEASED)
     except Failed:
-        clip = None
-        recorder.do("standby-off")
+        check(has_dropped(), "no recording: " + recorder.log_text()[-800:])
     finally:
         seen = watch.finish()
-    if recorder.log_text().count("dropped frame") > dropped:
+    if has_dropped():
+        recorder.do("standby-off")
+        wait_until("the medium is free", lambda: recorder.get("StorageInUse") != IN_USE)
         for path in recorder.clips():
             os.unlink(path)
         return None, {}
-    check(clip, "nothing was recorded: " + recorder.log_text()[-800:])
+    clip = wait_until("a clip is there", recorder.clips)[0]
     return clip, {frame["number"]: frame["timecode"] for frame in seen if frame["content"] == "live"}
 
 

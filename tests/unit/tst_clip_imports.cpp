@@ -220,8 +220,8 @@ void TestClipImports::soundOfAnyFormIsHeardAtItsPitch_data()
     for (const int rate : { 48000, 44100, 96000, 32000, 88200, 192000, 22050 }) {
         QTest::addRow("%d Hz", rate) << rate << "pcm_s24le" << "";
     }
-    for (const char *codec : { "pcm_s16le", "pcm_s16be", "pcm_s32le", "pcm_s32be", "pcm_f32le", "pcm_f32be", "pcm_f64le",
-                               "pcm_f64be" }) {
+    for (const char *codec : { "pcm_s16le", "pcm_s16be", "pcm_s32le", "pcm_s32be", "pcm_f32le", "pcm_f32be",
+                               "pcm_f64le", "pcm_f64be" }) {
         QTest::addRow("%s", codec) << 48000 << codec << "";
     }
     QTest::newRow("fractions at 96 kHz") << 96000 << "pcm_f32le" << "";
@@ -256,13 +256,15 @@ void TestClipImports::aClipCutWithoutCodingShowsWhatItsEditSays()
 {
     QVERIFY(make("long.mov", "-f lavfi -i testsrc2=s=256x160:r=25:d=2 " + tone(2, 48000) + prores + "-c:a pcm_s24le"));
     QVERIFY(make("cut.mov", "-ss 0.4 -i DIR/long.mov -t 0.8 -c copy"));
-    const int packets = cliptest::number(cliptest::stream(cliptest::probe(path("cut.mov")), "video"), "nb_read_packets");
+    const auto cut = cliptest::stream(cliptest::probe(path("cut.mov")), "video");
+    const int packets = cliptest::number(cut, "nb_read_packets");
     play("cut.mov", plays(packets, 2));
     // An editor that trims leaves the pictures and shortens the edit: here to ten frames, from the fifth on.
     QByteArray bytes = cliptest::contentOf(path("long.mov"));
     const qsizetype edit = bytes.indexOf("elst");
     QVERIFY(edit > 0 && bytes.mid(edit + 4, 8) == QByteArray("\0\0\0\0\0\0\0\1", 8));
-    bytes.replace(edit + 12, 8, QByteArray("\0\0\1\220", 4) + QByteArray("\0\0\x08\0", 4)); // 400 ms, 2048 of 12800 units
+    // 400 ms, from unit 2048 of 12800 a second on.
+    bytes.replace(edit + 12, 8, QByteArray("\0\0\1\220", 4) + QByteArray("\0\0\x08\0", 4));
     QVERIFY(cliptest::setContent(path("trimmed.mov"), bytes));
     const auto video = cliptest::stream(cliptest::probe(path("trimmed.mov")), "video");
     QCOMPARE(video["time_base"].toString(), "1/12800");

@@ -15,8 +15,8 @@ class OrbStream;
 /// writing. Every frame handed out carries its number (1), whether it is the first (9) or last (10)
 /// of the stream. A frame that cannot be read is reported once by error() and left out; the first
 /// and the last frame are then the first and last that can be read. When many in a row fail, no
-/// more are tried than would be played in the same time. A stream that grows is read on where it ended. All calls and signals on the event-loop
-/// thread.
+/// more are tried than would be played in the same time. A stream that grows is read on where it
+/// ended. All calls and signals on the event-loop thread.
 class OrbStreamCache : public QObject
 {
     Q_OBJECT
