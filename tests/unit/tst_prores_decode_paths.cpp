@@ -28,7 +28,7 @@ namespace {
 #ifdef __SANITIZE_ADDRESS__
 constexpr int rounds = 600;
 #else
-constexpr int rounds = 6000;
+constexpr int rounds = 4000;
 #endif
 
 // Levels of one of several kinds, some of which no encoder writes.

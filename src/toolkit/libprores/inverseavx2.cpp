@@ -2,7 +2,7 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
-#include "libprores/avx2coding.h"
+#include "libprores/avx2lanes.h"
 
 // A register holds one coefficient, later one sample, of the 16 blocks of a tile. Coefficients that are not all 0
 // get their lanes in such an order that a transposition in each half leaves registers of two neighbouring blocks:
@@ -11,12 +11,6 @@
 namespace prores {
 
 namespace {
-
-RV_AVX2_INLINE __m256i weights(short low, short high)
-{
-    return _mm256_set1_epi32(static_cast<int>(static_cast<unsigned>(static_cast<unsigned short>(high)) << 16
-                                              | static_cast<unsigned short>(low)));
-}
 
 // Two inputs side by side, of the lower and the upper lanes of each half.
 struct Pair {
@@ -74,26 +68,6 @@ RV_AVX2_INLINE void inverseFour(__m256i *r)
     for (int k = 0; k < 4; ++k) {
         const Pair sum = rounded<Rounding>(products(x01, x23, inverseEven[k]));
         r[k] = shifted<Shift>(sum.low, sum.high);
-    }
-}
-
-RV_AVX2_INLINE void transpose(__m256i *r)
-{
-    __m256i a[8];
-    for (int i = 0; i < 4; ++i) {
-        a[2 * i] = _mm256_unpacklo_epi16(r[2 * i], r[2 * i + 1]);
-        a[2 * i + 1] = _mm256_unpackhi_epi16(r[2 * i], r[2 * i + 1]);
-    }
-    __m256i b[8];
-    for (int i = 0; i < 2; ++i) {
-        b[4 * i] = _mm256_unpacklo_epi32(a[4 * i], a[4 * i + 2]);
-        b[4 * i + 1] = _mm256_unpackhi_epi32(a[4 * i], a[4 * i + 2]);
-        b[4 * i + 2] = _mm256_unpacklo_epi32(a[4 * i + 1], a[4 * i + 3]);
-        b[4 * i + 3] = _mm256_unpackhi_epi32(a[4 * i + 1], a[4 * i + 3]);
-    }
-    for (int i = 0; i < 4; ++i) {
-        r[2 * i] = _mm256_unpacklo_epi64(b[i], b[i + 4]);
-        r[2 * i + 1] = _mm256_unpackhi_epi64(b[i], b[i + 4]);
     }
 }
 

@@ -2,7 +2,7 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
-#include "libprores/avx512coding.h"
+#include "libprores/avx512lanes.h"
 
 // A register holds one coefficient, later one sample, of 32 blocks. Coefficients that are not all 0 get their
 // lanes in such an order that a transposition in each 128-bit part leaves registers of four neighbouring blocks:
@@ -26,12 +26,6 @@ constexpr std::array<std::uint16_t, mostBlocks> lanesOf(Order order)
 
 alignas(64) constexpr auto lineBlocks = lanesOf(Order::Lines);
 alignas(64) constexpr auto columnBlocks = lanesOf(Order::Columns);
-
-RV_AVX512_INLINE __m512i weights(short low, short high)
-{
-    return _mm512_set1_epi32(static_cast<int>(static_cast<unsigned>(static_cast<unsigned short>(high)) << 16
-                                              | static_cast<unsigned short>(low)));
-}
 
 // Two inputs side by side, of the lower and the upper lanes of each part.
 struct Pair {
@@ -83,26 +77,6 @@ RV_AVX512_INLINE void inverseFour(__m512i *r)
     for (int k = 0; k < 4; ++k) {
         const Pair sum = products({rounding, rounding}, x01, x23, inverseEven[k]);
         r[k] = shifted<Shift>(sum.low, sum.high);
-    }
-}
-
-RV_AVX512_INLINE void transpose(__m512i *r)
-{
-    __m512i a[8];
-    for (int i = 0; i < 4; ++i) {
-        a[2 * i] = _mm512_unpacklo_epi16(r[2 * i], r[2 * i + 1]);
-        a[2 * i + 1] = _mm512_unpackhi_epi16(r[2 * i], r[2 * i + 1]);
-    }
-    __m512i b[8];
-    for (int i = 0; i < 2; ++i) {
-        b[4 * i] = _mm512_unpacklo_epi32(a[4 * i], a[4 * i + 2]);
-        b[4 * i + 1] = _mm512_unpackhi_epi32(a[4 * i], a[4 * i + 2]);
-        b[4 * i + 2] = _mm512_unpacklo_epi32(a[4 * i + 1], a[4 * i + 3]);
-        b[4 * i + 3] = _mm512_unpackhi_epi32(a[4 * i + 1], a[4 * i + 3]);
-    }
-    for (int i = 0; i < 4; ++i) {
-        r[2 * i] = _mm512_unpacklo_epi64(b[i], b[i + 4]);
-        r[2 * i + 1] = _mm512_unpackhi_epi64(b[i], b[i + 4]);
     }
 }
 
