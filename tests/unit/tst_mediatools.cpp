@@ -78,6 +78,8 @@ private slots:
         QTest::newRow("DNxHR") << "1080p29.97" << 8u << 220.0;
         QTest::newRow("UHD DNxHR") << "UHDp29.97" << 8u << 873.0;
         QTest::newRow("uncompressed") << "1080psf25" << 9u << 1105.9;
+        QTest::newRow("of a clip") << "1280x720p25" << 0u << 60.5;
+        QTest::newRow("of an interlaced clip") << "1920x1080i29.97" << 1u << 220.0;
         QTest::newRow("uncompressed 525") << "486i59.94" << 9u << 223.7;
     }
 
@@ -102,7 +104,11 @@ private slots:
                 QVERIFY2(hasRate == (format.value > 1), format.name);
             }
         }
-        for (const char *raster : {"", "1080", "1080p", "1080x25", "p25", "1080pp25", "1080p-3", "1080p0"}) {
+        const char *const none[] = {
+            "", "1080", "1080p", "1080x25", "p25", "1080pp25", "1080p-3", "1080p0", "0x0p25", "1920xp25", "1920x1080",
+            "99999999x1080p25", "-4x4p25", "4x99999999999999p1", "x",
+        };
+        for (const char *raster : none) {
             QCOMPARE(dataRateOf(raster, 0, "", 2).bytesPerSecond, 0.0);
         }
         QCOMPARE(dataRateOf("1080p25", 77, "", 2).bytesPerSecond, 0.0);

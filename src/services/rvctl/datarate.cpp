@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
+#include <optional>
 
 namespace
 {
@@ -14,6 +15,7 @@ struct Raster {
     const char *name; ///< with which the format's name begins
     int width;
     int height;
+    int fieldsOfRate = 2; ///< how many fields of an interlaced frame its rate counts
 };
 
 constexpr Raster rasters[] = {
@@ -70,17 +72,36 @@ double frameBytes(const Raster &raster, std::uint32_t encodeType, bool isInterla
     return static_cast<double>(prores::usualFrameBytes(format));
 }
 
+/// The raster that a format's name begins with, and what stands behind it.
+std::optional<Raster> rasterOf(const std::string &name, std::string &rest)
+{
+    Raster raster{"", 0, 0, 1};
+    const char *end = name.data() + name.size();
+    const auto width = std::from_chars(name.data(), end, raster.width);
+    if (width.ec == std::errc() && width.ptr != end && *width.ptr == 'x') {
+        const auto height = std::from_chars(width.ptr + 1, end, raster.height);
+        rest.assign(height.ptr, end);
+        const bool isSane = std::min(raster.width, raster.height) > 0 && std::max(raster.width, raster.height) < 65536;
+        return height.ec == std::errc() && isSane ? std::optional(raster) : std::nullopt;
+    }
+    const auto row = std::ranges::find_if(rasters, [&](const Raster &r) { return name.starts_with(r.name); });
+    if (row == std::end(rasters)) {
+        return std::nullopt;
+    }
+    rest = name.substr(std::string(row->name).size());
+    return *row;
+}
+
 } // namespace
 
 DataRate dataRateOf(const std::string &raster, std::uint32_t encodeType, const std::string &encodeName,
                     int channels)
 {
-    const auto row =
-        std::ranges::find_if(rasters, [&](const Raster &r) { return raster.starts_with(r.name); });
-    if (row == std::end(rasters)) {
+    std::string rest;
+    const auto found = rasterOf(raster, rest);
+    if (!found) {
         return {};
     }
-    const std::string rest = raster.substr(std::string(row->name).size());
     const std::size_t digits = rest.find_first_of("0123456789");
     const std::string scan = rest.substr(0, digits);
     double rate = 0;
@@ -91,7 +112,7 @@ DataRate dataRateOf(const std::string &raster, std::uint32_t encodeType, const s
     if (rate <= 0 || (!isInterlaced && scan != "p" && scan != "psf")) {
         return {};
     }
-    const double frames = isInterlaced ? rate / 2 : rate;
-    const double picture = frameBytes(*row, encodeType, isInterlaced) * frames;
+    const double frames = isInterlaced ? rate / found->fieldsOfRate : rate;
+    const double picture = frameBytes(*found, encodeType, isInterlaced) * frames;
     return {picture > 0 ? picture + channels * sampleRate * bytesPerSample : 0, raster + " " + encodeName};
 }

@@ -1,5 +1,6 @@
 #include "services/rvctl/mediareport.h"
 
+#include "libvanta/mediacache.h"
 #include "libvanta/mediaslot.h"
 #include "services/rvctl/datarate.h"
 #include "services/rvctl/mediarequest.h"
@@ -10,6 +11,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <list>
 #include <optional>
 #include <vector>
 
@@ -33,11 +35,25 @@ std::vector<MediaSlot> slotsOf(Session &session)
     return all;
 }
 
+/// What the newest clip of the active medium was recorded in; empty without one.
+std::string rasterOfLastClip(Session &session)
+{
+    const std::string active = session.text(eParamActivePath);
+    std::list<Clip> clips;
+    (void)lumo::media::MediaCache("NewCache").clips(clips);
+    clips.remove_if([&](const Clip &clip) { return clip.path() != active || !clip.isComplete(); });
+    return clips.empty() ? "" : clips.back().format().substr(0, clips.back().format().find(' '));
+}
+
+/// A format that has no name is most likely that of the last clip.
 DataRate currentRate(Session &session)
 {
     const int channels = session.number(eParamAudioChannels) == 1 ? 8 : 2;
-    return dataRateOf(session.shown(eParamMediaFormat), session.number(eParamEncodeType),
-                      session.shown(eParamEncodeType), channels);
+    const auto rateOf = [&](const std::string &raster) {
+        return dataRateOf(raster, session.number(eParamEncodeType), session.shown(eParamEncodeType), channels);
+    };
+    const DataRate rate = rateOf(session.shown(eParamMediaFormat));
+    return rate.bytesPerSecond > 0 ? rate : rateOf(rasterOfLastClip(session));
 }
 
 double percentOf(const MediaSlot &slot)

@@ -72,7 +72,8 @@ std::string MediaService::reasonToKeep(const std::string &path) const
     const bool isUsed = isRunning == 1 && isInUse(use);
     const MediaPaths now = paths();
     if (isUsed && path == now.active)
-        return path + (state == stateRecord ? " is recorded on" : " is played from");
+        return path +
+            (state == stateRecord ? " is recorded on; stop ends that" : " is played from; standby-off ends that");
     // While the recording goes over, both media are written.
     if (isUsed && path == now.rollover && use == storageHasRolledOver)
         return path + " is recorded on";
