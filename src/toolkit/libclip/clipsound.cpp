@@ -61,6 +61,10 @@ std::int64_t SoundSource::end() const
 Error SoundSource::read(const RawFile &file, std::int64_t from, std::int64_t samples, int firstChannel,
                         int allChannels, std::span<std::byte> out) const
 {
+    const bool isAsKept = _track->pcm.bytes == 3 && !_track->pcm.isBigEndian;
+    if (isAsKept && !_turning && channels() == allChannels) {
+        return readRaw(file, from + _shift, out.first(std::size_t(samples) * _track->soundBlock()));
+    }
     const std::size_t block = std::size_t(channels()) * bytesOfSample;
     const std::size_t outBlock = std::size_t(allChannels) * bytesOfSample;
     std::vector<std::byte> sound(std::size_t(samples) * block);

@@ -18,8 +18,8 @@ public:
     int channels() const { return _track->channels; }
     /// One behind its last sample, counted in the clip's.
     std::int64_t end() const;
-    /// Fills its channels, from \a firstChannel of \a allChannels on, of the clip's samples from \a from on, with silence
-    /// where it has no sound.
+    /// Fills its channels, from \a firstChannel of \a allChannels on, of the clip's samples from \a from on. Where it
+    /// has no sound, \a out keeps its silence.
     Error read(const RawFile &file, std::int64_t from, std::int64_t samples, int firstChannel, int allChannels,
                std::span<std::byte> out) const;
 
