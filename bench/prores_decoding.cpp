@@ -27,10 +27,10 @@ double seconds(clockid_t clock)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-Frames coded(Clip &clip, int index)
+Frames coded(Clip &clip, Profile profile, int index)
 {
     Format format;
-    format.profile = Profile::Hq;
+    format.profile = profile;
     format.width = clip.width;
     format.height = clip.height;
     format.rateNumerator = 25;
@@ -132,17 +132,18 @@ void printRow(const char *clip, const char *what, double time, double theirs)
     std::fflush(stdout);
 }
 
-void measureClip(const char *name, Clip &clip, int index)
+void measureClip(const char *name, Clip &clip, Profile profile, int index)
 {
-    const Frames frames = coded(clip, index);
+    const Frames frames = coded(clip, profile, index);
     std::size_t bytes = 0;
     for (const auto &frame : frames)
         bytes += frame.size();
     char what[64];
+    const char *profileName = profile == Profile::Proxy ? "Proxy" : "HQ";
     if (index == 0)
-        std::snprintf(what, sizeof what, "usual size");
+        std::snprintf(what, sizeof what, "%s, usual size", profileName);
     else
-        std::snprintf(what, sizeof what, "index %d", index);
+        std::snprintf(what, sizeof what, "%s, index %d", profileName, index);
     std::printf("  %-9s %s: %zu bytes a frame\n", name, what, bytes / frames.size());
     const double theirs = measureFfmpeg(frames, clip.width, clip.height);
     printRow(name, "FFmpeg, 1 thread", theirs, theirs);
@@ -174,11 +175,13 @@ int main(int argc, char **argv)
     const int count = argc > 3 ? std::atoi(argv[3]) : 6;
     if (width < 256 || height < 120 || width % 4 != 0 || count < 1)
         return 1;
-    std::printf("Decoding ProRes 422 HQ, %dx%d, %d pictures, one core\n", width, height, count);
+    std::printf("Decoding ProRes 422, %dx%d, %d pictures, one core\n", width, height, count);
     Clip natural = NaturalClip::make(width, height, count);
-    measureClip("natural", natural, 0);
-    measureClip("natural", natural, 5);
+    measureClip("natural", natural, Profile::Hq, 0);
+    measureClip("natural", natural, Profile::Hq, 5);
+    measureClip("natural", natural, Profile::Proxy, 0);
     Clip card = cardClip(width, height, count);
-    measureClip("card", card, 0);
+    measureClip("card", card, Profile::Hq, 0);
+    measureClip("card", card, Profile::Proxy, 0);
     return 0;
 }
