@@ -81,8 +81,8 @@ void MediaService::lookAround()
     choose();
 }
 
-/// Recording on a medium that cannot be written is of no use to anybody: when a rollover has come to such a one it gives
-/// way like one that is gone. Whoever names it later means it.
+/// Recording on a medium that cannot be written is of no use to anybody: when a rollover has come to such a one it
+/// gives way like one that is gone. Whoever names it later means it.
 std::vector<MediumFacts> MediaService::factsForRecording() const
 {
     std::vector<MediumFacts> all = facts();
