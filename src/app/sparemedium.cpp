@@ -27,7 +27,7 @@ QString nameOf(const QVariant &desc)
 } // namespace
 
 SpareMedium::SpareMedium(MainObject *main, VtrObject *vtr, MediaManager *media, ClipFinder *clips)
-    : QObject(vtr), _main(main), _media(media), _clips(clips)
+    : QObject(vtr), _main(main), _vtr(vtr), _media(media), _clips(clips)
 {
     auto *stream = vtr->findChild<OrbStream *>(QString(), Qt::FindDirectChildrenOnly);
     if (!stream)
@@ -66,13 +66,16 @@ QVariant SpareMedium::spareFor(const QVariant &failed)
 }
 
 /// While a rollover is in progress, what was left of the clip before it has gone to the medium that the
-/// recording goes to anyway.
+/// recording goes to anyway. When the recording has ended, only its last frames have: the clip that is looked
+/// for is the one before them.
 void SpareMedium::wentOver(const QVariant &failed, const QVariant &desc)
 {
-    if (_main->currentClip() == nameOf(failed))
-        _main->setCurrentClip(nameOf(desc));
-    if (!_media->isRolloverInProgress() && _media->rolloverPath() == folderOf(desc))
-        _media->markWentOver();
+    if (_vtr->state().isInModeRecord()) {
+        if (_main->currentClip() == nameOf(failed))
+            _main->setCurrentClip(nameOf(desc));
+        if (!_media->isRolloverInProgress() && _media->rolloverPath() == folderOf(desc))
+            _media->markWentOver();
+    }
     _isFailureRaised = true;
     raise(OrbIdAlarmMediaFailed, OrbAlarm::Error,
           QStringLiteral("Medium %1 failed, recording continued on %2").arg(folderOf(failed), folderOf(desc)));

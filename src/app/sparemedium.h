@@ -29,6 +29,7 @@ private:
     void raise(int id, int level, const QString &text, int line = __builtin_LINE());
 
     MainObject *_main;
+    VtrObject *_vtr;
     MediaManager *_media;
     ClipFinder *_clips;
     bool _isFailureRaised = false;

@@ -51,6 +51,10 @@ public:
     int errors() const { return int(answers.size() - answers.count(0)); }
 };
 
+/// A fifth of what a recorder has, where nothing depends on how busy the machine is.
+constexpr WriteDriver::Patience littlePatience{std::chrono::milliseconds(40), std::chrono::milliseconds(200),
+                                               std::chrono::milliseconds(680), std::chrono::milliseconds(600)};
+
 /// Turn by turn, because hundreds of recordings have no time for polling. CTest ends a wait in vain.
 template<typename Condition>
 void waitUntil(Condition condition)
@@ -77,7 +81,9 @@ private slots:
     void aNameThatIsTakenIsAskedForAgain();
     void aMediumIsNotTriedAgain();
     void aFrameThatCannotBeCodedIsNotTheMediumsFailure();
+    void aMediumThatHangsIsLeftBehind_data();
     void aMediumThatHangsIsLeftBehind();
+    void aMediumThatIsTooSlowIsLeft();
     void aStallOfThreeSecondsLosesNothingAndStays();
     void aClipWhoseNameIsGoneIsContinuedElsewhere();
     void framesAreReleasedWhenTheyAreCommitted();
@@ -308,21 +314,31 @@ void TestClipSpare::aFrameThatCannotBeCodedIsNotTheMediumsFailure()
     verifyUnion({first()}, 30);
 }
 
+void TestClipSpare::aMediumThatHangsIsLeftBehind_data()
+{
+    QTest::addColumn<bool>("isClosing");
+    QTest::newRow("while it is recorded to") << false;
+    QTest::newRow("while its clip is closed") << true;
+}
+
 void TestClipSpare::aMediumThatHangsIsLeftBehind()
 {
+    QFETCH(bool, isClosing);
     const int before = IoWorker::leftBehind();
     fault.reset(2, 0, true, SYS_fdatasync);
-    fault.stallMs = 1;
     fault.isHanging = true;
+    fault.stallMs = 1;
     Host host;
     host.spares << second();
     {
         const OrbStreamInfo info = files::streamInfo();
-        WriteDriver driver(&host);
+        WriteDriver driver(&host, littlePatience);
         driver.open(first(), info);
         waitUntil([&] { return host.opened == 0; });
         for (int i = 0; i < frames; ++i)
             driver.write(files::frame(info, i));
+        if (isClosing)
+            driver.close();
         waitUntil([&] { return !host.went.isEmpty(); });
         QCOMPARE(host.went, QStringList({QStringLiteral("a.mov>a_2.mov %1").arg(ETIMEDOUT)}));
         QCOMPARE(host.slow.first(), true);
@@ -331,10 +347,33 @@ void TestClipSpare::aMediumThatHangsIsLeftBehind()
     }
     QCOMPARE(host.slow.last(), false);
     QCOMPARE(host.errors(), 0);
+    QCOMPARE(int(host.answers.size()), frames);
     verifyUnion({first(), second()}, frames);
     QCOMPARE(IoWorker::leftBehind(), before + 1);
     fault.isHanging = false;
     QTRY_COMPARE_WITH_TIMEOUT(IoWorker::leftBehind(), before, files::patienceMs);
+}
+
+/// It answers every call, but frames come faster than it takes them.
+void TestClipSpare::aMediumThatIsTooSlowIsLeft()
+{
+    fault.reset(2, 0, true, SYS_pwrite64);
+    fault.stallMs = 80;
+    constexpr int many = 400;
+    Host host;
+    host.spares << second();
+    const OrbStreamInfo info = files::streamInfo();
+    WriteDriver driver(&host, littlePatience);
+    driver.open(first(), info);
+    waitUntil([&] { return host.opened == 0; });
+    for (int i = 0; i < many; ++i)
+        driver.write(files::frame(info, i));
+    waitUntil([&] { return !host.went.isEmpty(); });
+    driver.close();
+    waitUntil([&] { return host.isClosed; });
+    QCOMPARE(host.went, QStringList({QStringLiteral("a.mov>a_2.mov %1").arg(ETIMEDOUT)}));
+    QCOMPARE(host.errors(), 0);
+    verifyUnion({first(), second()}, many);
 }
 
 void TestClipSpare::aStallOfThreeSecondsLosesNothingAndStays()

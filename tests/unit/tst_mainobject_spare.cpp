@@ -21,6 +21,7 @@ private slots:
     void aSlowMediumIsAWarning();
     void inARolloverOnlyTheNameIsKept();
     void aRolloverFollowsAFailure();
+    void afterTheRecordingOnlyTheAlarmIsRaised();
 
 private:
     void record();
@@ -207,6 +208,23 @@ void TestMainObjectSpare::aRolloverFollowsAFailure()
     QCOMPARE(_rig->manager->activePath(), third);
     QCOMPARE(_rig->currentClip(), stem + QStringLiteral("_3.mov"));
     QCOMPARE(_rig->vtr->state().mode(), VtrState::Record);
+}
+
+void TestMainObjectSpare::afterTheRecordingOnlyTheAlarmIsRaised()
+{
+    _rig->media->closes.push_back({false, {}, ScriptedMedia::held});
+    const QString name = _rig->currentClip();
+    _rig->command(4);
+    _rig->settle(100);
+    _rig->media->goOver(_rig->media->failMedium(OrbError(EIO)), OrbError(EIO));
+    QCOMPARE(alarms().size(), 1);
+    QCOMPARE(_rig->currentClip(), name);
+    QCOMPARE(_rig->manager->activePath(), _rig->path());
+    QCOMPARE(_rig->manager->rolloverPath(), other);
+    _rig->media->finishClose();
+    _rig->settle();
+    QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
+    QVERIFY(!_rig->written(eParamStorageInUse).contains(3));
 }
 
 QTEST_APPLESS_MAIN(TestMainObjectSpare)

@@ -22,31 +22,27 @@ using std::chrono::milliseconds;
 
 constexpr const char *logFile = "writedriver.cpp";
 constexpr int maxWaiting = 2048; ///< frames; the device has far fewer
-constexpr milliseconds tick(200);
-constexpr milliseconds slowAfter(1000);
-constexpr milliseconds hangsAfter(3400);
 /// Frames that wait to be committed on a medium that answers, but not fast enough.
 constexpr double mostSecondsHeld = 5.0;
-constexpr int ticksToCatchUp = 3000 / tick.count();
-constexpr int ticksBetweenAskings = 3000 / tick.count();
-constexpr int ticksStillAtClose = 30'000 / tick.count();
+constexpr milliseconds stillAtClose(30'000);
 constexpr int mostNamesTried = 20;
 
 } // namespace
 
-WriteDriver::WriteDriver(OrbMediaDriverHost *host) : _host(host)
+WriteDriver::WriteDriver(OrbMediaDriverHost *host, const Patience &patience)
+    : _host(host), _patience(patience)
 {
     _watchTimer.setTimerType(Qt::PreciseTimer);
-    _watchTimer.setInterval(tick);
+    _watchTimer.setInterval(_patience.tick);
     QObject::connect(&_watchTimer, &QTimer::timeout, [this] { watch(); });
 }
 
 WriteDriver::~WriteDriver()
 {
-    if (_leg && _ticksStill >= ticksStillAtClose)
+    if (_leg && _ticksStill * _patience.tick >= stillAtClose)
         _leg->setPatience(milliseconds(0));
     for (const auto &leg : _retired) {
-        if (leg->waitingForMedium() >= slowAfter)
+        if (leg->waitingForMedium() >= _patience.slowAfter)
             leg->setPatience(milliseconds(0));
     }
 }
@@ -64,6 +60,7 @@ void WriteDriver::begin(const QString &path)
     _leg = std::make_unique<ClipLeg>(self, path, _firstHeld);
     _isFlushing = false;
     _ticksOfLeg = 0;
+    _tickOfNextAsking = 0;
     _leg->open(_info);
     for (const OrbFrame &frame : _held)
         _leg->write(frame);
@@ -229,7 +226,7 @@ QString WriteDriver::findSpare(const OrbError &error)
 void WriteDriver::retire()
 {
     releaseCommitted();
-    if (_leg->waitingForMedium() >= slowAfter) {
+    if (_leg->waitingForMedium() >= _patience.slowAfter) {
         _leg->setPatience(milliseconds(0));
         _leg->abandon();
         _leg.reset();
@@ -284,19 +281,20 @@ void WriteDriver::watch()
 void WriteDriver::watchMedium()
 {
     const milliseconds waiting = _held.empty() ? milliseconds(0) : _leg->waitingForMedium();
-    tellSlow(waiting >= slowAfter);
+    tellSlow(waiting >= _patience.slowAfter);
     ++_ticksOfLeg;
-    if (_isOver || _isGivingUp || --_ticksUntilAsking > 0)
+    if (_isOver || _isGivingUp || _ticksOfLeg < _tickOfNextAsking)
         return;
-    if (waiting < hangsAfter && !isTooSlow())
+    if (waiting < _patience.hangsAfter && !isTooSlow())
         return;
+    // It may come back, or another one come.
     if (!goOver(OrbError(ETIMEDOUT)))
-        _ticksUntilAsking = ticksBetweenAskings; // it may come back, or another one come
+        _tickOfNextAsking = _ticksOfLeg + int(_patience.toCatchUp / _patience.tick);
 }
 
 bool WriteDriver::isTooSlow() const
 {
-    if (_ticksOfLeg < ticksToCatchUp || _info.vids().isEmpty())
+    if (_ticksOfLeg * _patience.tick < _patience.toCatchUp || _info.vids().isEmpty())
         return false;
     return double(_held.size()) > mostSecondsHeld * _info.vids().first().frameRate().toDouble();
 }
@@ -312,7 +310,7 @@ void WriteDriver::watchClose()
     const quint64 done = _leg->jobsDone();
     _ticksStill = done == _jobsDone ? _ticksStill + 1 : 0;
     _jobsDone = done;
-    if (_ticksStill < ticksStillAtClose)
+    if (_ticksStill * _patience.tick < stillAtClose)
         return;
     const OrbError error(ETIMEDOUT);
     tellFailed(error);

@@ -5,6 +5,7 @@
 
 #include <QTimer>
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <set>
@@ -22,7 +23,17 @@
 class WriteDriver : private ClipLegHost
 {
 public:
-    explicit WriteDriver(OrbMediaDriverHost *host);
+    /// How long a medium may take.
+    struct Patience
+    {
+        std::chrono::milliseconds tick{200};       ///< between two looks
+        std::chrono::milliseconds slowAfter{1000};
+        std::chrono::milliseconds hangsAfter{3400};
+        std::chrono::milliseconds toCatchUp{3000}; ///< at the start, and between two questions for a spare
+    };
+
+    explicit WriteDriver(OrbMediaDriverHost *host) : WriteDriver(host, Patience()) {}
+    WriteDriver(OrbMediaDriverHost *host, const Patience &patience);
     /// Waits briefly for what is still to be written, then leaves it to the thread.
     ~WriteDriver() override;
 
@@ -56,6 +67,7 @@ private:
     void answerClose(const OrbError &error);
 
     OrbMediaDriverHost *_host;
+    const Patience _patience;
     OrbStreamInfo _info;
     std::unique_ptr<ClipLeg> _leg;
     std::vector<std::unique_ptr<ClipLeg>> _retired; ///< being closed
@@ -82,7 +94,7 @@ private:
     bool _isSlow = false;
     QTimer _watchTimer;
     int _ticksOfLeg = 0;
-    int _ticksUntilAsking = 0;
+    int _tickOfNextAsking = 0;
     int _ticksStill = 0;        ///< of a close
     quint64 _jobsDone = 0;
 };
