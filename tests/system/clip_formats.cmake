@@ -5,5 +5,4 @@ set_target_properties(clip_maker PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BIN
 rv_system_test(sys_clip_formats ${CMAKE_CURRENT_LIST_DIR}/test_clip_formats.py)
 if(TARGET rvd)
     rv_system_test(sys_clip_recorder ${CMAKE_CURRENT_LIST_DIR}/test_clip_recorder.py)
-    set_tests_properties(sys_clip_recorder PROPERTIES RUN_SERIAL ON)
 endif()
