@@ -27,13 +27,18 @@ constexpr int positionsOf(Reduction reduction)
     return 64;
 }
 
-Dequantiser dequantiserOf(const Matrix &matrix, int index, const std::array<std::uint8_t, 64> &order)
+Matrix inScanOrder(const Matrix &matrix, const std::array<std::uint8_t, 64> &order)
 {
-    Dequantiser dequantiser {};
+    Matrix weights {};
     for (std::size_t i = 0; i < 64; ++i)
-        dequantiser.scale[i]
-            = static_cast<std::int16_t>(static_cast<std::uint16_t>(matrix[order[i]] * scaleOf(index)));
-    return dequantiser;
+        weights[i] = matrix[order[i]];
+    return weights;
+}
+
+void multiply(const Matrix &weights, int scale, Dequantiser &to)
+{
+    for (std::size_t i = 0; i < 64; ++i)
+        to.scale[i] = static_cast<std::int16_t>(static_cast<std::uint16_t>(weights[i] * scale));
 }
 
 } // namespace
@@ -46,6 +51,8 @@ struct SliceDecoder::Parts {
 
 SliceDecoder::SliceDecoder(const FrameHead &head, const DecoderSettings &settings, const InverseKernels &kernels)
     : _head(head), _settings(settings), _kernels(kernels), _positions(scanPositions(head.info.isInterlaced())),
+      _luma(inScanOrder(head.luma, scanOrder(head.info.isInterlaced()))),
+      _chroma(inScanOrder(head.chroma, scanOrder(head.info.isInterlaced()))),
       _shift(static_cast<int>(settings.reduction))
 {
 }
@@ -78,9 +85,8 @@ void SliceDecoder::dequantisers(int index, DecodeScratch &scratch) const
 {
     if (scratch.index == index)
         return;
-    const auto &order = scanOrder(_head.info.isInterlaced());
-    scratch.luma = dequantiserOf(_head.luma, index, order);
-    scratch.chroma = dequantiserOf(_head.chroma, index, order);
+    multiply(_luma, scaleOf(index), scratch.luma);
+    multiply(_chroma, scaleOf(index), scratch.chroma);
     scratch.index = index;
 }
 

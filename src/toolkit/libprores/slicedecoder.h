@@ -58,6 +58,8 @@ private:
     DecoderSettings _settings;
     const InverseKernels &_kernels;
     const ScanPositions &_positions;
+    Matrix _luma; // by scan position
+    Matrix _chroma;
     int _shift; // of all sizes, by the reduction
 };
 
