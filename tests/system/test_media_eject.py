@@ -9,7 +9,7 @@ import time
 import rig
 from hangingmedium import HangingMedium
 from rig import Recorder, check, main, wait_until
-from test_media import FORMAT, LoopMedium, Medium, wait_said, whole
+from test_media import FORMAT, LoopMedium, Medium, consecutive, fill_to, wait_said, whole
 from test_media_slots import READY, SlotRecorder
 
 
@@ -121,6 +121,34 @@ def a_medium_in_use_stays_and_its_recording_is_whole(bin_dir):
         ejected(recorder, recorder.medium)
 
 
+def the_full_medium_goes_as_soon_as_its_clip_is_closed(bin_dir):
+    with SlotRecorder(bin_dir, count=3, medium="none") as recorder, LoopMedium(recorder, "slot 2", "512m") as first, \
+            LoopMedium(recorder, "slot 3", "512m") as second:
+        recorder.start()
+        recorder.wait_for("InputFormat", 1)
+        recorder.wait_for("ActivePath", first.path)
+        recorder.wait_for("RolloverPath", second.path)
+        recorder.do("rollover", "on")
+        fill_to(first.path, 11.5)
+        recorder.do("record")
+        refusals = 0
+        end = time.monotonic() + 30
+        while eject(recorder, first.path).returncode != 0:
+            refusals += 1
+            check(time.monotonic() < end, "it never goes")
+        check(refusals > 0, "it goes at once")
+        recorder.wait_log(f"Rollover from {first.path} to {second.path} has completed.", 1)
+        check(recorder.status()["stateNumber"] == 2, "the recording goes on")
+        time.sleep(1)
+        recorder.do("stop")
+        wait_until("both clips are closed", lambda: recorder.log_text().count("STREAM: Close is Done") >= 2)
+        first.mount()
+        clips = [os.path.join(path, name) for path in (first.path, second.path) for name in os.listdir(path)
+                 if name.endswith(".mov")]
+        numbers = [number for clip in clips for number in whole(clip)]
+        check(len(clips) == 2 and consecutive(numbers), f"{clips}: {len(numbers)} frames")
+
+
 def a_medium_that_others_use_is_told_and_stays_given_up(bin_dir):
     with SlotRecorder(bin_dir) as recorder, Medium(recorder, "slot 2") as second:
         recorder.start()
@@ -229,6 +257,7 @@ def clips_stand_in_columns_and_edits_are_answered(bin_dir):
 
 if __name__ == "__main__":
     main([an_idle_medium_is_unmounted_and_taken_again_when_it_comes_back, the_active_medium_gives_way_to_the_next,
-          a_medium_that_a_client_named_goes_too, a_medium_in_use_stays_and_its_recording_is_whole, a_medium_that_others_use_is_told_and_stays_given_up,
+          a_medium_that_a_client_named_goes_too, a_medium_in_use_stays_and_its_recording_is_whole,
+          the_full_medium_goes_as_soon_as_its_clip_is_closed, a_medium_that_others_use_is_told_and_stays_given_up,
           a_hanging_medium_holds_up_nobody, the_slots_are_shown_with_room_and_time,
           clips_stand_in_columns_and_edits_are_answered])

@@ -21,8 +21,9 @@ constexpr std::size_t longestToken = 64;
 
 /// Value of eParamStorageInUse.
 constexpr unsigned int storageHasRolledOver = 3;
-/// Value of eParamTransportState.
+/// Values of eParamTransportState: from Record to Still a clip is used.
 constexpr unsigned int stateRecord = 2;
+constexpr unsigned int stateStill = 15;
 
 /// The text up to the first blank, and what stands behind it.
 std::pair<std::string, std::string> split(const std::string &text)
@@ -69,7 +70,8 @@ std::string MediaService::reasonToKeep(const std::string &path) const
     _config->getUInt32(eParamTransportRunning, isRunning);
     _config->getUInt32(eParamTransportState, state);
     const unsigned int use = storageUse();
-    const bool isUsed = isRunning == 1 && isInUse(use);
+    // The state is told a moment before the use of the storage.
+    const bool isUsed = isRunning == 1 && (isInUse(use) || (state >= stateRecord && state <= stateStill));
     const MediaPaths now = paths();
     if (isUsed && path == now.active)
         return path +
