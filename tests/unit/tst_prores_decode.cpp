@@ -2,7 +2,32 @@
 
 #include <QtTest>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
 using namespace prorestest;
+
+static std::atomic<int> allocations = 0;
+
+void *operator new(std::size_t size)
+{
+    ++allocations;
+    void *memory = std::malloc(size);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void *memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void *memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
 
 // The decoder gives what FFmpeg's gives, sample by sample.
 class ProresDecode : public QObject
@@ -20,6 +45,7 @@ private slots:
     void alphaMayBeSkipped();
     void headerIsRead();
     void threadsGiveTheSamePicture();
+    void nothingIsAllocatedForAFrame();
     void framesOfAnotherRasterAreRefused();
 };
 
@@ -236,6 +262,24 @@ void ProresDecode::threadsGiveTheSamePicture()
             for (int p = 0; p < 3; ++p)
                 QVERIFY(own.samples[p] == shared.samples[p]);
         }
+    }
+}
+
+void ProresDecode::nothingIsAllocatedForAFrame()
+{
+    const Format format = formatOf(Profile::P4444, 320, 96, Scan::TopFirst, true);
+    const QByteArray frame = encodedAt(format, 3, naturalLike(format));
+    ThreadPool pool(2);
+    for (Workers *workers : {static_cast<Workers *>(nullptr), static_cast<Workers *>(&pool)}) {
+        Decoder decoder({}, workers);
+        DecodedPlanes to(infoOf(frame));
+        QVERIFY(decode(decoder, frame, to).isSound());
+        const int before = allocations;
+        const DecodeReport report = decode(decoder, frame, to);
+        const int after = allocations;
+        QVERIFY(report.isSound());
+        QVERIFY(before > 0);
+        QCOMPARE(after, before);
     }
 }
 
