@@ -221,6 +221,7 @@ def a_growing_clip_is_played_by_another_recorder_and_followed(bin_dir):
             player.stdin.flush()
             told |= json.loads(player.stdout.readline() or "{}")
             check("last" in told, "the player failed")
+            player.wait(20)  # it clears away behind itself
         finally:
             player.kill()
             player.wait()
