@@ -22,6 +22,14 @@ MAKERS = {"ext4": ["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=0", "-e
 SIZES = {"tmpfs": "128m", "ext4": "64m", "xfs": "320m"}
 
 
+def first_in_line():
+    """What real cameras have and a process on a busy machine has not: they are never late."""
+    try:
+        os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(1))
+    except OSError:
+        pass
+
+
 class Volume:
     """A small medium of its own kind, mounted at a slot of the recorder."""
 
@@ -62,7 +70,7 @@ class Volume:
 class RolloverRecorder(Recorder):
     """A recorder with a slot for each kind of medium and a camera that numbers pictures and samples."""
 
-    disturbances = 0  # recordings that ended because the machine had no time for a frame, in all
+    disturbances = 0  # recordings that ended for want of a frame, in all
 
     def __init__(self, bin_dir, kinds):
         super().__init__(bin_dir, source="bus:/rvd_input_0", medium="none")
@@ -75,7 +83,7 @@ class RolloverRecorder(Recorder):
     def start(self):
         raster, num, den = FORMAT
         self.spawn("rvcam", "--size", raster, "--rate", f"{num}/{den}", "--timecode", FIRST_LABEL,
-                   "--sound", "count", "--channels", CHANNELS, "--pattern", "ramp")
+                   "--sound", "count", "--channels", CHANNELS, "--pattern", "ramp", preexec_fn=first_in_line)
         super().start()
         self.wait_for("InputFormat", 1)
         self.set("TcgSource", VITC)
@@ -89,7 +97,7 @@ class RolloverRecorder(Recorder):
         return super().spawn(name, *map(str, arguments), **options)
 
     def stop(self):
-        RolloverRecorder.disturbances += self.log_text().count("stopped due to dropped frame")
+        RolloverRecorder.disturbances += self.log_text().count("Recording stopped due to")
         super().stop()
         for volume in self.volumes:
             subprocess.run(["umount", "-l", volume.path], stderr=subprocess.DEVNULL, check=False)
@@ -123,7 +131,8 @@ class RolloverRecorder(Recorder):
 
 
 def undisturbed(test):
-    """A busy machine drops a frame, and the recorder says so: then the test is done again, twice at most."""
+    """A busy machine drops a frame or keeps the camera from its time, and the recorder says so: then the test is done
+    again, twice at most."""
     def tried(bin_dir):
         for _ in range(2):
             before = RolloverRecorder.disturbances

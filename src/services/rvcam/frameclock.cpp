@@ -1,5 +1,6 @@
 #include "services/rvcam/frameclock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -58,11 +59,14 @@ bool FrameClock::waitFor(std::int64_t frame)
     if (late > second)
         _startNs += late;
 
-    const std::int64_t due = dueNs(frame);
+    // Frames that are late follow each other at twice the rate: a bus holds few, and its readers need their time.
+    const std::int64_t soonest = _lastNs + second * _rateDen / _rateNum / 2;
+    const std::int64_t due = std::max(dueNs(frame), soonest);
     const timespec until = {static_cast<std::time_t>(due / second),
                             static_cast<long>(due % second)};
     while (!ending && clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
     }
+    _lastNs = nowNs();
     return !ending;
 }
 
