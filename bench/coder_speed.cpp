@@ -43,11 +43,12 @@ void measure(const OrbImageDesc &desc, const std::vector<RawPictureRef> &picture
     EncoderPool coders(1);
     DecoderPool decoders(1);
     std::vector<OrbBuffer> coded;
-    coders.promise(pictures.front(), desc).wait(); // makes the coder
+    std::int64_t number = 0;
+    coders.promise(pictures.front(), desc, number).wait(); // makes the coder, and finds the rate
     double begun = processorMs();
     double bytes = 0;
     for (const RawPictureRef &picture : pictures) {
-        coded.push_back(coders.promise(picture, desc));
+        coded.push_back(coders.promise(picture, desc, ++number));
         if (!coded.back().wait())
             return;
         bytes += coded.back().size();
