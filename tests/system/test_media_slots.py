@@ -80,19 +80,21 @@ def media_become_active_and_next_as_they_come(bin_dir):
                 recorder.wait_for("MediaState", NO_MEDIUM)
 
 
-def the_active_medium_stays_while_it_is_recorded_on(bin_dir):
+def a_recording_goes_on_on_the_next_medium_when_its_own_is_pulled(bin_dir):
     with SlotRecorder(bin_dir) as recorder, Medium(recorder, "slot 2") as second:
         recorder.start()
-        recorder.wait_for("ActivePath", recorder.slots[0])
         recorder.wait_for("RolloverPath", second.path)
         recorder.do("record")
         recorder.wait_for("StorageInUse", 1)
-        subprocess.run(["umount", "-l", recorder.medium], check=True)
-        wait_said(recorder, "A medium is in", 2)
         time.sleep(1)
-        check(recorder.get("ActivePath") == recorder.medium, "the path changes under a recording")
-        recorder.do("stop")
+        subprocess.run(["umount", "-l", recorder.medium], check=True)
         recorder.wait_for("ActivePath", second.path)
+        time.sleep(1)
+        check(recorder.status()["stateNumber"] == 2, "the recording goes on")
+        recorder.do("stop")
+        recorder.wait_for("StorageInUse", 2)
+        check(any(name.endswith(".mov") for name in os.listdir(second.path)), "nothing on the next medium")
+        check(recorder.get("ActivePath") == second.path, "and stays there")
 
 
 def a_medium_with_other_clips_shows_them_when_it_comes(bin_dir):
@@ -254,7 +256,7 @@ def clients_edit_the_play_list_through_the_store(bin_dir):
 
 
 if __name__ == "__main__":
-    main([media_become_active_and_next_as_they_come, the_active_medium_stays_while_it_is_recorded_on,
+    main([media_become_active_and_next_as_they_come, a_recording_goes_on_on_the_next_medium_when_its_own_is_pulled,
           a_medium_with_other_clips_shows_them_when_it_comes, an_idle_service_asks_for_nothing,
           hostile_files_cost_entries_and_nothing_else, a_service_killed_and_started_again_goes_on,
           recordings_roll_over_round_three_slots, clients_edit_the_play_list_through_the_store])
