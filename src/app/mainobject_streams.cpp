@@ -20,7 +20,7 @@ namespace {
 constexpr quint32 eightChannels = 1;
 constexpr quint32 inputWithoutEightChannels = 2;
 constexpr quint32 storageAfterRollover = 3;
-constexpr int afterFailedRolloverMs = 500; ///< until everybody has heard of it
+constexpr int afterFailedRolloverMs = 50; ///< for the engine to get to Standby Off, and the store to hear of it
 
 } // namespace
 

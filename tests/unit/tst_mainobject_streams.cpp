@@ -594,7 +594,7 @@ void TestMainObjectStreams::afterARolloverToNowhereTheMediaOfTheStoreCount()
         _rig->change(eParamRolloverPath, QString());
         _rig->media->finishClose();
     }
-    _rig->settle(400);
+    _rig->settle(40);
     QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
     QVERIFY(!_rig->manager->isRolloverInProgress());
     QCOMPARE(_rig->manager->activePath(), isPulled ? QString() : other);
