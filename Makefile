@@ -44,6 +44,7 @@ install: build
 
 # What takes long: about three quarters of an hour.
 soak: build
+	@scripts/packages.sh soak
 	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture clip_torture \
 		tst_media_listing fuzz_clip fuzz_clipreader fuzz_medium
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin

@@ -3,6 +3,7 @@
 #include "app/mainobject.h"
 #include "app/mainobject_log.h"
 #include "libvanta/clipfinder.h"
+#include "liborb/orbconnect.h"
 #include "liborb/orbstream.h"
 #include "media/mediamanager.h"
 #include "transport/vtrobject.h"
@@ -33,12 +34,12 @@ SpareMedium::SpareMedium(MainObject *main, VtrObject *vtr, MediaManager *media, 
     if (!stream)
         return;
     stream->setSpareQuestion([this](const QVariant &desc, const OrbError &) { return spareFor(desc); });
-    connect(stream, &OrbStream::wentOver, this, &SpareMedium::wentOver);
-    connect(stream, &OrbStream::mediumFailed, this,
-            [this](const QVariant &desc, const OrbError &, int framesLost) { failed(desc, framesLost); });
-    connect(stream, &OrbStream::mediumIsSlow, this,
-            [this, stream](bool isSlow) { slow(stream->desc(), isSlow); });
-    connect(stream, &OrbStream::openIsDone, this, &SpareMedium::opened);
+    ORB_TESTED(connect(stream, &OrbStream::wentOver, this, &SpareMedium::wentOver));
+    ORB_TESTED(connect(stream, &OrbStream::mediumFailed, this,
+                       [this](const QVariant &desc, const OrbError &, int framesLost) { failed(desc, framesLost); }));
+    ORB_TESTED(connect(stream, &OrbStream::mediumIsSlow, this,
+                       [this, stream](bool isSlow) { slow(stream->desc(), isSlow); }));
+    ORB_TESTED(connect(stream, &OrbStream::openIsDone, this, &SpareMedium::opened));
 }
 
 void SpareMedium::raise(int id, int level, const QString &text, int line)
@@ -54,7 +55,7 @@ QVariant SpareMedium::spareFor(const QVariant &failed)
         return QVariant();
     MediaManager::PathInfo info;
     if (_media->getRolloverPathInfo(info) && (!info.mounted || info.atStopLevel)) {
-        logText(1, QStringLiteral("%1 cannot take what %2 does not\n").arg(path, folderOf(failed)));
+        logText(1, QStringLiteral("%1 cannot take what %2 does not").arg(path, folderOf(failed)));
         return QVariant();
     }
     std::string next;
