@@ -86,12 +86,8 @@ def every_data_type_in_every_format_is_right_elsewhere(bin_dir):
     check(outcome.returncode == 0, "a clip is wrong, see above")
 
 
-def a_hundred_rollovers_have_no_seam(bin_dir):
-    test_rollover.undisturbed(lambda folder: test_rollover.rollovers_in_a_row(folder, 100))(bin_dir)
-
-
 if __name__ == "__main__":
     main([the_engine_survives_any_story, the_store_keeps_its_promises, clips_survive_kills_and_power_cuts,
           *test_failing_media.long(), *test_killed_daemon.long(),
           hostile_media_cost_nothing_but_entries, every_data_type_in_every_format_is_right_elsewhere,
-          every_frame_follows_the_speed_law, a_hundred_rollovers_have_no_seam, ten_minutes_without_a_dropped_frame])
+          every_frame_follows_the_speed_law, *test_rollover.long(), ten_minutes_without_a_dropped_frame])

@@ -246,6 +246,10 @@ def ten_rollovers_in_a_row_have_no_seam(bin_dir):
     rollovers_in_a_row(bin_dir, 10)
 
 
+def a_hundred_rollovers_have_no_seam(bin_dir):
+    rollovers_in_a_row(bin_dir, 100)
+
+
 # Media that are no good when their turn comes
 
 def roll_over(recorder, before, after):
@@ -421,6 +425,12 @@ def a_service_that_was_away_during_a_rollover_catches_up(bin_dir):
         check_joined([recorder.part(1, first), recorder.part(2, second), recorder.part(3, first)])
 
 
+def long():
+    """What the quick run leaves out."""
+    return [undisturbed(test) for test in [a_next_medium_that_falls_silent_or_dies_gives_way,
+                                           a_hundred_rollovers_have_no_seam]]
+
+
 if __name__ == "__main__":
     main([undisturbed(test) for test in [
         ten_rollovers_in_a_row_have_no_seam, only_media_that_can_be_written_are_next,
@@ -428,5 +438,4 @@ if __name__ == "__main__":
         a_medium_pulled_while_the_old_clip_closes_gives_way_to_another,
         the_recorder_lives_on_when_the_only_next_medium_is_pulled_in_a_rollover,
         a_medium_that_fails_unseen_ends_the_recording_and_gives_way,
-        a_next_medium_that_falls_silent_or_dies_gives_way,
         a_service_that_was_away_during_a_rollover_catches_up]])
