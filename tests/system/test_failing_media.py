@@ -11,6 +11,7 @@ from test_hanging import Changes
 from test_media import FORMAT, Medium, fill_to, reasons, start, whole
 
 FAILED, SLOW = "eParamAlarm1901", "eParamAlarm1906"
+UNTIL_NEXT_CALL = 300   # milliseconds: a medium that nobody asks does not hang
 
 
 class Loop:
@@ -116,6 +117,10 @@ class Stage:
         frames, both = without_a_hole(clip, new.pop())
         print(f"       {name}: alarm after {delay:.0f} ms, {frames} frames, {both} of them in both clips")
         check(delay <= limit, f"the alarm came after {delay:.0f} ms")
+        if delay > 500:
+            warned, _ = alarm_after(self.changes, SLOW, struck, 1)
+            print(f"       {name}: warning after {warned:.0f} ms")
+            check(warned <= 500 + UNTIL_NEXT_CALL, f"the warning came after {warned:.0f} ms")
         expected = f"Medium {medium.path} failed, recording continued on {self.recorder.medium}"
         check(expected in text, f"{text}")
         check(frames > 25 * 2, f"{frames} frames")
@@ -138,13 +143,14 @@ def stalls_for_three_seconds(stage):
         print(f"       a stall of three seconds: {len(numbers)} frames, warning after {delay:.0f} ms")
         check(set(stage.recorder.clips()) == stage.known, "no clip on the other medium")
         check(f"Medium {medium.path} is slow" in text, text)
+        check(delay <= 500, f"the warning came after {delay:.0f} ms")
         check(not stage.recorder.get("Alarm1906"), "the warning is over")
         check(len(numbers) > 25 * 5, f"{len(numbers)} frames")
 
 
 def is_taken_away(stage):
     with Loop(stage.recorder, "stick") as stick:
-        stage.goes_on("taken away", stick, stick.take_away, 800)
+        stage.goes_on("taken away", stick, stick.take_away, 500)
 
 
 def no_frame_is_lost_whatever_fails(bin_dir):

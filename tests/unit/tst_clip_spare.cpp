@@ -52,8 +52,10 @@ public:
 };
 
 /// A fifth of what a recorder has, where nothing depends on how busy the machine is.
-constexpr WriteDriver::Patience littlePatience{std::chrono::milliseconds(40), std::chrono::milliseconds(200),
-                                               std::chrono::milliseconds(680), std::chrono::milliseconds(600)};
+using std::chrono::milliseconds;
+constexpr WriteDriver::Patience littlePatience{.tick = milliseconds(40),         .slowAfter = milliseconds(70),
+                                               .quickAfter = milliseconds(200),  .mayHangAfter = milliseconds(200),
+                                               .hangsAfter = milliseconds(680), .toCatchUp = milliseconds(600)};
 
 /// Turn by turn, because hundreds of recordings have no time for polling. CTest ends a wait in vain.
 template<typename Condition>

@@ -42,7 +42,7 @@ WriteDriver::~WriteDriver()
     if (_leg && _ticksStill * _patience.tick >= stillAtClose)
         _leg->setPatience(milliseconds(0));
     for (const auto &leg : _retired) {
-        if (leg->waitingForMedium() >= _patience.slowAfter)
+        if (leg->waitingForMedium() >= _patience.mayHangAfter)
             leg->setPatience(milliseconds(0));
     }
 }
@@ -226,7 +226,7 @@ QString WriteDriver::findSpare(const OrbError &error)
 void WriteDriver::retire()
 {
     releaseCommitted();
-    if (_leg->waitingForMedium() >= _patience.slowAfter) {
+    if (_leg->waitingForMedium() >= _patience.mayHangAfter) {
         _leg->setPatience(milliseconds(0));
         _leg->abandon();
         _leg.reset();
@@ -281,7 +281,7 @@ void WriteDriver::watch()
 void WriteDriver::watchMedium()
 {
     const milliseconds waiting = _held.empty() ? milliseconds(0) : _leg->waitingForMedium();
-    tellSlow(waiting >= _patience.slowAfter);
+    watchSpeed(waiting);
     ++_ticksOfLeg;
     if (_isOver || _isGivingUp || _ticksOfLeg < _tickOfNextAsking)
         return;
@@ -290,6 +290,17 @@ void WriteDriver::watchMedium()
     // It may come back, or another one come.
     if (!goOver(OrbError(ETIMEDOUT)))
         _tickOfNextAsking = _ticksOfLeg + int(_patience.toCatchUp / _patience.tick);
+}
+
+/// A medium that is slow now and then is one warning, not many.
+void WriteDriver::watchSpeed(milliseconds waiting)
+{
+    if (waiting >= _patience.slowAfter) {
+        _ticksQuick = 0;
+        tellSlow(true);
+    } else if (_isSlow && ++_ticksQuick * _patience.tick >= _patience.quickAfter) {
+        tellSlow(false);
+    }
 }
 
 bool WriteDriver::isTooSlow() const

@@ -26,10 +26,12 @@ public:
     /// How long a medium may take.
     struct Patience
     {
-        std::chrono::milliseconds tick{200};       ///< between two looks
-        std::chrono::milliseconds slowAfter{1000};
+        std::chrono::milliseconds tick{50};         ///< between two looks
+        std::chrono::milliseconds slowAfter{300};   ///< so that an operator knows within half a second
+        std::chrono::milliseconds quickAfter{1000}; ///< of answers in time
+        std::chrono::milliseconds mayHangAfter{1000};
         std::chrono::milliseconds hangsAfter{3400};
-        std::chrono::milliseconds toCatchUp{3000}; ///< at the start, and between two questions for a spare
+        std::chrono::milliseconds toCatchUp{3000};  ///< at the start, and between two questions for a spare
     };
 
     explicit WriteDriver(OrbMediaDriverHost *host) : WriteDriver(host, Patience()) {}
@@ -61,6 +63,7 @@ private:
     void releaseCommitted();
     void watch();
     void watchMedium();
+    void watchSpeed(std::chrono::milliseconds waiting);
     void watchClose();
     bool isTooSlow() const;
     void tellSlow(bool isSlow);
@@ -94,6 +97,7 @@ private:
     bool _isSlow = false;
     QTimer _watchTimer;
     int _ticksOfLeg = 0;
+    int _ticksQuick = 0;        ///< since it was slow
     int _tickOfNextAsking = 0;
     int _ticksStill = 0;        ///< of a close
     quint64 _jobsDone = 0;
