@@ -13,6 +13,8 @@ PRESET ?= release
 JOBS ?= $(shell nproc)
 BUILD = build/$(PRESET)
 export PATH := $(PATH):/usr/sbin:/sbin
+# Lets ccache know objects that came from precompiled headers.
+export CCACHE_SLOPPINESS = pch_defines,time_macros
 
 .PHONY: all run test demo bench soak coverage install packages build clean
 

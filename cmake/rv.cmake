@@ -39,6 +39,21 @@ function(rv_program name)
     add_dependencies(programs ${name})
 endfunction()
 
+# What the tests of a folder include is read once for all of them: it takes most of the time that they need to compile.
+function(rv_test_headers name)
+    if(TARGET ${name})
+        return()
+    endif()
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp "")
+    add_library(${name} OBJECT EXCLUDE_FROM_ALL ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+    target_compile_options(${name} PRIVATE -O0)
+    target_link_libraries(${name} PRIVATE rv_options Qt6::Core Qt6::Test)
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    target_precompile_headers(${name} PRIVATE
+        <QtTest> <QCoreApplication> <QDir> <QFile> <QTemporaryDir> <QTimer> <algorithm> <chrono> <cstring> <functional>
+        <memory> <string> <thread> <vector>)
+endfunction()
+
 # rv_test(NAME LABEL sources...): a test program under CTest. Label "fast" runs under the sanitizers too. Its own sources
 # are not optimized: they are half of what there is to compile.
 function(rv_test name label)
@@ -47,6 +62,11 @@ function(rv_test name label)
     target_link_libraries(${name} PRIVATE rv_options Qt6::Core Qt6::Test)
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+    if(NOT folder STREQUAL "system") # few programs: more to read once than it saves
+        rv_test_headers(headers_of_${folder}_tests)
+        target_precompile_headers(${name} REUSE_FROM headers_of_${folder}_tests)
+    endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 300)
     if(label STREQUAL "fast")

@@ -124,11 +124,15 @@ def decode_with_gstreamer(path, want, folder):
     # Its demuxer of these years knows DNxHD by name, not yet DNxHR; its decoder decodes both.
     named = ["capssetter", "join=false", "caps=video/x-dnxhd", "!"] if tag == "AVdh" else []
     same = ["!", "videoconvert", "dither=none", "!", "video/x-raw,format=I422_10LE"] if tag == "v210" else []
-    text = run(["gst-launch-1.0", "-v", "filesrc", f"location={path}", "!", "qtdemux", "name=d",
+    command = ["gst-launch-1.0", "-v", "filesrc", f"location={path}", "!", "qtdemux", "name=d",
                 "d.video_0", "!", "queue", "!", *named, "decodebin", *same, "!", "filesink", f"location={video}",
-                "d.audio_0", "!", "queue", "!", "filesink", f"location={audio}"])
-    check("ERROR" not in text and "WARNING" not in text, f"gst-launch-1.0: {text[-500:]}")
-    caps = [line for line in text.splitlines() if "FileSink:filesink0" in line and "video/x-raw" in line]
+                "d.audio_0", "!", "queue", "!", "filesink", f"location={audio}"]
+    for _ in range(3):      # its two outputs may break into each other's lines
+        text = run(command)
+        check("ERROR" not in text and "WARNING" not in text, f"gst-launch-1.0: {text[-500:]}")
+        caps = [line for line in text.splitlines() if "FileSink:filesink0" in line and "video/x-raw" in line]
+        if caps:
+            break
     check(caps, "GStreamer states no caps")
     return video, audio, caps[-1]
 

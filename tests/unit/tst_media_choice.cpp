@@ -169,10 +169,16 @@ void TestMediaChoice::theActiveMediumIsNeverItsOwnNext()
 void TestMediaChoice::nothingIsDecidedAgainstAMediumThatIsJustComing()
 {
     const Media media{coming("/a"), slot("/b")};
-    QVERIFY(choosePaths(media, {"", ""}, false) == (MediaPaths{"", "/b"}));
+    QVERIFY(choosePaths(media, {"", ""}, false) == (MediaPaths{"", ""}));
     QVERIFY(choosePaths(media, {"/a", "/b"}, false) == (MediaPaths{"/a", "/b"}));
     QVERIFY(choosePaths(media, {"/b", "/a"}, false) == (MediaPaths{"/b", "/a"}));
     QVERIFY(choosePaths({slot("/a"), coming("/b")}, {"", ""}, false) == (MediaPaths{"/a", ""}));
+    // The order of the slots counts, not the order in which they are listed; a recording does not wait.
+    const Media second{slot("/a"), coming("/b"), slot("/c")};
+    QVERIFY(choosePaths(second, {"/a", ""}, false) == (MediaPaths{"/a", ""}));
+    QVERIFY(choosePaths(second, {"/a", ""}, true) == (MediaPaths{"/a", "/c"}));
+    QVERIFY(choosePaths(second, {"/c", ""}, false) == (MediaPaths{"/c", "/a"}));
+    QVERIFY(choosePaths({slot("/a"), slot("/b"), slot("/c")}, {"/a", ""}, false) == (MediaPaths{"/a", "/b"}));
 }
 
 void TestMediaChoice::tenRolloversGoRoundThreeMedia()

@@ -35,13 +35,38 @@ std::string chooseActive(const std::vector<MediumFacts> &media, const std::strin
     return first == media.end() || first->isComing ? std::string() : first->path;
 }
 
-std::string chooseRollover(const std::vector<MediumFacts> &media, const MediaPaths &now)
+/// The other media, from the one after \a active on.
+std::vector<MediumFacts> roundFrom(const std::vector<MediumFacts> &media, const std::string &active)
+{
+    const auto at = std::ranges::find(media, active, &MediumFacts::path);
+    const auto begin = at == media.end() ? media.begin() : at;
+    std::vector<MediumFacts> round(begin, media.end());
+    round.insert(round.end(), media.begin(), begin);
+    std::erase_if(round, [&](const MediumFacts &medium) { return medium.path == active; });
+    return round;
+}
+
+/// A slot whose turn is earlier than that of \a next is being listed.
+bool isEarlierComing(const std::vector<MediumFacts> &media, const std::string &active, const std::string &next)
+{
+    for (const MediumFacts &medium : roundFrom(media, active)) {
+        if (medium.path == next)
+            return false;
+        if (medium.isSlot && medium.isComing)
+            return true;
+    }
+    return false;
+}
+
+std::string chooseRollover(const std::vector<MediumFacts> &media, const MediaPaths &now, bool isInUse)
 {
     const MediumFacts *medium = now.rollover == now.active ? nullptr : factsOf(media, now.rollover);
     if (medium && (medium->isComing || hasRoom(*medium)))
         return now.rollover;
     const bool isUsable = medium && takesClips(*medium);
     const std::string next = nextMedium(media, now.active);
+    if (!isInUse && now.rollover.empty() && isEarlierComing(media, now.active, next))
+        return std::string();
     const MediumFacts *better = factsOf(media, next);
     if (better && (hasRoom(*better) || !isUsable))
         return next;
@@ -53,13 +78,8 @@ std::string chooseRollover(const std::vector<MediumFacts> &media, const MediaPat
 
 std::string nextMedium(const std::vector<MediumFacts> &media, const std::string &active)
 {
-    const auto at = std::ranges::find(media, active, &MediumFacts::path);
-    const auto begin = at == media.end() ? media.begin() : at;
-    std::vector<MediumFacts> round(begin, media.end());
-    round.insert(round.end(), media.begin(), begin);
-    std::erase_if(round, [&](const MediumFacts &medium) {
-        return medium.path == active || !takesClips(medium);
-    });
+    std::vector<MediumFacts> round = roundFrom(media, active);
+    std::erase_if(round, [](const MediumFacts &medium) { return !takesClips(medium); });
     const auto roomy = std::ranges::find_if(round, hasRoom);
     if (roomy != round.end())
         return roomy->path;
@@ -71,7 +91,7 @@ MediaPaths choosePaths(const std::vector<MediumFacts> &media, const MediaPaths &
     MediaPaths chosen = now;
     if (!isInUse)
         chosen.active = chooseActive(media, now.active);
-    chosen.rollover = chooseRollover(media, {chosen.active, now.rollover});
+    chosen.rollover = chooseRollover(media, {chosen.active, now.rollover}, isInUse);
     return chosen;
 }
 

@@ -32,7 +32,8 @@ std::string nextMedium(const std::vector<MediumFacts> &media, const std::string 
 /// The paths that should be set now. An active slot without a medium gives way to the first one that has one,
 /// preferably one that can be written, but not while the storage is in use. A rollover path stays while its
 /// medium can be written and has room; otherwise one with room is taken, or the next one that can be written.
-/// Nothing is decided against a medium that is just coming. A path that is no slot was chosen by a client and
+/// Nothing is decided against a medium that is just coming: a first rollover path waits for one whose turn is earlier,
+/// unless something is recorded. A path that is no slot was chosen by a client and
 /// gives way to better ones only, unless its medium is there and cannot be written: such a one is never next.
 MediaPaths choosePaths(const std::vector<MediumFacts> &media, const MediaPaths &now, bool isInUse);
 
