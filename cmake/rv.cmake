@@ -66,6 +66,7 @@ function(rv_test name label)
     if(NOT folder STREQUAL "system") # few programs: more to read once than it saves
         rv_test_headers(headers_of_${folder}_tests)
         target_precompile_headers(${name} REUSE_FROM headers_of_${folder}_tests)
+        set_target_properties(${name} PROPERTIES PCH_WARN_INVALID OFF) # a test with options of its own reads them itself
     endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 300)

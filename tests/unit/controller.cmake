@@ -1,7 +1,6 @@
 # The controller proven rule by rule, and the door to the store with what is published beside it.
 rv_test(tst_shmstring fast ${CMAKE_CURRENT_SOURCE_DIR}/tst_shmstring.cpp)
 target_compile_options(tst_shmstring PRIVATE -O2) # its plain reader copies as programs do, not byte by byte
-set_target_properties(tst_shmstring PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
 target_link_libraries(tst_shmstring PRIVATE shmstring)
 
 if(TARGET orbscripted)
