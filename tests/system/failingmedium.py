@@ -9,21 +9,13 @@ import errno
 import os
 import stat
 import struct
-import subprocess
-import threading
 import time
 
-OPERATIONS = {
-    1: "lookup", 2: "forget", 3: "getattr", 4: "setattr", 9: "mkdir", 10: "unlink", 11: "rmdir", 12: "rename",
-    14: "open", 15: "read", 16: "write", 17: "statfs", 18: "release", 20: "fsync", 25: "flush", 26: "init",
-    27: "opendir", 28: "readdir", 29: "releasedir", 30: "fsyncdir", 34: "access", 35: "create", 36: "interrupt",
-    38: "destroy", 42: "batch_forget", 43: "fallocate", 45: "rename2",
-}
-WITHOUT_ANSWER = ("forget", "interrupt", "batch_forget")
+from fuseserver import MAX_WRITE, OPERATIONS, FuseServer
+
 # Asked by whoever looks; a medium that is gone still answers these until it is asked to do something.
 LOOKS = ("lookup", "getattr", "statfs", "opendir", "readdir", "releasedir", "access", "release", "flush", "open",
-         "read")
-MAX_WRITE = 1 << 20
+         "read", "readdirplus")
 
 
 class Rule:
@@ -48,37 +40,21 @@ class Rule:
         return True
 
 
-class FailingMedium:
+class FailingMedium(FuseServer):
     """Mounted at the folder \\a path for as long as this is open; its files are in \\a folder."""
 
     def __init__(self, path, folder, has_fallocate=True):
-        self.path = path
         self.folder = folder
         self.has_fallocate = has_fallocate
         self.rules = []
         self._paths = {1: ""}
         self._nodes = {"": 1}
-        self._answering = threading.Event()
-        self._answering.set()
-        os.makedirs(path, exist_ok=True)
         os.makedirs(folder, exist_ok=True)
-        self._device = os.open("/dev/fuse", os.O_RDWR | os.O_CLOEXEC)
-        libc = ctypes.CDLL(None, use_errno=True)
-        options = f"fd={self._device},rootmode=40000,user_id=0,group_id=0,allow_other"
-        if libc.mount(b"failing", path.encode(), b"fuse", 0, options.encode()) != 0:
-            error = ctypes.get_errno()
-            os.close(self._device)
-            raise OSError(error, os.strerror(error), path)
-        threading.Thread(target=self._serve, daemon=True).start()
-
-    def __enter__(self):
-        return self
+        super().__init__(path, "failing", "allow_other")
 
     def __exit__(self, *unused):
         self.rules = []
-        self.let_go()
-        subprocess.run(["umount", "-l", self.path], stderr=subprocess.DEVNULL, check=False)
-        return False
+        return super().__exit__(*unused)
 
     # What goes wrong
 
@@ -94,13 +70,6 @@ class FailingMedium:
         self.rules.append(Rule(operations, 0, 0, 1, seconds))
         return self.rules[-1]
 
-    def hang(self):
-        self._answering.clear()
-        return time.time()
-
-    def let_go(self):
-        self._answering.set()
-
     def disconnect(self):
         """The server is gone: every call fails with ENOTCONN."""
         os.close(self._device)
@@ -108,27 +77,7 @@ class FailingMedium:
 
     # The server
 
-    def _serve(self):
-        while True:
-            try:
-                request = os.read(self._device, MAX_WRITE + 65536)
-            except OSError as error:
-                if error.errno in (errno.EINTR, errno.EAGAIN, errno.ENOENT):
-                    continue
-                return  # unmounted, or disconnected
-            opcode, unique, node = struct.unpack_from("=4xIQQ", request)
-            name = OPERATIONS.get(opcode, "")
-            if name in WITHOUT_ANSWER:
-                continue
-            if name != "init":
-                self._answering.wait()
-            code, data = self._outcome(name, node, request[40:])
-            try:
-                os.write(self._device, struct.pack("=IiQ", 16 + len(data), -code, unique) + data)
-            except OSError:
-                continue  # whoever asked is gone
-
-    def _outcome(self, name, node, body):
+    def answer(self, name, node, body):
         for rule in self.rules:
             if rule.strikes(name):
                 time.sleep(rule.seconds)

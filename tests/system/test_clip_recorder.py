@@ -100,8 +100,7 @@ def check_recorded(recorder, row, folder):
             if clip:
                 break
     recorder.do("standby-off")
-    if not clip:
-        return f"{name_of(*row[:4])} is more than this machine records in real time just now"
+    check(clip, "a frame was dropped each time")
     numbers = check_numbers(clip)
     label = labels.get(numbers[0])
     check(label, f"the first recorded picture, {numbers[0]}, was not on the output: {sorted(labels)[:3]} ...")
@@ -119,15 +118,12 @@ def formats_of_every_kind_are_recorded_right(bin_dir):
     with Recorder(bin_dir, source="bus:/" + CAMERA_BUS, size="6g") as recorder, \
             tempfile.TemporaryDirectory(dir=shared) as folder:
         recorder.start()
-        recorded = 0
         for row in RECORDED:
             try:
                 text = check_recorded(recorder, row, folder)
             except Failed as error:
                 raise Failed(f"{name_of(*row[:4])}, type {row[5]}: {error}") from error
-            recorded += "frames" in text
             print("       " + text, flush=True)
-        check(recorded >= 2, f"{recorded} formats were recorded")
 
 
 def pictures_in(path):

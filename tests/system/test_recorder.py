@@ -35,6 +35,22 @@ def records_and_plays_a_clip(bin_dir):
         wait_until("E-E after Standby Off", lambda: recorder.frames(1)[0]["content"] == "live", 3)
 
 
+def every_data_type_records(bin_dir):
+    codecs = {"0": "apcn", "1": "apch", "2": "apcs", "3": "apco", "7": "ap4h", "8": "AVd", "9": "v210"}
+    with Recorder(bin_dir, source_format="1280x720p25", size="6g") as recorder:
+        recorder.start()
+        time.sleep(1.5)
+        for value, tag in codecs.items():
+            recorder.set("EncodeType", value)
+            time.sleep(1)
+            clip = recorder.record(1)
+            video = stream_of(probe(clip), "video")
+            check(video["codec_tag_string"].startswith(tag), f"encode type {value}: {video['codec_tag_string']}")
+            numbers = clip_numbers(clip)
+            check(consecutive(numbers) and len(numbers) >= 15, f"encode type {value}: {numbers}")
+            recorder.do("standby-off")
+
+
 def an_interlaced_input_is_recorded_as_such(bin_dir):
     with Recorder(bin_dir, source_format="1920x1080i25") as recorder:
         recorder.start()
@@ -203,7 +219,7 @@ def shuts_down_in_order(bin_dir):
 
 
 if __name__ == "__main__":
-    main([records_and_plays_a_clip, an_interlaced_input_is_recorded_as_such,
+    main([records_and_plays_a_clip, every_data_type_records, an_interlaced_input_is_recorded_as_such,
           drop_frame_timecode_is_kept, starts_without_a_store_and_finds_it_later,
           outlives_the_store_in_a_recording, an_input_that_never_comes_is_reported,
           loss_of_video_stops_the_recording_and_keeps_the_clip, clips_that_are_none_end_in_standby_off,
