@@ -136,4 +136,12 @@ inline QByteArray foreignFrame(const char *encoder, AVPixelFormat pixels, int wi
     return result;
 }
 
+inline QByteArray encodedAt(const Format &format, int index, const OwnPicture &picture)
+{
+    Settings settings;
+    settings.index = index;
+    Encoder encoder(format, settings);
+    return encode(encoder, picture);
+}
+
 } // namespace prorestest

@@ -25,6 +25,17 @@ namespace prorestest {
 
 using namespace prores;
 
+inline Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive, bool hasAlpha = false)
+{
+    Format format;
+    format.profile = profile;
+    format.width = width;
+    format.height = height;
+    format.scan = scan;
+    format.hasAlpha = hasAlpha;
+    return format;
+}
+
 /// A picture that owns its samples, packed plane after plane.
 struct OwnPicture {
     std::vector<std::uint16_t> samples[4];
@@ -272,5 +283,27 @@ private:
     int _depth;
     OwnPicture _result;
 };
+
+/// Levels that a transform may give, with runs of up to \a longestRun positions now and then, and the ends of every
+/// table.
+inline void fill(Levels &levels, std::mt19937 &random, int blocks, unsigned longestRun)
+{
+    levels.begin(blocks);
+    const unsigned density = 1 + random() % 100;
+    const unsigned size = 1 + random() % 13;
+    for (int i = 0; i < blocks; ++i)
+        levels.dc[i] = static_cast<std::int16_t>(static_cast<int>(random() % (2u << size)) - (1 << size));
+    for (int at = blocks; at < 64 * blocks; ++at) {
+        if (random() % 100 >= density)
+            continue;
+        if (density < 20 && random() % 30 == 0)
+            at += static_cast<int>(random() % longestRun);
+        if (at >= 64 * blocks)
+            break;
+        const unsigned magnitude = 1 + random() % (random() % 3 == 0 ? 1u << size : 4u);
+        levels.position[Levels::lead + levels.count] = static_cast<std::uint16_t>(at);
+        levels.level[Levels::lead + levels.count++] = static_cast<std::uint16_t>(magnitude * 2 + random() % 2);
+    }
+}
 
 } // namespace prorestest

@@ -53,25 +53,6 @@ namespace {
 
 constexpr Path paths[] = {Path::Portable, Path::Avx2, Path::Avx512};
 
-Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive, bool hasAlpha = false)
-{
-    Format format;
-    format.profile = profile;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
-    format.hasAlpha = hasAlpha;
-    return format;
-}
-
-QByteArray encodedAt(const Format &format, int index, const OwnPicture &picture)
-{
-    Settings settings;
-    settings.index = index;
-    Encoder encoder(format, settings);
-    return encode(encoder, picture);
-}
-
 // On each path, by every sample.
 void compareWithJudge(const QByteArray &frame)
 {

@@ -25,17 +25,6 @@ private slots:
 
 namespace {
 
-Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive, bool hasAlpha = false)
-{
-    Format format;
-    format.profile = profile;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
-    format.hasAlpha = hasAlpha;
-    return format;
-}
-
 QByteArray frameOf(const Format &format, int index = 4)
 {
     Settings settings;

@@ -60,27 +60,6 @@ Dequantiser randomDequantiser(std::mt19937 &random, int kind)
     return dequantiser;
 }
 
-// Random levels as an encoder holds them, and the ends of every table.
-void fill(Levels &levels, std::mt19937 &random, int blocks)
-{
-    levels.begin(blocks);
-    const unsigned density = 1 + random() % 100;
-    const unsigned size = 1 + random() % 13;
-    for (int i = 0; i < blocks; ++i)
-        levels.dc[i] = static_cast<std::int16_t>(static_cast<int>(random() % (2u << size)) - (1 << size));
-    for (int at = blocks; at < 64 * blocks; ++at) {
-        if (random() % 100 >= density)
-            continue;
-        if (density < 20 && random() % 30 == 0)
-            at += static_cast<int>(random() % 700);
-        if (at >= 64 * blocks)
-            break;
-        const unsigned magnitude = 1 + random() % (random() % 3 == 0 ? 1u << size : 4u);
-        levels.position[Levels::lead + levels.count] = static_cast<std::uint16_t>(at);
-        levels.level[Levels::lead + levels.count++] = static_cast<std::uint16_t>(magnitude * 2 + random() % 2);
-    }
-}
-
 std::vector<int> listed(const Levels &levels)
 {
     std::vector<int> all(static_cast<std::size_t>(levels.blocks) * 64);
@@ -163,7 +142,7 @@ void ProresDecodePaths::levelsThatAreReadAreThoseCoded()
         std::vector<int> expected[2];
         PlaneBits planes[2];
         for (int i = 0; i < 2; ++i) {
-            fill(*coding, random, blocks);
+            fill(*coding, random, blocks, 700);
             expected[i] = listed(*coding);
             bytes[i] = coded(*coding, random() % 4); // up to three bytes of padding
             planes[i] = {bytes[i].data(), bytes[i].size()};
@@ -188,7 +167,7 @@ void ProresDecodePaths::levelsAreReadUpToThePositionWanted()
     ReadLevels *const to[] = {levels.get()};
     for (int round = 0; round < rounds / 4; ++round) {
         const int blocks = 4 << random() % 4;
-        fill(*coding, random, blocks);
+        fill(*coding, random, blocks, 700);
         const std::vector<int> expected = listed(*coding);
         const std::vector<std::uint8_t> bytes = coded(*coding, 0);
         const PlaneBits plane {bytes.data(), bytes.size()};

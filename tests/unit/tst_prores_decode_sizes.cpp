@@ -20,24 +20,6 @@ private slots:
 
 namespace {
 
-Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive)
-{
-    Format format;
-    format.profile = profile;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
-    return format;
-}
-
-QByteArray encodedAt(const Format &format, int index, const OwnPicture &picture)
-{
-    Settings settings;
-    settings.index = index;
-    Encoder encoder(format, settings);
-    return encode(encoder, picture);
-}
-
 DecodedPlanes decoded(const QByteArray &frame, Reduction reduction, Path path = Path::Best)
 {
     DecoderSettings settings;

@@ -88,27 +88,6 @@ Quantiser randomQuantiser(std::mt19937 &random)
     return quantiser;
 }
 
-// Levels that a transform may give, and the ends of every table.
-void fill(Levels &levels, std::mt19937 &random, int blocks)
-{
-    levels.begin(blocks);
-    const unsigned density = 1 + random() % 100;
-    const unsigned size = 1 + random() % 13;
-    for (int i = 0; i < blocks; ++i)
-        levels.dc[i] = static_cast<std::int16_t>(static_cast<int>(random() % (2u << size)) - (1 << size));
-    for (int at = blocks; at < 64 * blocks; ++at) {
-        if (random() % 100 >= density)
-            continue;
-        if (density < 20 && random() % 30 == 0)
-            at += static_cast<int>(random() % 300);
-        if (at >= 64 * blocks)
-            break;
-        const unsigned magnitude = 1 + random() % (random() % 3 == 0 ? 1u << size : 4u);
-        levels.position[Levels::lead + levels.count] = static_cast<std::uint16_t>(at);
-        levels.level[Levels::lead + levels.count++] = static_cast<std::uint16_t>(magnitude * 2 + random() % 2);
-    }
-}
-
 } // namespace
 
 void ProresPaths::quantisedLevelsAreEqual_data()
@@ -159,7 +138,7 @@ void ProresPaths::codedLevelsAreEqual()
     std::vector<std::uint8_t> own(largestPlaneBytes + codingSlack);
     std::vector<std::uint8_t> expected(own.size());
     for (unsigned round = 0; round < roundsFor(path); ++round) {
-        fill(*levels, random, 2 << random() % 5);
+        fill(*levels, random, 2 << random() % 5, 300);
         const auto bytes = path->code(*levels, own.data()) - own.data();
         QCOMPARE(bytes, portableKernels().code(*levels, expected.data()) - expected.data());
         QVERIFY(std::equal(own.begin(), own.begin() + bytes, expected.begin()));

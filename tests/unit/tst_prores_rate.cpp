@@ -30,16 +30,6 @@ private slots:
 
 namespace {
 
-Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive)
-{
-    Format format;
-    format.profile = profile;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
-    return format;
-}
-
 struct Raster {
     const char *name;
     int width;

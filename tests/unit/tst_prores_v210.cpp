@@ -46,16 +46,6 @@ bool decode(const std::vector<std::uint8_t> &lines, OwnPicture &picture)
     return isDone;
 }
 
-Format formatOf(int width, int height, Scan scan = Scan::Progressive)
-{
-    Format format;
-    format.profile = Profile::Hq;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
-    return format;
-}
-
 } // namespace
 
 class ProresV210 : public QObject
@@ -77,7 +67,7 @@ void ProresV210::everyWidthUnpacksAsFfmpegDoesIt()
     for (int width = 2; width <= 130; width += 2) {
         constexpr int height = 4; // of fewer lines FFmpeg decodes none
         const auto lines = randomLines(v210Stride(width), height, static_cast<unsigned>(width));
-        OwnPicture expected(formatOf(width, height));
+        OwnPicture expected(formatOf(Profile::Hq, width, height));
         QVERIFY(decode(lines, expected));
         const int groups = v210Groups(width);
         const std::ptrdiff_t strides[3] = {groups * 6 + v210Slack, groups * 3 + v210Slack, groups * 3 + v210Slack};
@@ -124,11 +114,11 @@ void ProresV210::nothingIsWrittenBeyondTheSlack()
 void ProresV210::v210GivesTheFrameOfItsPlanes_data()
 {
     QTest::addColumn<Format>("format");
-    QTest::newRow("whole slices") << formatOf(1920, 48);
-    QTest::newRow("an odd raster") << formatOf(1366, 50);
-    QTest::newRow("one macroblock") << formatOf(14, 10);
-    QTest::newRow("fields") << formatOf(720, 486, Scan::BottomFirst);
-    QTest::newRow("fields of an odd raster") << formatOf(274, 70, Scan::TopFirst);
+    QTest::newRow("whole slices") << formatOf(Profile::Hq, 1920, 48);
+    QTest::newRow("an odd raster") << formatOf(Profile::Hq, 1366, 50);
+    QTest::newRow("one macroblock") << formatOf(Profile::Hq, 14, 10);
+    QTest::newRow("fields") << formatOf(Profile::Hq, 720, 486, Scan::BottomFirst);
+    QTest::newRow("fields of an odd raster") << formatOf(Profile::Hq, 274, 70, Scan::TopFirst);
 }
 
 void ProresV210::v210GivesTheFrameOfItsPlanes()
@@ -158,7 +148,7 @@ void ProresV210::v210GivesTheFrameOfItsPlanes()
 
 void ProresV210::v210IsRefusedWhereItIsNotMeant()
 {
-    Format format = formatOf(64, 32);
+    Format format = formatOf(Profile::Hq, 64, 32);
     format.profile = Profile::P4444;
     const auto lines = randomLines(v210Stride(64), 32, 1);
     Picture packed;

@@ -33,13 +33,8 @@ struct Row {
 constexpr Row profiles[] = {{Profile::Proxy, "Proxy"}, {Profile::Lt, "LT"}, {Profile::Standard, "422"},
                             {Profile::Hq, "HQ"}, {Profile::P4444, "4444"}};
 
-Format formatOf(Profile profile, int width, int height, Scan scan = Scan::Progressive, int depth = 10)
+Format withDepth(Format format, int depth)
 {
-    Format format;
-    format.profile = profile;
-    format.width = width;
-    format.height = height;
-    format.scan = scan;
     format.bitDepth = depth;
     return format;
 }
@@ -59,7 +54,7 @@ void ProresValidity::everyFormatDecodesToTheEncodersOwnReconstruction_data()
                 for (const int depth : {10, 12}) {
                     QTest::addRow("%s %dx%d scan %d, %d bit", row.name, size.width, size.height,
                                   static_cast<int>(scan), depth)
-                        << formatOf(row.profile, size.width, size.height, scan, depth);
+                        << withDepth(formatOf(row.profile, size.width, size.height, scan), depth);
                 }
             }
         }
@@ -116,7 +111,7 @@ void ProresValidity::alphaComesBackAsItWas_data()
     QTest::addColumn<Format>("format");
     for (const int depth : {10, 12}) {
         for (const Scan scan : {Scan::Progressive, Scan::TopFirst, Scan::BottomFirst}) {
-            Format format = formatOf(Profile::P4444, 150, 70, scan, depth);
+            Format format = withDepth(formatOf(Profile::P4444, 150, 70, scan), depth);
             format.hasAlpha = true;
             QTest::addRow("%d bit, scan %d", depth, static_cast<int>(scan)) << format;
         }
@@ -147,7 +142,7 @@ void ProresValidity::everyIndexAndEveryExtremeDecodes_data()
     QTest::addColumn<Format>("format");
     QTest::newRow("Proxy") << formatOf(Profile::Proxy, 144, 32);
     QTest::newRow("HQ") << formatOf(Profile::Hq, 144, 32);
-    QTest::newRow("4444, 12 bit") << formatOf(Profile::P4444, 144, 32, Scan::TopFirst, 12);
+    QTest::newRow("4444, 12 bit") << withDepth(formatOf(Profile::P4444, 144, 32, Scan::TopFirst), 12);
 }
 
 void ProresValidity::everyIndexAndEveryExtremeDecodes()
@@ -221,7 +216,7 @@ void ProresValidity::halfChromaIsCodedAsItsMeansWouldBe_data()
     QTest::newRow("whole slices") << formatOf(Profile::P4444, 256, 32);
     QTest::newRow("an odd raster") << formatOf(Profile::P4444, 150, 50);
     QTest::newRow("fields") << formatOf(Profile::P4444, 270, 70, Scan::BottomFirst);
-    QTest::newRow("twelve bits") << formatOf(Profile::P4444, 32, 16, Scan::Progressive, 12);
+    QTest::newRow("twelve bits") << withDepth(formatOf(Profile::P4444, 32, 16), 12);
 }
 
 void ProresValidity::halfChromaIsCodedAsItsMeansWouldBe()
@@ -261,7 +256,7 @@ void ProresValidity::whatCannotBeCodedIsRefused()
     QVERIFY(!isValid(formatOf(Profile::Hq, 65536, 16)));
     QVERIFY(!isValid(formatOf(Profile::Hq, 16, 65536)));
     QVERIFY(!isValid(formatOf(Profile::Hq, 16, 1, Scan::TopFirst)));
-    QVERIFY(!isValid(formatOf(Profile::Hq, 16, 16, Scan::Progressive, 8)));
+    QVERIFY(!isValid(withDepth(formatOf(Profile::Hq, 16, 16), 8)));
     Format format = formatOf(Profile::Hq, 64, 64);
     format.hasAlpha = true;
     QVERIFY(!isValid(format));
