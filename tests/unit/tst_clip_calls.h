@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QCoreApplication>
+#include <QTest>
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -15,6 +18,26 @@
 /// source file of a test program.
 
 namespace {
+
+/// Turn by turn, because a thousand recordings have no time for polling. CTest ends a wait in vain.
+template<typename Condition>
+void waitUntil(Condition condition)
+{
+    while (!condition())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+/// What calls fail with, and whether once or from then on.
+inline void addFaults()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<bool>("isForGood");
+    QTest::newRow("one EIO") << EIO << false;
+    QTest::newRow("one ENOSPC") << ENOSPC << false;
+    QTest::newRow("the medium is gone") << ENODEV << true;
+    QTest::newRow("the medium is read only") << EROFS << true;
+    QTest::newRow("no space for good") << ENOSPC << true;
+}
 
 /// Fails one of the calls that the writer's threads make, or all from one on.
 struct Fault

@@ -45,14 +45,6 @@ public:
     }
 };
 
-/// Turn by turn, because a thousand recordings have no time for polling. CTest ends a wait in vain.
-template<typename Condition>
-void waitUntil(Condition condition)
-{
-    while (!condition())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-}
-
 constexpr int frames = 64; // four fragments and four frames
 
 } // namespace
@@ -96,13 +88,7 @@ void TestClipSink::record(Host &host, int count)
 
 void TestClipSink::aCallThatFailsIsToldOrHarmless_data()
 {
-    QTest::addColumn<int>("code");
-    QTest::addColumn<bool>("isForGood");
-    QTest::newRow("one EIO") << EIO << false;
-    QTest::newRow("one ENOSPC") << ENOSPC << false;
-    QTest::newRow("the medium is gone") << ENODEV << true;
-    QTest::newRow("the medium is read only") << EROFS << true;
-    QTest::newRow("no space for good") << ENOSPC << true;
+    addFaults();
 }
 
 void TestClipSink::aCallThatFailsIsToldOrHarmless()

@@ -57,14 +57,6 @@ constexpr WriteDriver::Patience littlePatience{.tick = milliseconds(40),        
                                                .quickAfter = milliseconds(200),  .mayHangAfter = milliseconds(200),
                                                .hangsAfter = milliseconds(680), .toCatchUp = milliseconds(600)};
 
-/// Turn by turn, because hundreds of recordings have no time for polling. CTest ends a wait in vain.
-template<typename Condition>
-void waitUntil(Condition condition)
-{
-    while (!condition())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-}
-
 } // namespace
 
 /// A recording whose medium fails goes on on another one and has every frame.
@@ -174,14 +166,8 @@ void TestClipSpare::verifyUnion(const QStringList &clips, int count, int end) co
 
 void TestClipSpare::noFrameIsLostWhicheverCallFails_data()
 {
-    QTest::addColumn<int>("code");
-    QTest::addColumn<bool>("isForGood");
-    QTest::newRow("one EIO") << EIO << false;
-    QTest::newRow("one ENOSPC") << ENOSPC << false;
-    QTest::newRow("the medium is gone") << ENODEV << true;
+    addFaults();
     QTest::newRow("the server is gone") << ENOTCONN << true;
-    QTest::newRow("the medium is read only") << EROFS << true;
-    QTest::newRow("no space for good") << ENOSPC << true;
 }
 
 void TestClipSpare::noFrameIsLostWhicheverCallFails()
