@@ -35,6 +35,15 @@ std::string unescaped(const std::string &field)
     return text;
 }
 
+/// Reads the line up to its mount point; empty when there is none.
+std::string mountPointOf(std::istringstream &fields)
+{
+    std::string field;
+    for (int i = 0; i <= mountPointField && fields; ++i)
+        fields >> field;
+    return fields ? unescaped(field) : std::string();
+}
+
 } // namespace
 
 std::set<std::string> mountPointsIn(const std::string &table)
@@ -43,11 +52,9 @@ std::set<std::string> mountPointsIn(const std::string &table)
     std::istringstream lines(table);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream fields(line);
-        std::string field;
-        for (int i = 0; i <= mountPointField && fields; ++i)
-            fields >> field;
-        if (fields)
-            points.insert(unescaped(field));
+        const std::string point = mountPointOf(fields);
+        if (!point.empty())
+            points.insert(point);
     }
     return points;
 }
@@ -58,12 +65,10 @@ bool isGivenUpIn(const std::string &table, const std::string &point)
     std::istringstream lines(table);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream fields(line);
-        std::string field;
-        for (int i = 0; i <= mountPointField && fields; ++i)
-            fields >> field;
-        if (!fields || unescaped(field) != point)
+        if (point.empty() || mountPointOf(fields) != point)
             continue;
         // The last field has the options of the file system itself.
+        std::string field;
         while (fields >> field) {
         }
         std::istringstream options(field);

@@ -118,40 +118,59 @@ void parseMovie(BoxCursor moov, std::uint64_t fileSize, MovIndex &index)
     parseFragmentDefaults(mvex, index);
 }
 
+namespace {
+
+/// Those behind what \a index has already.
+void addFragments(const RawFile &file, std::uint64_t fileSize, MovIndex &index)
+{
+    std::vector<std::byte> bytes;
+    TopBox box;
+    std::uint64_t offset = index.end;
+    for (int i = 0; i < maxTopBoxes && readTopBox(file, offset, fileSize, box); ++i) {
+        // A head that is not one yet is looked at again until its fragment is committed.
+        if (box.type == fourcc("moof")
+            && readContent(file, box, fileSize, maxFragmentHeadBytes, bytes)) {
+            addFragment(BoxCursor(bytes), offset, fileSize, index);
+            index.end = offset + box.size;
+        }
+        if (box.size > fileSize - offset) {
+            return;
+        }
+        offset += box.size;
+    }
+}
+
+} // namespace
+
 Error readIndex(const RawFile &file, MovIndex &index)
 {
     std::uint64_t fileSize = 0;
     if (const Error error = file.size(fileSize)) {
         return error;
     }
-    // The first movie in the file rules; fragments count only behind one that announces them.
-    bool hasMovie = false;
-    std::vector<std::byte> bytes;
     TopBox box;
     std::uint64_t offset = 0;
     for (int i = 0; i < maxTopBoxes && readTopBox(file, offset, fileSize, box); ++i) {
-        if (box.type == fourcc("moov") && !hasMovie) {
+        // The first movie in the file rules; fragments count only behind one that announces them.
+        if (box.type == fourcc("moov")) {
+            std::vector<std::byte> bytes;
             if (!readContent(file, box, fileSize, maxMovieBytes, bytes)) {
                 break;
             }
-            hasMovie = true;
             index.movie = offset;
             index.end = offset + box.size;
             parseMovie(BoxCursor(bytes), fileSize, index);
-            if (!index.isFragmented) {
-                break;
+            if (index.isFragmented) {
+                addFragments(file, fileSize, index);
             }
-        } else if (box.type == fourcc("moof") && hasMovie
-                   && readContent(file, box, fileSize, maxFragmentHeadBytes, bytes)) {
-            addFragment(BoxCursor(bytes), offset, fileSize, index);
-            index.end = offset + box.size;
+            return { };
         }
         if (box.size > fileSize - offset) {
             break;
         }
         offset += box.size;
     }
-    return hasMovie ? Error { } : systemError(EINVAL, "read index");
+    return systemError(EINVAL, "read index");
 }
 
 bool readMore(const RawFile &file, MovIndex &index)
@@ -160,23 +179,11 @@ bool readMore(const RawFile &file, MovIndex &index)
     if (file.size(fileSize)) {
         return false;
     }
-    std::vector<std::byte> bytes;
-    TopBox box;
-    std::uint64_t offset = index.end;
-    for (int i = 0; i < maxTopBoxes && readTopBox(file, offset, fileSize, box); ++i) {
-        // A head is looked at again until its fragment is committed.
-        if (box.type == fourcc("moof")
-            && readContent(file, box, fileSize, maxFragmentHeadBytes, bytes)) {
-            addFragment(BoxCursor(bytes), offset, fileSize, index);
-            index.end = offset + box.size;
-        }
-        if (box.size > fileSize - offset) {
-            break;
-        }
-        offset += box.size;
-    }
+    addFragments(file, fileSize, index);
     // The writer covers the movie that was there first when it closes the clip.
-    for (offset = 0; offset < index.movie && readTopBox(file, offset, fileSize, box);) {
+    TopBox box;
+    std::uint64_t offset = 0;
+    while (offset < index.movie && readTopBox(file, offset, fileSize, box)) {
         offset += std::min(box.size, fileSize - offset);
     }
     return offset > index.movie;

@@ -76,7 +76,7 @@ signals:
     /// The medium of \a failed failed and there is no other: the last \a framesLost frames are lost, and every
     /// further one is answered with an error.
     void mediumFailed(const QVariant &failed, const OrbError &error, int framesLost);
-    /// The medium has not answered for more than a second, or does again.
+    /// The medium has not answered for 300 ms, or has done so in time for a second again.
     void mediumIsSlow(bool isSlow);
     /// close() was called on an open stream: the last moment to write.
     void aboutToClose();
