@@ -2,6 +2,7 @@
 
 #include "liborb/orblog.h"
 #include "slotfile.h"
+#include "transportuse.h"
 
 #include <algorithm>
 #include <utility>
@@ -115,7 +116,7 @@ std::vector<MediumFacts> MediaService::facts() const
         // One that is given up must not stay the active one, even if a client named it.
         all.push_back({medium->path(), medium->isSlot() || medium->isEjected(), medium->isPresent(),
                        medium->listing().freePercent, medium->isComing(),
-                       !medium->isPresent() || medium->isWritable()});
+                       medium->isWritable()});
     return all;
 }
 

@@ -62,7 +62,6 @@ private:
     unsigned int storageUse() const;
     std::vector<MediumFacts> facts() const;
     void pathsChanged();
-    static bool isInUse(unsigned int use);
     void prepareForRecordings();
     void storageUseChanged(unsigned int use);
     void checkUse();

@@ -3,25 +3,15 @@
 
 #include "mediaservice.h"
 
+#include "transportuse.h"
+
 namespace
 {
 
 constexpr int checkUseMs = 1000;
 constexpr int lookAroundMs = 2000;
 
-/// Values of eParamStorageInUse.
-constexpr unsigned int storageIsInUse = 1;
-constexpr unsigned int storageIsReleased = 2;
-constexpr unsigned int storageHasRolledOver = 3;
-/// Value of eParamTransportState.
-constexpr unsigned int stateStandbyOff = 1;
-
 } // namespace
-
-bool MediaService::isInUse(unsigned int use)
-{
-    return use == storageIsInUse || use == storageHasRolledOver;
-}
 
 void MediaService::prepareForRecordings()
 {

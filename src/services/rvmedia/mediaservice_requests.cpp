@@ -5,6 +5,7 @@
 
 #include "liborb/orblog.h"
 #include "slotfile.h"
+#include "transportuse.h"
 
 #include <QTimer>
 
@@ -18,12 +19,6 @@ constexpr const char *logFile = "mediaservice.cpp";
 /// A medium that hangs is shown as it was measured last.
 constexpr int measurePatienceMs = 300;
 constexpr std::size_t longestToken = 64;
-
-/// Value of eParamStorageInUse.
-constexpr unsigned int storageHasRolledOver = 3;
-/// Values of eParamTransportState: from Record to Still a clip is used.
-constexpr unsigned int stateRecord = 2;
-constexpr unsigned int stateStill = 15;
 
 /// The text up to the first blank, and what stands behind it.
 std::pair<std::string, std::string> split(const std::string &text)
@@ -71,7 +66,7 @@ std::string MediaService::reasonToKeep(const std::string &path) const
     _config->getUInt32(eParamTransportState, state);
     const unsigned int use = storageUse();
     // The state is told a moment before the use of the storage.
-    const bool isUsed = isRunning == 1 && (isInUse(use) || (state >= stateRecord && state <= stateStill));
+    const bool isUsed = isRunning == 1 && (isInUse(use) || (usesClip(state)));
     const MediaPaths now = paths();
     if (isUsed && path == now.active)
         return path +
