@@ -64,7 +64,7 @@ bool MediaService::start()
     if (!_setup.rolloverPath.empty())
         _config->setString(eParamRolloverPath, _setup.rolloverPath);
     _events->registerListener(this);
-    mountsChanged();
+    tellMounts();
     pathsChanged();
     storageUseChanged(storageUse());
     if (std::ranges::none_of(_media, [](const auto &medium) { return medium->isBeingListed(); })) {
@@ -141,11 +141,16 @@ Medium *MediaService::addMedium(const std::string &path, bool isSlot)
     return added;
 }
 
-void MediaService::mountsChanged()
+void MediaService::tellMounts()
 {
     const std::set<std::string> points = _mounts.mountPoints();
     for (const auto &medium : _media)
         medium->mountsChanged(points.contains(cleanPath(medium->path())));
+}
+
+void MediaService::mountsChanged()
+{
+    tellMounts();
     choose();
 }
 

@@ -53,6 +53,7 @@ private:
 
     Medium *mediumAt(const std::string &path);
     Medium *addMedium(const std::string &path, bool isSlot);
+    void tellMounts();
     void mountsChanged();
     void listed(Medium *medium);
     void say(const Medium &medium);
