@@ -5,7 +5,7 @@ target_link_libraries(tst_sharedlist PRIVATE vanta)
 set_tests_properties(tst_clipfinder PROPERTIES RESOURCE_LOCK clip_lists)
 
 # The media service without the store.
-foreach(topic choice known listing)
+foreach(topic choice known listing requests)
     rv_test(tst_media_${topic} fast ${CMAKE_CURRENT_LIST_DIR}/tst_media_${topic}.cpp)
     target_include_directories(tst_media_${topic} PRIVATE ${PROJECT_SOURCE_DIR}/src/services/rvmedia)
     target_link_libraries(tst_media_${topic} PRIVATE mediaservice)

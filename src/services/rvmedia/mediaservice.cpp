@@ -39,6 +39,7 @@ MediaService::MediaService(Setup setup, QObject *parent)
     (void)_knownFile.load();
     connect(&_mounts, &MountTable::changed, this, &MediaService::mountsChanged);
     prepareForRecordings();
+    prepareForRequests();
 }
 
 MediaService::~MediaService()
@@ -92,6 +93,8 @@ void MediaService::ParamChanged(eParam_t id, unsigned int value, timeval)
 {
     if (id == eParamStorageInUse)
         QMetaObject::invokeMethod(this, [this, value] { storageUseChanged(value); }, Qt::QueuedConnection);
+    if (id == eParamTransportState || id == eParamTransportRunning)
+        QMetaObject::invokeMethod(this, &MediaService::ejectWaiting, Qt::QueuedConnection);
 }
 
 MediaPaths MediaService::paths() const

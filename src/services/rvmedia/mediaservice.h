@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -31,6 +32,8 @@ public:
         std::string inspector; ///< path of rvgrok
         std::string knownClips; ///< the file that keeps what has been read of clips; empty for none
         std::string cachePrefix = "NewCache";
+        /// How long a request to eject waits for the release of the storage to be told.
+        std::chrono::milliseconds releasePatience{2000};
     };
 
     explicit MediaService(Setup setup, QObject *parent = nullptr);
@@ -43,6 +46,12 @@ private:
     using ConfigEventListener::ParamChanged;
     void ParamChanged(eParam_t id, std::string value, timeval when) override;
     void ParamChanged(eParam_t id, unsigned int value, timeval when) override;
+
+    /// A request to eject that waits.
+    struct Ejection {
+        std::string token;
+        std::string path;
+    };
 
     /// What the store was told of a medium.
     struct Told {
@@ -72,7 +81,11 @@ private:
     void editPlayList(const std::string &edit);
     void request(const std::string &text);
     void answer(const std::string &token, const std::string &problem);
+    void prepareForRequests();
     void eject(const std::string &token, const std::string &path);
+    void ejectNow(const std::string &token, const std::string &path);
+    void ejectWaiting();
+    bool isBeingReleased() const;
     std::string reasonToKeep(const std::string &path) const;
     void measure(const std::string &token);
     void tellSlots();
@@ -89,6 +102,8 @@ private:
     MountTable _mounts;
     QTimer _checkUse;   ///< runs after a rollover
     QTimer _lookAround; ///< runs while the storage is in use
+    QTimer _releasePatience; ///< runs while requests to eject wait
+    std::vector<Ejection> _ejections; ///< until the release of the storage is told
     std::vector<std::unique_ptr<Medium>> _media; ///< the slots, then paths that clients named
     std::string _wentTo; ///< the medium that the last rollover went to, until another one is active
     std::map<const Medium *, Told> _told;

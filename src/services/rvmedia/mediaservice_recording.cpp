@@ -40,6 +40,7 @@ void MediaService::storageUseChanged(unsigned int use)
     if (medium && medium->isPresent())
         medium->measure([this] { choose(); });
     choose();
+    ejectWaiting();
 }
 
 /// A recording that ended with its rollover may have released the storage just before it was said to be in use.

@@ -19,6 +19,7 @@ constexpr const char *logFile = "mediaservice.cpp";
 /// A medium that hangs is shown as it was measured last.
 constexpr int measurePatienceMs = 300;
 constexpr std::size_t longestToken = 64;
+constexpr std::size_t mostEjections = 16;
 
 /// The text up to the first blank, and what stands behind it.
 std::pair<std::string, std::string> split(const std::string &text)
@@ -65,19 +66,62 @@ std::string MediaService::reasonToKeep(const std::string &path) const
     _config->getUInt32(eParamTransportRunning, isRunning);
     _config->getUInt32(eParamTransportState, state);
     const unsigned int use = storageUse();
-    // The state is told a moment before the use of the storage.
+    // Of a recording that begins the state is told a moment before the use of the storage.
     const bool isUsed = isRunning == 1 && (isInUse(use) || (usesClip(state)));
     const MediaPaths now = paths();
-    if (isUsed && path == now.active)
+    if (isUsed && path == now.active) {
+        if (!usesClip(state))
+            return path + " is still in use";
         return path +
             (state == stateRecord ? " is recorded on; stop ends that" : " is played from; standby-off ends that");
+    }
     // While the recording goes over, both media are written.
     if (isUsed && path == now.rollover && use == storageHasRolledOver)
         return path + " is recorded on";
     return {};
 }
 
+/// The transport has left its clip, or comes to one, and what becomes of the storage is still to be told.
+bool MediaService::isBeingReleased() const
+{
+    unsigned int isRunning = 0;
+    unsigned int state = 0;
+    _config->getUInt32(eParamTransportRunning, isRunning);
+    _config->getUInt32(eParamTransportState, state);
+    return isRunning == 1 && isInUse(storageUse()) && !usesClip(state);
+}
+
+void MediaService::prepareForRequests()
+{
+    _releasePatience.setSingleShot(true);
+    _releasePatience.setInterval(_setup.releasePatience);
+    connect(&_releasePatience, &QTimer::timeout, this, &MediaService::ejectWaiting);
+}
+
+/// Whoever has seen that the transport stands still may ask before the daemon has closed the clip and said so.
 void MediaService::eject(const std::string &token, const std::string &path)
+{
+    if (!mediumAt(path) || reasonToKeep(path).empty() || !isBeingReleased() || _ejections.size() >= mostEjections) {
+        ejectNow(token, path);
+        return;
+    }
+    _ejections.push_back({token, path});
+    if (!_releasePatience.isActive())
+        _releasePatience.start();
+}
+
+/// Decides on the requests that wait as soon as it is clear what becomes of the storage, and at the latest when
+/// patience ends.
+void MediaService::ejectWaiting()
+{
+    if (_releasePatience.isActive() && isBeingReleased())
+        return;
+    _releasePatience.stop();
+    for (const Ejection &ejection : std::exchange(_ejections, {}))
+        ejectNow(ejection.token, ejection.path);
+}
+
+void MediaService::ejectNow(const std::string &token, const std::string &path)
 {
     Medium *medium = mediumAt(path);
     const std::string problem = medium ? reasonToKeep(path) : "there is no such slot";
