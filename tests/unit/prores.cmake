@@ -12,6 +12,12 @@ rv_test(tst_prores_recording fast
 target_include_directories(tst_prores_recording PRIVATE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(tst_prores_recording PRIVATE orbcodecs prores clip PkgConfig::FFMPEG)
 
+# What the device records with it, on a real clock.
+rv_test(tst_prores_device system
+    ${CMAKE_CURRENT_LIST_DIR}/tst_prores_device.cpp ${CMAKE_CURRENT_LIST_DIR}/prorestools.h)
+target_include_directories(tst_prores_device PRIVATE ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(tst_prores_device PRIVATE orbdevice prores PkgConfig::FFMPEG)
+
 # make bigendian, make bits32: the portable path on an emulated big-endian machine, and on one of 32 bits, where
 # their compilers are installed (g++-s390x-linux-gnu with qemu-user, g++-i686-linux-gnu).
 function(prores_elsewhere target compiler emulator)

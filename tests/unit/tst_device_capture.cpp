@@ -17,6 +17,21 @@ CaptureEntry entryWith(std::int64_t number, const OrbBuffer &buffer)
     return entry;
 }
 
+/// Queues a frame whose picture notes in \a started when it is to be coded.
+void push(CaptureQueue &queue, int number, std::vector<int> &started, bool cameraRecords = false)
+{
+    struct Promise : OrbBufferPromise {
+        Promise(int given, std::vector<int> &list) : number(given), started(list) {}
+        void start(const OrbBuffer &) override { started.push_back(number); }
+        int number;
+        std::vector<int> &started;
+    };
+    const OrbBuffer buffer(std::make_shared<Promise>(number, started));
+    CaptureEntry entry = entryWith(number, buffer);
+    entry.cameraRecords = cameraRecords;
+    queue.push(entry, buffer);
+}
+
 } // namespace
 
 class tst_device_capture : public QObject
@@ -28,6 +43,8 @@ private slots:
     void framesWithoutABufferAreBoundedToo();
     void framesAreReadInOrder();
     void waitingFramesAreCodedOnceAndInOrder();
+    void inARecordingThatKeepsARateFramesAreCodedInTheOrderOfReading();
+    void theFrameThatTheCameraStartedARecordingWithIsCodedFirst();
     void aRawPictureCountsUntilItsLastUserLetsGo();
     void tokensOutliveTheirCounter();
     void channelsAreMapped_data();
@@ -92,33 +109,62 @@ void tst_device_capture::framesAreReadInOrder()
 
 void tst_device_capture::waitingFramesAreCodedOnceAndInOrder()
 {
-    struct Promise : OrbBufferPromise {
-        Promise(int given, std::vector<int> &list) : number(given), started(list) {}
-        void start(const OrbBuffer &) override { started.push_back(number); }
-        int number;
-        std::vector<int> &started;
-    };
     std::vector<int> started;
     CaptureQueue queue(8);
-    const auto push = [&](int number) {
-        const OrbBuffer buffer(std::make_shared<Promise>(number, started));
-        queue.push(entryWith(number, buffer), buffer);
-    };
-    push(0);
-    push(1);
+    push(queue, 0, started);
+    push(queue, 1, started);
     QVERIFY(started.empty());
     queue.requestWaiting();
     queue.requestWaiting();
     QCOMPARE(started, (std::vector<int>{0, 1}));
     queue.pop();
-    push(2);
-    push(3);
+    push(queue, 2, started);
+    push(queue, 3, started);
     queue.requestWaiting();
     QCOMPARE(started, (std::vector<int>{0, 1, 2, 3}));
     for (int i = 0; i < 3; ++i)
         queue.pop();
-    push(4);
+    push(queue, 4, started);
     QCOMPARE(started.size(), std::size_t(4)); // nobody has asked
+}
+
+void tst_device_capture::inARecordingThatKeepsARateFramesAreCodedInTheOrderOfReading()
+{
+    for (const bool isRateKept : {true, false}) {
+        std::vector<int> started;
+        CaptureQueue queue(8, isRateKept);
+        for (int i = 0; i < 4; ++i)
+            push(queue, i, started);
+        queue.pop();
+        QVERIFY(started.empty()); // nobody records
+        queue.setRecording(true);
+        QVERIFY(started.empty());
+        const auto read = queue.pop();
+        QCOMPARE(started, isRateKept ? std::vector<int> {1} : std::vector<int>());
+        queue.requestWaiting(); // before the frame is written
+        read->frame.vids().first().buffer().request();
+        QCOMPARE(started, isRateKept ? (std::vector<int> {1, 2, 3}) : (std::vector<int> {2, 3, 1}));
+        queue.setRecording(false);
+        push(queue, 4, started);
+        for (int i = 0; i < 3; ++i)
+            queue.pop();
+        QCOMPARE(started.size(), std::size_t(3));
+    }
+}
+
+void tst_device_capture::theFrameThatTheCameraStartedARecordingWithIsCodedFirst()
+{
+    for (const bool hasCamera : {true, false}) {
+        std::vector<int> started;
+        CaptureQueue queue(8, true);
+        for (int i = 0; i < 3; ++i)
+            push(queue, i, started, hasCamera && i > 0);
+        queue.pop();
+        const auto read = queue.pop();
+        queue.setRecording(true);
+        queue.requestWaiting();
+        QCOMPARE(started, hasCamera ? (std::vector<int> {1, 2}) : std::vector<int> {2});
+    }
 }
 
 void tst_device_capture::aRawPictureCountsUntilItsLastUserLetsGo()

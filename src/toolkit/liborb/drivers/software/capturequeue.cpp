@@ -2,6 +2,16 @@
 
 namespace ferin {
 
+namespace {
+
+void requestPictures(const OrbFrame &frame)
+{
+    for (const OrbImage &image : frame.vids())
+        image.buffer().request();
+}
+
+} // namespace
+
 std::shared_ptr<void> Allowance::take()
 {
     const std::shared_ptr<std::atomic<int>> out = _out;
@@ -36,15 +46,27 @@ std::optional<CaptureEntry> CaptureQueue::pop()
     _entries.pop_front();
     if (_requested > 0)
         --_requested;
+    if (!_isRateKept)
+        return entry;
+    if (_isRecording)
+        requestPictures(entry.frame);
+    else
+        _mayBeFirst = entry.cameraRecords ? entry.frame : OrbFrame();
     return entry;
 }
 
 void CaptureQueue::requestWaiting()
 {
-    for (; _requested < _entries.size(); ++_requested) {
-        for (const OrbImage &image : _entries[_requested].frame.vids())
-            image.buffer().request();
-    }
+    for (; _requested < _entries.size(); ++_requested)
+        requestPictures(_entries[_requested].frame);
+}
+
+void CaptureQueue::setRecording(bool isRecording)
+{
+    if (isRecording)
+        requestPictures(_mayBeFirst);
+    _mayBeFirst = OrbFrame();
+    _isRecording = isRecording;
 }
 
 std::optional<std::int64_t> CaptureQueue::nextNumber() const

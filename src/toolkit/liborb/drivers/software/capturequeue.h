@@ -44,20 +44,28 @@ struct CaptureEntry {
 class CaptureQueue
 {
 public:
-    explicit CaptureQueue(int maxBuffers) : _frames(maxBuffers) {}
+    /// \a isRateKept: a frame's bytes depend on the pictures coded before it, so the order of coding matters.
+    explicit CaptureQueue(int maxBuffers, bool isRateKept = false) : _frames(maxBuffers), _isRateKept(isRateKept) {}
     bool isFull() const { return _frames.isUsedUp() || size() >= _frames.limit(); }
     int size() const { return static_cast<int>(_entries.size()); }
     int unreleased() const { return _frames.out(); }
     /// Queues a frame; \a hooked is the buffer whose release releases the frame, if it has one.
     void push(const CaptureEntry &entry, OrbBuffer hooked);
+    /// The frame that waits longest. In a recording that keeps a rate its pictures are requested here, not when
+    /// it is written: requestWaiting() may come in between, and would have the frames behind it coded first.
     std::optional<CaptureEntry> pop();
     /// Has the pictures of all waiting frames coded, in order: coded they take far less room than raw.
     void requestWaiting();
+    /// Begins or ends a recording. The frame read last is its first one when the camera had started it.
+    void setRecording(bool isRecording);
     /// The number of the frame read next, nothing when none waits.
     std::optional<std::int64_t> nextNumber() const;
 
 private:
     Allowance _frames;
+    bool _isRateKept = false;
+    bool _isRecording = false;
+    OrbFrame _mayBeFirst; ///< of the next recording
     std::deque<CaptureEntry> _entries;
     std::size_t _requested = 0; ///< of the first entries
 };

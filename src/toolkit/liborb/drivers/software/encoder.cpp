@@ -25,7 +25,7 @@ constexpr const char *logFile = "encoder.cpp";
 constexpr std::size_t codersKept = 3; ///< formats a worker has a coder ready for
 
 struct Request {
-    RawPictureRef raw;
+    RawPictureRef raw; ///< none: another stream begins
     OrbImageDesc desc;
     std::int64_t number = standalone;
     OrbBuffer buffer;
@@ -53,6 +53,12 @@ public:
             _rows.pop_back();
         _rows.push_front({desc, std::move(coder)});
         return _rows.front().coder.get();
+    }
+
+    void beginStream()
+    {
+        for (const Row &row : _rows)
+            row.coder->expect(standalone);
     }
 
     /// After a failure nothing is known about a coder: the next picture gets a new one.
@@ -103,6 +109,10 @@ void EncoderPool::Private::work(WorkQueue<Request> &queue, CoderShelf &&shelf)
 {
     Request request;
     while (queue.pop(request)) {
+        if (!request.raw) {
+            shelf.beginStream();
+            continue;
+        }
         const auto begun = std::chrono::steady_clock::now();
         QString problem;
         CodedPicture bits;
@@ -232,6 +242,17 @@ OrbBuffer EncoderPool::promise(const RawPictureRef &raw, const OrbImageDesc &des
     if (!raw)
         return OrbBuffer();
     return OrbBuffer(std::make_shared<CodingPromise<Private>>(_d, raw, desc, number));
+}
+
+bool EncoderPool::keepsRate(const OrbId &dataType) const
+{
+    return _d->isOwn(dataType);
+}
+
+void EncoderPool::beginStream()
+{
+    if (_d->proRes == ProResBy::Own)
+        _d->streams.push({});
 }
 
 EncoderStats EncoderPool::stats() const

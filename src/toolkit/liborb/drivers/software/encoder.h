@@ -42,6 +42,10 @@ public:
     /// The raw picture is kept until the coding is done or the buffer is dropped. Pictures requested one after
     /// another whose \a number counts on are a stream, which keeps a data rate; a gap begins another one.
     OrbBuffer promise(const RawPictureRef &raw, const OrbImageDesc &desc, std::int64_t number = standalone);
+    /// True when pictures of a stream are coded to a data rate, so that their bytes depend on those before.
+    bool keepsRate(const OrbId &dataType) const;
+    /// What is requested from now on belongs to other streams than what was requested before, whatever its numbers.
+    void beginStream();
     EncoderStats stats() const;
 
 private:

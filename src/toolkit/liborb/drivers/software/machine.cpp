@@ -194,7 +194,8 @@ void Machine::enterMode(const Run &run)
     const bool keepsQueue = !isCapture && wasPlayback && _run->image.size() == run.image.size();
 
     const std::lock_guard lock(_mutex);
-    _capture = CaptureQueue(buffers);
+    _capture = CaptureQueue(buffers, _encoder.keepsRate(run.image.dataType()));
+    _capture.setRecording(_playMode == OrbIdPlayModeRecord);
     _tcg.setSource(run.setup.timecodeInputSource());
     _tcg.setRate(run.image.frameRate().timecodeRate());
     ++_generation;
@@ -258,6 +259,7 @@ void Machine::setProperty(const OrbId &id, const QVariant &value)
 {
     const std::lock_guard lock(_mutex);
     const std::int64_t next = _capture.nextNumber().value_or(_captured);
+    const bool wasRecording = _playMode == OrbIdPlayModeRecord;
     switch (id.value()) {
     case OrbIdPropClipName:
         _clipName = value.toString();
@@ -270,6 +272,9 @@ void Machine::setProperty(const OrbId &id, const QVariant &value)
                         ? value.value<OrbId>().value()
                         : value.toInt();
         _tcg.setRecording(_playMode == OrbIdPlayModeRecord, next);
+        if (_playMode == OrbIdPlayModeRecord && !wasRecording)
+            _encoder.beginStream();
+        _capture.setRecording(_playMode == OrbIdPlayModeRecord);
         return;
     case OrbIdPropTimecodePreset:
         _tcg.preset(value.value<OrbTimecode>(), next);
