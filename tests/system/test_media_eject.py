@@ -187,6 +187,34 @@ def a_hanging_medium_holds_up_nobody(bin_dir):
         ejected(recorder, 1)
 
 
+def media_threads(recorder):
+    tasks = f"/proc/{recorder.processes['rvmedia'].pid}/task"
+    names = []
+    for task in os.listdir(tasks):
+        try:
+            with open(f"{tasks}/{task}/comm", encoding="ascii") as file:
+                names.append(file.read().strip())
+        except OSError:
+            pass  # it has just ended
+    return names.count("medium")
+
+
+def what_hung_in_a_medium_that_is_gone_goes_once_it_can(bin_dir):
+    with SlotRecorder(bin_dir) as recorder, HangingMedium(os.path.join(recorder.dir, "slot 2")) as hanging:
+        recorder.start()
+        recorder.wait_for("RolloverPath", hanging.path)
+        check(media_threads(recorder) == 2, "a thread a slot")
+        hanging.hang()
+        check(media(recorder)[hanging.path]["state"] == "ready", "it is being measured, and hangs")
+        subprocess.run(["umount", "-l", hanging.path], check=True)
+        recorder.wait_for("RolloverPath", "")
+        check(media_threads(recorder) == 3, "the slot has a fresh thread")
+        hanging.let_go()
+        wait_until("the old one has ended", lambda: media_threads(recorder) == 2)
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", hanging.path], check=True)
+        recorder.wait_for("RolloverPath", hanging.path)
+
+
 def the_slots_are_shown_with_room_and_time(bin_dir):
     with SlotRecorder(bin_dir, count=3, size="4g") as recorder, Medium(recorder, "slot 2", "1g") as second:
         recorder.environment["RVD_INPUT_FORMAT"] = "1920x1080p25"
@@ -259,5 +287,5 @@ if __name__ == "__main__":
     main([an_idle_medium_is_unmounted_and_taken_again_when_it_comes_back, the_active_medium_gives_way_to_the_next,
           a_medium_that_a_client_named_goes_too, a_medium_in_use_stays_and_its_recording_is_whole,
           the_full_medium_goes_as_soon_as_its_clip_is_closed, a_medium_that_others_use_is_told_and_stays_given_up,
-          a_hanging_medium_holds_up_nobody, the_slots_are_shown_with_room_and_time,
-          clips_stand_in_columns_and_edits_are_answered])
+          a_hanging_medium_holds_up_nobody, what_hung_in_a_medium_that_is_gone_goes_once_it_can,
+          the_slots_are_shown_with_room_and_time, clips_stand_in_columns_and_edits_are_answered])

@@ -58,6 +58,9 @@ void Medium::startWorker()
     _worker = std::make_unique<Worker>(_inotify, _known, _inspector);
     _worker->object.moveToThread(&_worker->thread);
     _worker->thread.setObjectName(QStringLiteral("medium"));
+    connect(&_worker->thread, &QThread::finished, this, [this, worker = _worker.get()] {
+        std::erase_if(_abandoned, [worker](const auto &old) { return old.get() == worker; });
+    });
     _worker->thread.start();
 }
 
@@ -92,7 +95,8 @@ void Medium::mountsChanged(bool isMounted)
         _listing = {};
         const bool wasListed = std::exchange(_isListed, false);
         // What hangs in a medium that is gone must not keep the next one waiting.
-        if ((_isScanning || _isEjecting || _pendingMeasures > 0) && _abandoned.size() < mostAbandoned) {
+        const bool isBusy = _isScanning || _isEjecting || _pendingMeasures > 0 || _worker->pendingEdits > 0;
+        if (isBusy && _abandoned.size() < mostAbandoned) {
             _abandoned.push_back(std::move(_worker));
             startWorker();
             _isScanning = false;
@@ -134,34 +138,37 @@ void Medium::run()
 
 void Medium::editPlayList(const std::string &edit, const Outcome &done)
 {
-    if (!isPresent() || _pendingEdits >= mostPendingEdits) {
+    if (!isPresent() || _worker->pendingEdits >= mostPendingEdits) {
         orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s\n", _path.c_str());
         if (done)
             done(isPresent() ? "too many edits wait" : "no medium is in " + _path);
         return;
     }
-    ++_pendingEdits;
-    QMetaObject::invokeMethod(&_worker->object, [this, edit, done] {
+    Worker *worker = _worker.get();
+    ++worker->pendingEdits;
+    QMetaObject::invokeMethod(&worker->object, [this, worker, edit, done] {
         std::string problem;
         if (!editPlayListFile(_path, edit, problem))
             orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s: %s\n", _path.c_str(),
                          problem.c_str());
-        --_pendingEdits;
-        if (done)
-            QMetaObject::invokeMethod(this, [done, problem] { done(problem); });
+        QMetaObject::invokeMethod(this, [this, worker, done, problem] {
+            --worker->pendingEdits;
+            if (done)
+                done(problem);
+            (void)retire(worker);
+        });
     });
 }
 
-/// True when the worker was left to a medium that had it, which it has no longer.
+/// True when the worker was left to a medium that had it, which it has no longer. Its thread ends when it gets to
+/// it, and takes what it uses along; nobody waits for that.
 bool Medium::retire(Worker *worker)
 {
     if (worker == _worker.get())
         return false;
     const auto old = std::ranges::find(_abandoned, worker, &std::unique_ptr<Worker>::get);
-    if (old != _abandoned.end()) {
-        end(std::move(*old));
-        _abandoned.erase(old);
-    }
+    if (old != _abandoned.end())
+        (*old)->thread.quit();
     return true;
 }
 

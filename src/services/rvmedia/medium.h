@@ -9,7 +9,6 @@
 #include <QThread>
 #include <QTimer>
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -78,6 +77,7 @@ private:
         MediumScanner scanner;
         QObject object;
         QThread thread;
+        int pendingEdits = 0;
     };
 
     void readNotices();
@@ -98,12 +98,11 @@ private:
     int _inotify = -1;
     std::unique_ptr<QSocketNotifier> _notifier;
     std::unique_ptr<Worker> _worker;
-    std::vector<std::unique_ptr<Worker>> _abandoned; ///< held by media that are gone
+    std::vector<std::unique_ptr<Worker>> _abandoned; ///< held by media that are gone, or just ending
     QTimer _pause;
     QTimer _coming;
     QTimer _settle;
     MediumScanner::Listing _listing;
-    std::atomic<int> _pendingEdits = 0;
     bool _isMounted = false;
     bool _isListed = false;
     QElapsedTimer _measuring; ///< since a measurement is awaited

@@ -27,7 +27,7 @@ void Medium::measure(const std::function<void()> &done)
         MediumScanner::Listing measured;
         MediumScanner::measure(_path, measured);
         QMetaObject::invokeMethod(this, [this, done, worker, measured] {
-            if (worker == _worker.get())
+            if (!retire(worker))
                 takeMeasure(measured);
             done();
         });
