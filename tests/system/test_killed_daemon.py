@@ -11,6 +11,7 @@ from rig import Failed, Recorder, check, clip_numbers, main, probe, stream_of, w
 from test_media import FORMAT, Medium, consecutive, reasons, start, whole
 
 FRAMES_A_SECOND = 25
+MOST_LOST = 1.0             # seconds of a recording that a kill may cost
 FIRST_CLIP = "R001C0001.mov"
 
 
@@ -29,7 +30,7 @@ def is_complete(path):
 
 
 def kill_a_recording(recorder, rng, digests):
-    """One life of the daemon; answers the frames lost and what it was killed in."""
+    """One life of the daemon; answers the seconds lost and what it was killed in."""
     before = set(recorder.clips())
     # What the store says is the last daemon's.
     begun = recorder.log_text().count("Begin Mode Standby Off")
@@ -41,33 +42,36 @@ def kill_a_recording(recorder, rng, digests):
     began = time.monotonic()
     time.sleep(rng.random() * 2)
     is_closing = rng.random() < 0.35
+    elapsed = time.monotonic() - began  # what is recorded at least, when it is closing
     if is_closing:
         recorder.ctl("stop")
         time.sleep(rng.random() * 0.03)
-    elapsed = time.monotonic() - began
+    else:
+        elapsed = time.monotonic() - began
     recorder.processes["rvd"].kill()
     recorder.processes["rvd"].wait()
     new = set(recorder.clips()) - before
     if not new:
-        check(elapsed < 1.2, f"nothing is left of {elapsed:.2f} s")
-        return 0, "before the first frame"
+        check(elapsed < MOST_LOST, f"nothing is left of {elapsed:.2f} s")
+        return elapsed, "before the first frame"
     path = new.pop()
     # Before anybody has mended anything.
-    least = 0 if is_closing else int((elapsed - 1.2) * FRAMES_A_SECOND)
+    least = int((elapsed - MOST_LOST) * FRAMES_A_SECOND)
     frames = 0
     try:
         frames = int(stream_of(probe(path), "video").get("nb_read_packets", 0))
     except Failed as error:  # without a committed frame there is nothing to read
-        check(elapsed < 1.2, f"unreadable after {elapsed:.2f} s: {error}")
+        check(elapsed < MOST_LOST, f"unreadable after {elapsed:.2f} s: {error}")
+    check(frames >= least, f"{frames} frames of {elapsed:.2f} s can be read")
     wait_until("it is completed or gone",
                lambda: not os.path.exists(path) or is_complete(path), 15)
     if not os.path.exists(path):
         check(frames == 0, f"a clip of {frames} frames is gone")
-        return 0, "before the first fragment"
+        return elapsed, "before the first fragment"
     numbers = whole(path)
-    check(len(numbers) >= max(least, frames), f"{len(numbers)} frames of {elapsed:.2f} s, {frames} before recovery")
+    check(len(numbers) >= frames, f"{len(numbers)} frames, {frames} before recovery")
     digests[path] = digest(path)
-    return elapsed - len(numbers) / FRAMES_A_SECOND, "while it closed" if is_closing else "while it recorded"
+    return elapsed - frames / FRAMES_A_SECOND, "while it closed" if is_closing else "while it recorded"
 
 
 def killed(count, seed):
@@ -203,6 +207,7 @@ class Failing:
             return out.read().count("(INJECTED)")
 
 
+DROPPED = "dropped a frame"     # no verdict: the recording ended for another reason
 TELLS = ("STREAM: Open Error", "Clip has lost", "Clip was not completed", "Going on in ", "STREAM: Cache Error",
          "Generate record stream desc failed")
 
@@ -241,7 +246,7 @@ def fail_one_call(recorder, spare, call, when, code):
     what = f"{call} {code} the {when}. time"
     check(recorder.processes["rvd"].poll() is None, f"{what}: the daemon is gone")
     if "Recording stopped due to dropped frame" in log:
-        return struck, "dropped a frame"
+        return struck, DROPPED
     told = [text for text in TELLS if text in log]
     first, second = numbers_in(recorder.medium), numbers_in(spare)
     check(all(consecutive(clip) for clip in first + second), f"{what}: {first} {second}")
@@ -265,19 +270,26 @@ def swept(positions):
         with Recorder(bin_dir, source_format=FORMAT, size="1g") as recorder, \
                 Medium(recorder, "spare", "1g") as spare:
             start(recorder)
-            kinds = {}
+            kinds, unchecked = {}, []
             for call, code, first, last in positions:
+                before = sum(map(len, kinds.values()))
                 for when in range(first, last + 1):
                     struck, kind = fail_one_call(recorder, spare.path, call, when, code)
-                    for _ in range(3):  # the daemon has little time while it is traced
-                        if kind == "dropped a frame":
+                    for _ in range(4):  # the daemon has little time while it is traced
+                        if kind == DROPPED:
                             struck, kind = fail_one_call(recorder, spare.path, call, when, code)
+                    if kind == DROPPED:
+                        unchecked.append(f"{call} {code} {when}")
+                        continue
                     if struck == 0:
                         break
                     kinds.setdefault(kind, []).append(f"{call} {code} {when}")
-            for kind, cases in kinds.items():
-                print(f"       {kind}: {len(cases)} ({', '.join(cases[:6])} ...)")
-            check(sum(len(cases) for cases in kinds.values()) >= len(positions), f"{kinds}")
+                was_struck = any(case.startswith(f"{call} {code} ") for case in unchecked)
+                check(sum(map(len, kinds.values())) > before or not was_struck,
+                      f"of {call} {code} nothing is checked: a frame was dropped each time")
+            for kind, cases in [*kinds.items(), ("not checked, a frame was dropped", unchecked)]:
+                print(f"       {kind}: {len(cases)} ({', '.join(cases[:6])}{' ...' if cases[6:] else ''})")
+            check(sum(map(len, kinds.values())) >= len(positions), f"{kinds}")
     test.__name__ = f"a_call_that_fails_is_survived_and_told_{len(positions)}"
     return test
 
