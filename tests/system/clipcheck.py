@@ -5,7 +5,9 @@ import hashlib
 import os
 import re
 import subprocess
+import sys
 import tempfile
+from array import array
 
 from rig import Failed, check, clip_numbers, probe, stream_of
 
@@ -22,6 +24,8 @@ DATA_TYPES = (
     (8, 230, "AVdh", "dnxhd", (52, 50)),
     (9, 231, "v210", "v210", None),
 )
+
+SOUND_MASK = 0xFFFFFF
 
 RATES = {23: (24000, 1001), 29: (30000, 1001), 59: (60000, 1001)}
 
@@ -189,3 +193,28 @@ def check_numbers(path):
     if None in numbers or any(b != a + 1 for a, b in zip(numbers, numbers[1:])):
         raise Failed(f"{path}: {numbers}")
     return numbers
+
+
+def sound_numbers(path, channels):
+    """The numbers that rvcam counts in a clip's samples; every second channel has their complement."""
+    result = subprocess.run(["ffmpeg", "-v", "error", "-i", path, "-map", "0:a:0", "-f", "s32le", "-"],
+                            capture_output=True, check=True)
+    values = array("i", result.stdout)
+    if sys.byteorder == "big":
+        values.byteswap()
+    numbers = [value >> 8 & SOUND_MASK for value in values[::channels]]
+    for channel in range(1, channels):
+        flip = SOUND_MASK if channel % 2 else 0
+        found = [(value >> 8 & SOUND_MASK) ^ flip for value in values[channel::channels]]
+        check(found == numbers, f"{path}: channel {channel} is not that of the samples of the first")
+    return numbers
+
+
+def check_sound(path, channels):
+    """Each sample is one more than that before it. Answers how many there are."""
+    numbers = sound_numbers(path, channels)
+    check(numbers, f"{path}: no sound")
+    for at, number in enumerate(numbers):
+        wanted = (numbers[0] + at) & SOUND_MASK
+        check(number == wanted, f"{path}: sample {at} is {number:#x}, not {wanted:#x}")
+    return len(numbers)

@@ -8,38 +8,31 @@ import time
 from failingmedium import FailingMedium
 from rig import Recorder, check, main, wait_until
 from test_hanging import Changes
-from test_media import FORMAT, Medium, fill_to, reasons, start, whole
+from test_media import FORMAT, LoopMedium, Medium, fill_to, reasons, start, whole
 
 FAILED, SLOW = "eParamAlarm1901", "eParamAlarm1906"
 UNTIL_NEXT_CALL = 300   # milliseconds: a medium that nobody asks does not hang
 
 
-class Loop:
-    """A file system in a file, mounted."""
+class Stick(LoopMedium):
+    """A medium that can be taken away."""
 
-    def __init__(self, recorder, name, size="512m", backing=None):
-        self.path = os.path.join(recorder.dir, name)
-        self.folder = self.path
-        self.image = os.path.join(backing or recorder.dir, name + ".img")
-        os.mkdir(self.path)
-        subprocess.run(["truncate", "-s", size, self.image], check=True)
-        subprocess.run(["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=1", self.image], check=True)
-        subprocess.run(["mount", "-o", "loop", self.image, self.path], check=True)
+    @property
+    def folder(self):
+        return self.path
 
     def take_away(self):
-        subprocess.run(["umount", "-l", self.path], check=True)
+        self.unmount()
         return time.time()
 
     def bring_back(self):
-        wait_until("the image can be mounted again", lambda: subprocess.run(
-            ["mount", "-o", "loop", self.image, self.path], stderr=subprocess.DEVNULL, check=False).returncode == 0)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *unused):
-        subprocess.run(["umount", "-l", self.path], stderr=subprocess.DEVNULL, check=False)
-        return False
+        def is_mounted():
+            try:
+                self.mount()
+            except subprocess.CalledProcessError:
+                return False
+            return True
+        wait_until("the image can be mounted again", is_mounted)
 
 
 def clips_in(folder):
@@ -149,7 +142,7 @@ def stalls_for_three_seconds(stage):
 
 
 def is_taken_away(stage):
-    with Loop(stage.recorder, "stick") as stick:
+    with Stick(stage.recorder, "stick") as stick:
         stage.goes_on("taken away", stick, stick.take_away, 500)
 
 
@@ -174,7 +167,7 @@ def a_stick_that_lies_about_its_size_is_left(bin_dir):
     with Recorder(bin_dir, source_format=FORMAT, size="1g") as recorder:
         start(recorder)
         with Medium(recorder, "small", "24m") as small, \
-                Loop(recorder, "stick", "400m", small.path) as stick, Stage(recorder) as stage:
+                Stick(recorder, "stick", "400m", small.path) as stick, Stage(recorder) as stage:
             stage.record(stick, time.time, seconds_after=0)
             wait_until("the recording goes on elsewhere", lambda: set(recorder.clips()) - stage.known, 30)
             time.sleep(2)

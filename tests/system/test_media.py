@@ -37,14 +37,17 @@ class Medium:
 
 
 class LoopMedium(Medium):
-    """A real file system in an image file that takes no more room than what is written."""
+    """A real file system in an image file, which takes no more room in its folder than what is written."""
+
+    def __init__(self, recorder, name, size="512m", image_folder=None):
+        self.image = os.path.join(image_folder or recorder.dir, name + ".img")
+        super().__init__(recorder, name, size)
 
     def mount(self):
-        image = self.path + ".img"
-        if not os.path.exists(image):
-            subprocess.run(["truncate", "-s", self.size, image], check=True)
-            subprocess.run(["mkfs.ext4", "-q", "-m", "0", image], check=True)
-        subprocess.run(["mount", "-o", "loop", image, self.path], check=True)
+        if not os.path.exists(self.image):
+            subprocess.run(["truncate", "-s", self.size, self.image], check=True)
+            subprocess.run(["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=1", self.image], check=True)
+        subprocess.run(["mount", "-o", "loop", self.image, self.path], check=True)
 
 
 def free_percent(path):
