@@ -2,12 +2,12 @@
 
 import os
 import subprocess
-import sys
 import time
-from array import array
 
+from clipcheck import sound_numbers
 from hangingmedium import HangingMedium
 from rig import Failed, Recorder, check, clip_numbers, main, probe, stream_of, wait_until
+from stallwitness import StallWitness
 from test_media import consecutive, fill_to, reasons, wait_said
 
 FORMAT = ("320x180", 30000, 1001)
@@ -18,6 +18,7 @@ FPS = 30
 ROLLOVER_LEVEL = 10.4    # rounds to 10 %
 VITC = 1
 IN_RECORD, STANDBY_OFF = 2, 1
+MACHINE_STALLS = 0.1     # seconds: three frames
 MAKERS = {"ext4": ["mkfs.ext4", "-q", "-m", "0", "-E", "lazy_itable_init=0", "-e", "remount-ro"], "xfs": ["mkfs.xfs", "-q"]}
 SIZES = {"tmpfs": "128m", "ext4": "64m", "xfs": "320m"}
 
@@ -135,17 +136,21 @@ class RolloverRecorder(Recorder):
 
 
 def undisturbed(test):
-    """A busy machine drops a frame or keeps the camera from its time, and the recorder says so: then the test is done
-    again, twice at most."""
+    """A machine that stands still drops a frame or keeps the camera from its time, and the recorder says so. Where a
+    witness beside the recorder has seen it stand still, too, the test is done once more; without one it has failed."""
     def tried(bin_dir):
-        for _ in range(2):
-            before = RolloverRecorder.disturbances
+        before = RolloverRecorder.disturbances
+        with StallWitness() as witness:
             try:
                 return test(bin_dir)
-            except Failed:
+            except Failed as error:
                 if RolloverRecorder.disturbances == before:
                     raise
-            print(f"       {test.__name__} again: the machine was busy", flush=True)
+                longest = witness.longest()
+                if longest < MACHINE_STALLS:
+                    raise Failed(f"{error} (the machine stood still for {longest * 1000:.0f} ms at most)") from error
+        print(f"       {test.__name__} again: a frame was dropped, and the machine stood still for "
+              f"{longest * 1000:.0f} ms", flush=True)
         return test(bin_dir)
     tried.__name__ = test.__name__
     return tried
@@ -156,19 +161,6 @@ def undisturbed(test):
 def samples_before(frame):
     _, num, den = FORMAT
     return frame * SAMPLE_RATE * den // num
-
-
-def counts(clip):
-    """The numbers of the clip's samples; every second channel has the complement."""
-    result = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-map", "0:a:0", "-f", "s32le", "-"],
-                            capture_output=True, check=True)
-    values = array("i", result.stdout)
-    if sys.byteorder == "big":
-        values.byteswap()
-    numbers = [value >> 8 & 0xFFFFFF for value in values[::CHANNELS]]
-    others = [~(value >> 8) & 0xFFFFFF for value in values[1::CHANNELS]]
-    check(numbers == others, f"{clip}: the channels differ")
-    return numbers
 
 
 def label_number(label):
@@ -187,7 +179,7 @@ class Part:
         info = probe(clip)
         self.name = os.path.basename(clip)
         self.numbers = clip_numbers(clip)
-        self.counts = counts(clip)
+        self.counts = sound_numbers(clip, CHANNELS)
         self.label = stream_of(info, "data")["tags"]["timecode"]
         packets = int(stream_of(info, "video")["nb_read_packets"])
         check(len(self.numbers) == packets > 0, f"{self.name}: {len(self.numbers)} of {packets} frames")
