@@ -274,8 +274,8 @@ void TestClipFaults::nothingIsCommittedBeforeItIsDurable()
             isAfterSync = false;
         }
     }
-    // 30 frames flushed and 30 more make six fragments.
-    QCOMPARE(commits, 6 + 1);
+    // 30 frames flushed and 30 more make eight fragments.
+    QCOMPARE(commits, 8 + 1);
     QVERIFY(medium().operations.last().isSync);
 }
 

@@ -7,6 +7,7 @@
 
 #include <numeric>
 
+using cliptest::fragmentFrames;
 using cliptest::sampleInfo;
 using cliptest::writeFrames;
 using clip::ClipInfo;
@@ -15,7 +16,6 @@ using clip::ClipWriter;
 
 namespace {
 
-constexpr int fragmentFrames = 12; // half a second at 25 frames a second
 
 } // namespace
 
@@ -59,7 +59,7 @@ void TestClipFollowing::aReaderFindsWhatWasCommittedSince()
     for (int frames = fragmentFrames; frames < 200; ++frames) {
         const auto before = reader.info().frames;
         const bool isNews = reader.lookAgain();
-        QCOMPARE(reader.info().frames, std::int64_t(frames / fragmentFrames * fragmentFrames));
+        QCOMPARE(reader.info().frames, std::int64_t(cliptest::framesInFragments(frames)));
         QCOMPARE(isNews, reader.info().frames != before);
         QVERIFY(!reader.info().isComplete);
         QVERIFY(!reader.lookAgain());

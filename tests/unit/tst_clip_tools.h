@@ -81,6 +81,14 @@ inline clip::Error writeFrames(clip::ClipWriter &writer, const clip::ClipInfo &i
     return { };
 }
 
+constexpr int fragmentFrames = 12; ///< half a second of sampleInfo()
+
+/// How many of the first \a frames frames of sampleInfo() are in fragments that are full.
+constexpr int framesInFragments(int frames)
+{
+    return frames < 1 ? 0 : frames < 5 ? 1 : frames < fragmentFrames ? 5 : frames / fragmentFrames * fragmentFrames;
+}
+
 inline QByteArray readPicture(const clip::ClipReader &reader, qint64 frame)
 {
     QByteArray bytes(qsizetype(reader.pictureSize(frame)), 0);

@@ -289,7 +289,7 @@ void TestClipWrite::soundOfAnyLengthPerFrameStaysInOrder()
 void TestClipWrite::largePicturesEndAFragmentEarly()
 {
     const ClipInfo info = sampleInfo(25, 1, 0);
-    const QByteArray large(20 << 20, 'x');
+    const QByteArray large(30 << 20, 'x');
     ClipWriter writer;
     QCOMPARE(writer.open(stdPath("large.mov"), info).code, 0);
     for (int i = 0; i < 4; ++i) {

@@ -1,8 +1,9 @@
 // The life of a clip being written. open() makes the head durable: file type, a placeholder, a
-// movie without samples. Each half second becomes one fragment, written at once behind the others
-// with its head disguised as a free box, which every reader skips. When the fragment is durable its
-// type is turned into "moof", four bytes within one sector, so a reader meets whole fragments or
-// none. close() appends the movie of the whole clip and, when that is durable, turns the
+// movie without samples. Each half second becomes one fragment (the first one three, so that there
+// is something to read from the first frame on), written at once behind the others with its head
+// disguised as a free box, which every reader skips. When the fragment is durable its type is
+// turned into "moof", four bytes within one sector, so a reader meets whole fragments or none.
+// close() appends the movie of the whole clip and, when that is durable, turns the
 // placeholder into the header of a data box that reaches up to it: the first movie and the fragment
 // heads become bytes nobody looks at. At every instant one of the two views of the file is whole.
 
@@ -130,7 +131,7 @@ Error ClipWriter::open(const std::string &path, const ClipInfo &info)
     if (const Error error = _d->create(path)) {
         return error;
     }
-    _d->fragment.start(_d->info, true);
+    _d->fragment.start(_d->info, 0);
     return { };
 }
 
@@ -215,7 +216,7 @@ Error ClipWriter::Private::writeFragment()
     const auto bytes = fragment.seal(position, places);
     writeError = writeBytes(bytes);
     if (writeError) {
-        fragment.start(info, sequence == 1);
+        fragment.start(info, tables.pictureSizes.size());
         return writeError;
     }
     const auto sizes = fragment.pictureSizes();
@@ -234,7 +235,7 @@ Error ClipWriter::Private::writeFragment()
     }
     end = places.end;
     ++sequence;
-    fragment.start(info, false);
+    fragment.start(info, tables.pictureSizes.size());
     return { };
 }
 

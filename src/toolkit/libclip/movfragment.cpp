@@ -51,6 +51,18 @@ void writePart(BoxWriter &writer, const Part &part, std::uint64_t base,
     });
 }
 
+/// Frames of a fragment that \a framesBefore others stand before.
+int wantedFrames(const VideoFormat &video, std::uint64_t framesBefore)
+{
+    const int most = MovFragment::maxFrames(video);
+    for (const int end : { 1, video.rateNum / (5 * video.rateDen), most }) {
+        if (framesBefore < std::uint64_t(end)) {
+            return end - int(framesBefore);
+        }
+    }
+    return most;
+}
+
 } // namespace
 
 int MovFragment::maxFrames(const VideoFormat &video)
@@ -58,10 +70,11 @@ int MovFragment::maxFrames(const VideoFormat &video)
     return std::max(1, video.rateNum / (2 * video.rateDen));
 }
 
-void MovFragment::start(const ClipInfo &info, bool isFirst)
+void MovFragment::start(const ClipInfo &info, std::uint64_t framesBefore)
 {
     _info = &info;
-    _isFirst = isFirst && info.timecode;
+    _isFirst = framesBefore == 0 && info.timecode;
+    _wanted = wantedFrames(info.video, framesBefore);
     _room = headRoom + dataHeaderSize + 4 * std::size_t(maxFrames(info.video));
     _bytes.resize(_room);
     _sound.clear();
@@ -82,8 +95,7 @@ void MovFragment::add(std::span<const std::byte> picture, std::span<const std::b
 
 bool MovFragment::isFull() const
 {
-    return int(_sizes.size()) >= maxFrames(_info->video)
-        || _bytes.size() + _sound.size() >= maxBytes;
+    return int(_sizes.size()) >= _wanted || _bytes.size() + _sound.size() >= maxBytes;
 }
 
 std::uint32_t MovFragment::soundSamples() const

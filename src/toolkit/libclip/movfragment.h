@@ -34,8 +34,10 @@ public:
     /// Half a second of frames, at least one.
     static int maxFrames(const VideoFormat &video);
 
-    /// Empties the fragment for frames of \a info.
-    void start(const ClipInfo &info, bool isFirst);
+    /// Empties the fragment for frames of \a info, \a framesBefore of which stand before it. It is
+    /// full with half a second of them; but the first holds one frame alone, so that a clip opens
+    /// as soon as it has one, and the next two end a fifth and half a second behind its beginning.
+    void start(const ClipInfo &info, std::uint64_t framesBefore);
     void add(std::span<const std::byte> picture, std::span<const std::byte> sound);
     bool isEmpty() const { return _sizes.empty(); }
     bool isFull() const;
@@ -52,7 +54,8 @@ private:
     BoxWriter::Bytes head(const Position &position, std::uint64_t headSize) const;
 
     const ClipInfo *_info = nullptr;
-    bool _isFirst = false;
+    bool _isFirst = false;          ///< and carries a timecode sample
+    int _wanted = 1;                ///< frames that make it full
     std::size_t _room = 0;          ///< bytes kept free in front of the data
     std::vector<std::byte> _bytes;  ///< room, timecode sample, pictures, when sealed also the sound
     std::vector<std::byte> _sound;
