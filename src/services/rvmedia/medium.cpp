@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include <sys/inotify.h>
@@ -131,6 +132,7 @@ void Medium::run()
     Worker *worker = _worker.get();
     QMetaObject::invokeMethod(&worker->object, [this, worker] {
         auto listing = worker->scanner.scan(_path);
+        worker->clips = listing.clips;
         QMetaObject::invokeMethod(
             this, [this, worker, listing = std::move(listing)] { take(worker, listing); });
     });
@@ -148,14 +150,23 @@ void Medium::editPlayList(const std::string &edit, const Outcome &done)
     ++worker->pendingEdits;
     QMetaObject::invokeMethod(&worker->object, [this, worker, edit, done] {
         std::string problem;
-        if (!editPlayListFile(_path, edit, problem))
+        const bool isEdited = editPlayListFile(_path, edit, problem);
+        if (!isEdited)
             orbLogOutput(2, logFile, __LINE__, "Can't edit the play list of %s: %s\n", _path.c_str(),
                          problem.c_str());
-        QMetaObject::invokeMethod(this, [this, worker, done, problem] {
+        // Who is told the outcome sees it; others are told by the listing that follows.
+        std::optional<std::list<Clip>> playList;
+        if (isEdited && done)
+            playList = readPlayList(_path, worker->clips);
+        QMetaObject::invokeMethod(this, [this, worker, done, problem, playList] {
             --worker->pendingEdits;
+            const bool isCurrent = !retire(worker);
+            if (playList && isCurrent && isPresent()) {
+                _listing.playList = *playList;
+                emit listed();
+            }
             if (done)
                 done(problem);
-            (void)retire(worker);
         });
     });
 }

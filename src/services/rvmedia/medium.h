@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,7 +50,7 @@ public:
     /// The mount table has changed, and something is mounted at the path or not.
     void mountsChanged(bool isMounted);
     void scan();
-    /// Edits the medium's play list; a listing follows. See editPlayList().
+    /// Edits the medium's play list; before \a done is told, the listing is the edited one. See editPlayList().
     void editPlayList(const std::string &edit, const Outcome &done = {});
     /// Measures the space on the medium and calls \a done, unless the medium hangs. One that cannot be measured is
     /// listed anew.
@@ -77,6 +78,7 @@ private:
         MediumScanner scanner;
         QObject object;
         QThread thread;
+        std::list<Clip> clips; ///< as listed last; the thread's own
         int pendingEdits = 0;
     };
 
