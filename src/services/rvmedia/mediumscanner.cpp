@@ -2,6 +2,7 @@
 
 #include "mounttable.h"
 #include "playlistfile.h"
+#include "slotfile.h"
 
 #include <cerrno>
 #include <cmath>
@@ -41,7 +42,7 @@ void MediumScanner::measure(const std::string &path, Listing &listing)
         listing.freePercent = std::round(double(medium.f_bfree) / double(medium.f_blocks) * 100.0);
     listing.freeBytes = std::uint64_t(medium.f_bfree) * std::uint64_t(medium.f_bsize);
     listing.totalBytes = std::uint64_t(medium.f_blocks) * std::uint64_t(medium.f_bsize);
-    listing.isReadOnly = (medium.f_flags & ST_RDONLY) != 0 || isGivenUpIn(mountTable(), path);
+    listing.isReadOnly = (medium.f_flags & ST_RDONLY) != 0 || isGivenUpIn(mountTable(), cleanPath(path));
 }
 
 void MediumScanner::letGo()
