@@ -10,8 +10,9 @@ import subprocess
 import time
 
 import rig
+from failingmedium import FailingMedium
 from rig import Recorder, check, main, wait_until
-from test_media import Medium, fill_to, said, wait_said
+from test_media import LoopMedium, Medium, fill_to, said, wait_said
 
 FORMAT = "1280x720p25"
 NO_MEDIUM, LOADING, READY = 0, 1, 2
@@ -112,6 +113,42 @@ def a_medium_with_other_clips_shows_them_when_it_comes(bin_dir):
                 shutil.copy(spare, os.path.join(recorder.medium, f"clip {i}.mov"))
             recorder.wait_for("ActivePath", recorder.medium)
             recorder.wait_log(f"Updated all clips list.  {round_trip + 2} entries")
+
+
+def media_without_an_identifier_are_told_apart(bin_dir):
+    with SlotRecorder(bin_dir, count=3) as recorder:
+        recorder.start()
+        with open(recorder.record(1), "rb") as file:
+            clip = file.read()
+        folders = [os.path.join(recorder.dir, name) for name in ("a clip", "no clip")]
+        for folder, content in zip(folders, (clip, bytes(len(clip)))):
+            os.mkdir(folder)
+            name = os.path.join(folder, "same.mov")
+            with open(name, "wb") as file:
+                file.write(content)
+            os.utime(name, (1700000000, 1700000000))
+        first, second = recorder.slots[1:]
+        with FailingMedium(first, folders[0]):
+            wait_said(recorder, f"1 clips on {first}, 0 bad")
+            with FailingMedium(second, folders[1]):
+                wait_said(recorder, f"0 clips on {second}, 1 bad")
+
+
+def a_medium_that_fails_is_known_however_its_path_is_written(bin_dir):
+    with SlotRecorder(bin_dir) as recorder, LoopMedium(recorder, "second", "64m") as second:
+        recorder.start()
+        subprocess.run(["mount", "-o", "remount,errors=remount-ro", second.path], check=True)
+        path = second.path + "/"
+        recorder.set("RolloverPath", path)
+        wait_said(recorder, f"0 clips on {path}")
+        device = subprocess.run(["findmnt", "-no", "SOURCE", second.path], capture_output=True, text=True, check=True)
+        recorder.do("record")
+        recorder.wait_for("StorageInUse", 1)
+        check(recorder.get("RolloverPath") == path, "a client's choice")
+        with open(f"/sys/fs/ext4/{os.path.basename(device.stdout.strip())}/trigger_fs_error", "w",
+                  encoding="ascii") as trigger:
+            trigger.write("listing")
+        recorder.wait_for("RolloverPath", "")
 
 
 def an_idle_service_asks_for_nothing(bin_dir):
@@ -257,6 +294,7 @@ def clients_edit_the_play_list_through_the_store(bin_dir):
 
 if __name__ == "__main__":
     main([media_become_active_and_next_as_they_come, a_recording_goes_on_on_the_next_medium_when_its_own_is_pulled,
-          a_medium_with_other_clips_shows_them_when_it_comes, an_idle_service_asks_for_nothing,
+          a_medium_with_other_clips_shows_them_when_it_comes, media_without_an_identifier_are_told_apart,
+          a_medium_that_fails_is_known_however_its_path_is_written, an_idle_service_asks_for_nothing,
           hostile_files_cost_entries_and_nothing_else, a_service_killed_and_started_again_goes_on,
           recordings_roll_over_round_three_slots, clients_edit_the_play_list_through_the_store])

@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
 namespace
@@ -41,6 +42,11 @@ std::string mediumIdOf(int folder)
     int parts[2] = {};
     static_assert(sizeof parts == sizeof system.f_fsid);
     std::memcpy(parts, &system.f_fsid, sizeof parts);
+    // File systems of other machines and of programs have none; their device is theirs while they are mounted.
+    if (parts[0] == 0 && parts[1] == 0) {
+        parts[0] = static_cast<int>(major(st.st_dev));
+        parts[1] = static_cast<int>(minor(st.st_dev));
+    }
     char text[40];
     std::snprintf(text, sizeof text, "%08lx-%08x%08x", static_cast<unsigned long>(system.f_type),
                   static_cast<unsigned int>(parts[0]), static_cast<unsigned int>(parts[1]));
