@@ -1,7 +1,8 @@
-"""What two readers that are not ours make of a clip: FFmpeg and GStreamer decode it whole, and every property that the
-recorder states about a clip is compared with what they see."""
+"""What three readers that are not ours make of a clip: FFmpeg and GStreamer decode it whole, and every property that the
+recorder states about a clip is compared with what they and MediaInfo see."""
 
 import hashlib
+import json
 import os
 import re
 import subprocess
@@ -97,6 +98,41 @@ def check_streams(path, want):
     return frames
 
 
+MEDIAINFO_FORMATS = {"prores": "ProRes", "dnxhd": "VC-3", "v210": "YUV"}
+
+
+def check_mediainfo(path, want, frames):
+    """The same properties as MediaInfo prints them."""
+    width, height, scan, key = want["format"]
+    num, den = rate_of(key)
+    tracks = {track["@type"]: track for track in json.loads(run(["mediainfo", "--Output=JSON", path]))["media"]["track"]}
+    video, audio, timecode = tracks["Video"], tracks["Audio"], tracks["Other"]
+
+    def look(track, *keys):
+        return tuple(track.get(key) for key in keys)
+    expect("MediaInfo: picture", look(video, "Format", "Width", "Height", "FrameCount"),
+           (MEDIAINFO_FORMATS[data_type(want["type"])[3]], str(width), str(height), str(frames)))
+    rate = {"FrameRate": f"{num / den:.3f}"}
+    if den != 1:
+        rate |= {"FrameRate_Num": str(num), "FrameRate_Den": str(den)}
+    expect("MediaInfo: rate", look(video, *rate), tuple(rate.values()))
+    scans = ("Interlaced", "BFF" if height == 486 else "TFF") if scan == INTERLACED else ("Progressive", None)
+    expect("MediaInfo: scan", look(video, "ScanType", "ScanOrder"), scans)
+    expect("MediaInfo: pixel aspect", video["PixelAspectRatio"], {486: "0.909", 576: "1.091"}.get(height, "1.000"))
+    colours = {486: ("BT.601 NTSC", "BT.709", "BT.601"), 576: ("BT.601 PAL", "BT.709", "BT.601")}
+    expect("MediaInfo: colour", look(video, "colour_primaries", "transfer_characteristics", "matrix_coefficients"),
+           colours.get(height, ("BT.709", "BT.709", "BT.709")))
+    expect("MediaInfo: sound", look(audio, "Format", "Channels", "SamplingRate", "BitDepth"),
+           ("PCM", str(want["channels"]), "48000", "24"))
+    # It counts whole milliseconds.
+    samples = int(audio["SamplingCount"])
+    check(abs(samples - frames * 48000 * den / num) <= 48, f"MediaInfo: {samples} samples of {frames} frames")
+    if "timecode" in want:
+        expect("MediaInfo: timecode", timecode["TimeCode_FirstFrame"], want["timecode"])
+    if "reel" in want:
+        expect("MediaInfo: reel", timecode["Title"], want["reel"])
+
+
 def decode_with_ffmpeg(path, want, folder, pictures):
     """Checksums of the decoded pictures and sound, and the PSNR of luma and chroma against what went in."""
     width, height = want["format"][:2]
@@ -163,6 +199,7 @@ def check_clip(path, want, folder, pictures=None, sound=None):
     width, height = want["format"][:2]
     _, _, tag, codec, floors = data_type(want["type"])
     frames = check_streams(path, want)
+    check_mediainfo(path, want, frames)
     with tempfile.TemporaryDirectory(dir=folder) as scratch:
         decoded, video_sum, audio_sum, psnr = decode_with_ffmpeg(path, want, scratch, pictures)
         gst_video, gst_audio, caps = decode_with_gstreamer(path, want, scratch)

@@ -1,4 +1,5 @@
-"""Clips of every format of the recorder, written as it writes them and decoded whole by FFmpeg and GStreamer.
+"""Clips of every format of the recorder, written as it writes them, decoded whole by FFmpeg and GStreamer, and looked at
+by MediaInfo.
 
 Every raster, scan and rate up to 1080 lines once and half of those above, the data types in turn, and every data type in
 three formats; with "all" behind the folder every data type in every format."""
@@ -63,7 +64,7 @@ def main():
     for is_good, text in results:
         print(f"{'PASS' if is_good else 'FAIL'}   {text}")
     failed = sum(not is_good for is_good, _ in results)
-    print(f"{len(results) - failed} of {len(results)} clips are right in FFmpeg and GStreamer")
+    print(f"{len(results) - failed} of {len(results)} clips are right in FFmpeg, GStreamer and MediaInfo")
     sys.exit(1 if failed or not results else 0)
 
 

@@ -1,4 +1,4 @@
-"""Clips of the whole recorder: in formats of every kind, checked by two foreign readers, and read while they grow."""
+"""Clips of the whole recorder: in formats of every kind, checked by three foreign readers, and read while they grow."""
 
 import json
 import os
@@ -14,6 +14,7 @@ from rig import Failed, Recorder, check, main, wait_until
 
 CAMERA_BUS = "rvd_input_0"
 RATE = 25
+REEL = "042"
 STILL = 15              # of TransportState
 IN_USE, RELEASED = 1, 2 # of StorageInUse
 
@@ -94,7 +95,7 @@ def check_recorded(recorder, row, folder):
     check(label, f"the first recorded picture, {numbers[0]}, was not on the output: {sorted(labels)[:3]} ...")
     check((";" in label) == is_drop, f"{label} is {'no ' if is_drop else ''}drop-frame label")
     want = {"format": (width, height, scan, key), "type": kind, "channels": channels, "frames": len(numbers),
-            "timecode": label}
+            "timecode": label, "reel": REEL}
     text = check_clip(clip, want, folder)
     check_sound(clip, channels)
     os.unlink(clip)
@@ -106,6 +107,7 @@ def formats_of_every_kind_are_recorded_right(bin_dir):
     with Recorder(bin_dir, source="bus:/" + CAMERA_BUS, size="6g") as recorder, \
             tempfile.TemporaryDirectory(dir=shared) as folder:
         recorder.start()
+        recorder.set("ReelName", int(REEL))
         for row in RECORDED:
             try:
                 text = check_recorded(recorder, row, folder)
