@@ -12,6 +12,9 @@ from test_media import FORMAT, Medium, consecutive, reasons, start, whole
 
 FRAMES_A_SECOND = 25
 MOST_LOST = 1.0             # seconds of a recording that a kill may cost
+# Seconds behind the answer to Record, or to the Stop that follows it at once.
+HEAD_BYTES = 16384          # the most that a clip without a frame takes
+FIRST_MOMENTS = ((0.3, False), (0.5, False), (0.1, True), (0.0, True))
 FIRST_CLIP = "R001C0001.mov"
 
 
@@ -29,8 +32,8 @@ def is_complete(path):
 # Kills ---------------------------------------------------------------------------------------------------------
 
 
-def kill_a_recording(recorder, rng, digests):
-    """One life of the daemon; answers the seconds lost and what it was killed in."""
+def begin_a_recording(recorder):
+    """In a new life of the daemon; the clips that were there before."""
     before = set(recorder.clips())
     # What the store says is the last daemon's.
     begun = recorder.log_text().count("Begin Mode Standby Off")
@@ -39,6 +42,17 @@ def kill_a_recording(recorder, rng, digests):
     wait_until("there is a picture", lambda: recorder.get("InputFormat") == 1)
     time.sleep(0.4)
     recorder.do("record")
+    return before
+
+
+def readable_frames(path):
+    """What ffprobe reads of a clip as it lies there; Failed when it does not open."""
+    return int(stream_of(probe(path), "video").get("nb_read_packets", 0))
+
+
+def kill_a_recording(recorder, rng, digests):
+    """One life of the daemon; answers the seconds lost and what it was killed in."""
+    before = begin_a_recording(recorder)
     began = time.monotonic()
     time.sleep(rng.random() * 2)
     is_closing = rng.random() < 0.35
@@ -59,7 +73,7 @@ def kill_a_recording(recorder, rng, digests):
     least = int((elapsed - MOST_LOST) * FRAMES_A_SECOND)
     frames = 0
     try:
-        frames = int(stream_of(probe(path), "video").get("nb_read_packets", 0))
+        frames = readable_frames(path)
     except Failed as error:  # without a committed frame there is nothing to read
         check(elapsed < MOST_LOST, f"unreadable after {elapsed:.2f} s: {error}")
     check(frames >= least, f"{frames} frames of {elapsed:.2f} s can be read")
@@ -96,6 +110,35 @@ def killed(count, seed):
             print(f"       {count} kills: {kinds}, at most {worst:.2f} s lost")
     test.__name__ = f"{count}_kills_leave_clips_that_end_less_than_a_second_early"
     return test
+
+
+def kill_at_the_start(recorder, seconds, is_stopped):
+    """Kills the daemon so soon after a recording began; the frames that can be read then."""
+    before = begin_a_recording(recorder)
+    if is_stopped:
+        recorder.ctl("stop")
+    time.sleep(seconds)
+    recorder.processes["rvd"].kill()
+    recorder.processes["rvd"].wait()
+    path = (set(recorder.clips()) - before).pop()
+    if is_stopped and os.path.getsize(path) <= HEAD_BYTES:  # the first frame was not there yet
+        wait_until("it is gone", lambda: not os.path.exists(path), 15)
+        return 0
+    frames = readable_frames(path)
+    check(frames > 0, f"{path} opens, but has no frame")
+    wait_until("it is completed", lambda: is_complete(path), 15)
+    numbers = whole(path)
+    check(len(numbers) >= frames, f"{len(numbers)} frames, {frames} before recovery")
+    return frames
+
+
+def the_first_moments_of_a_recording_can_be_read(bin_dir):
+    with Recorder(bin_dir, source_format=FORMAT) as recorder:
+        recorder.start_store()
+        recorder.start_media()
+        found = [(f"{seconds} s{' after Stop' if is_stopped else ''}", kill_at_the_start(recorder, seconds, is_stopped))
+                 for seconds, is_stopped in FIRST_MOMENTS]
+        print("       frames read after " + ", ".join(f"{moment}: {frames}" for moment, frames in found))
 
 
 # Cards ----------------------------------------------------------------------------------------------------------
@@ -301,4 +344,4 @@ def long():
 
 
 if __name__ == "__main__":
-    main([killed(3, 1), swept([("fdatasync", "EIO", 3, 3), ("pwrite64", "EIO", 3, 3)])])
+    main([killed(3, 1), the_first_moments_of_a_recording_can_be_read, swept([("fdatasync", "EIO", 3, 3), ("pwrite64", "EIO", 3, 3)])])
