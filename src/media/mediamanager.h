@@ -34,7 +34,7 @@ public:
     /// 3 for an empty path and also while rollover is disabled: deliberately.
     int getRolloverInhibit() const;
     int getRolloverInhibit(const PathInfo &info) const;
-    /// Measures \a path. A medium that hangs is a failed query after a few milliseconds.
+    /// Measures \a path. A medium that hangs is a failed query after a tenth of a second, and while it hangs at once.
     static bool getPathInfo(const QString &path, PathInfo &info);
     /// The recording goes on on the rollover path already, because the active medium failed: the books are those
     /// after a rollover, whether one might have begun or not.

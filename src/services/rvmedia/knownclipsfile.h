@@ -10,8 +10,8 @@
 #include <thread>
 
 /// Keeps what is known of clips in a file, so that a medium is listed at once after a restart of the machine, too. A
-/// thread of its own writes it, two seconds after the last change and at the end, in one step. Nothing in the file
-/// is believed before it has been checked; a file that is damaged or of another version counts as none.
+/// thread of its own begins to write it at most two seconds after a change, and at the end, in one step. Nothing in
+/// the file is believed before it has been checked; a file that is damaged or of another version counts as none.
 class KnownClipsFile
 {
 public:
