@@ -2,9 +2,9 @@
 // program bus, in the recording and in playback is compared sample by sample.
 
 #include "colourreference.h"
+#include "devicehost.h"
 #include "libbus/bus.h"
 #include "liborb/drivers/software/encoder.h"
-#include "liborb/drivers/software/softwaredriver.h"
 #include "liborb/orbimagelut.h"
 #include "libpicture/patterns.h"
 
@@ -147,20 +147,9 @@ private:
 };
 
 /// A device with a host that only waits, and a reader on its bus.
-class Bench : public OrbVideoDriverHost
+class Bench : public DeviceHost
 {
 public:
-    Bench()
-    {
-        driver = createSoftwareVideoDriver();
-        driver->open(QStringLiteral("ferin"), this);
-    }
-    ~Bench() override
-    {
-        driver.reset();
-        bus::Writer::remove(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString());
-    }
-
     void driverVbi(const OrbVbiInfo &) override
     {
         OrbFrame frame;
@@ -176,22 +165,6 @@ public:
             driver->writeFrame(toPlay);
         }
     }
-    void driverSetupIsDone(const OrbError &error) override
-    {
-        isInSetup = false;
-        setupError = error;
-    }
-    void driverPlayedKeyFrame(const OrbMetadataHash &) override {}
-    void driverFrameDropped() override {}
-    void driverReadFailed(const OrbError &) override {}
-    void driverWriteFailed(const OrbError &, const OrbFrame &) override {}
-    void driverHardwareStarted() override {}
-    void driverFlushed(const OrbMetadataHash &) override {}
-    void driverInputChanged(int, const OrbVideoState &) override {}
-    void driverFirmwareLoading(const QString &, bool) override {}
-    void driverRaiseVfrAlarm(bool) override {}
-    void driverInputAncDataChanged(const OrbMetadataHash &) override {}
-    void driverAlarm(const OrbAlarm &) override {}
 
     bool runSetup(const OrbVideoDeviceSetup &setup)
     {
@@ -226,11 +199,8 @@ public:
         return recorded.first();
     }
 
-    std::unique_ptr<OrbVideoDriver> driver;
     OrbFrame toPlay; ///< again and again, with a number of its own each time
     QList<OrbFrame> recorded;
-    OrbError setupError;
-    bool isInSetup = false;
     int wanted = 0;
     int played = 0;
 

@@ -1,7 +1,7 @@
 // The whole software device on a real clock, with the moving pattern as its input and the program
 // bus as its output. What is asserted are frame numbers, never times.
 
-#include "liborb/drivers/software/softwaredriver.h"
+#include "devicehost.h"
 
 #include "libbus/bus.h"
 #include "libpicture/framebar.h"
@@ -99,20 +99,9 @@ int numberInCoded(const OrbBuffer &coded)
 }
 
 /// A device with a host that writes down what it is told, and a reader on its bus.
-class Bench : public OrbVideoDriverHost
+class Bench : public DeviceHost
 {
 public:
-    Bench()
-    {
-        driver = createSoftwareVideoDriver();
-        isOpen = driver->open(QStringLiteral("ferin"), this);
-    }
-    ~Bench() override
-    {
-        driver.reset();
-        bus::Writer::remove(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString());
-    }
-
     void driverVbi(const OrbVbiInfo &info) override
     {
         if (isInSetup)
@@ -122,17 +111,10 @@ public:
         if (onVbi)
             onVbi();
     }
-    void driverSetupIsDone(const OrbError &error) override
-    {
-        isInSetup = false;
-        setupError = error;
-    }
     void driverPlayedKeyFrame(const OrbMetadataHash &meta) override
     {
         keyFrames.append(meta.valueFor(OrbIdFrameNumber).toInt());
     }
-    void driverFrameDropped() override { ++dropped; }
-    void driverReadFailed(const OrbError &) override {}
     void driverWriteFailed(const OrbError &, const OrbFrame &) override { ++writeFailures; }
     void driverHardwareStarted() override { ++started; }
     void driverFlushed(const OrbMetadataHash &meta) override
@@ -144,13 +126,10 @@ public:
         if (input == 0)
             states.append(state);
     }
-    void driverFirmwareLoading(const QString &, bool) override {}
-    void driverRaiseVfrAlarm(bool) override {}
     void driverInputAncDataChanged(const OrbMetadataHash &data) override
     {
         recordFlags.append(data.valueFor(OrbIdCameraRecordFlag).toBool());
     }
-    void driverAlarm(const OrbAlarm &) override {}
 
     /// Runs the event loop and follows the bus until \a done says so.
     bool until(const std::function<bool()> &done)
@@ -215,7 +194,6 @@ public:
         return numbers;
     }
 
-    std::unique_ptr<OrbVideoDriver> driver;
     bus::Reader reader;
     std::function<void()> onVbi;
     std::vector<Seen> seen;
@@ -224,12 +202,8 @@ public:
     QList<int> flushedAt;
     QList<bool> recordFlags;
     OrbVbiInfo lastVbi;
-    OrbError setupError;
-    bool isOpen = false;
-    bool isInSetup = false;
     int vbis = 0;
     int vbisInSetup = 0;
-    int dropped = 0;
     int started = 0;
     int writeFailures = 0;
 

@@ -1,9 +1,7 @@
+#include "devicehost.h"
 #include "prorestools.h"
 
 #include "liborb/drivers/software/encoder.h"
-#include "liborb/drivers/software/softwaredriver.h"
-
-#include "libbus/bus.h"
 #include "libpicture/framebar.h"
 #include "libpicture/patterns.h"
 
@@ -72,18 +70,9 @@ QByteArrayList coded(std::uint32_t first, qsizetype count)
     return frames;
 }
 
-/// A device in capture that counts what it drops.
-class Device : public OrbVideoDriverHost
+class Device : public DeviceHost
 {
 public:
-    Device() : _driver(createSoftwareVideoDriver()) { _driver->open(QStringLiteral("ferin"), this); }
-    ~Device() override
-    {
-        _driver.reset();
-        bus::Writer::remove(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString());
-    }
-    OrbVideoDriver &driver() { return *_driver; }
-
     bool until(const std::function<bool()> &done)
     {
         QElapsedTimer timer;
@@ -106,34 +95,16 @@ public:
         setup.setTimecodeInputSource(OrbIdTimecodePreset);
         setup.setMaxBuffers(150);
         OrbFrame frame;
-        return !_driver->setup(setup).isError() && until([this, &frame] {
-            return _isSetUp && !_driver->readFrame(frame).isError() && frame.vids().first().buffer().isValid();
+        isInSetup = true;
+        return !driver->setup(setup).isError() && until([this, &frame] {
+            return !isInSetup && !driver->readFrame(frame).isError() && frame.vids().first().buffer().isValid();
         });
     }
     void setRecording(bool isRecording)
     {
-        _driver->setProperty(OrbIdPropPlayMode,
-                             isRecording ? int {OrbIdPlayModeRecord} : int {OrbIdPlayModeEE});
+        driver->setProperty(OrbIdPropPlayMode,
+                            isRecording ? int {OrbIdPlayModeRecord} : int {OrbIdPlayModeEE});
     }
-    int dropped = 0;
-
-    void driverVbi(const OrbVbiInfo &) override {}
-    void driverSetupIsDone(const OrbError &) override { _isSetUp = true; }
-    void driverPlayedKeyFrame(const OrbMetadataHash &) override {}
-    void driverFrameDropped() override { ++dropped; }
-    void driverReadFailed(const OrbError &) override {}
-    void driverWriteFailed(const OrbError &, const OrbFrame &) override {}
-    void driverHardwareStarted() override {}
-    void driverFlushed(const OrbMetadataHash &) override {}
-    void driverInputChanged(int, const OrbVideoState &) override {}
-    void driverFirmwareLoading(const QString &, bool) override {}
-    void driverRaiseVfrAlarm(bool) override {}
-    void driverInputAncDataChanged(const OrbMetadataHash &) override {}
-    void driverAlarm(const OrbAlarm &) override {}
-
-private:
-    std::unique_ptr<OrbVideoDriver> _driver;
-    bool _isSetUp = false;
 };
 
 /// Reads \a count frames. Of each bunch of \a bunch the last one is asked for only when so many wait behind it that
@@ -143,10 +114,10 @@ QByteArrayList recorded(Device &device, int count, int bunch)
     QList<OrbBuffer> buffers;
     while (buffers.size() < count) {
         OrbFrame frame;
-        if (!device.until([&] { return !device.driver().readFrame(frame).isError(); }))
+        if (!device.until([&] { return !device.driver->readFrame(frame).isError(); }))
             return {};
         const bool isLate = bunch > 0 && buffers.size() % bunch == bunch - 1;
-        if (isLate && !device.until([&] { return device.driver().framesReadable() >= manyWaiting; }))
+        if (isLate && !device.until([&] { return device.driver->framesReadable() >= manyWaiting; }))
             return {};
         buffers.append(frame.vids().first().buffer());
         buffers.last().request();
