@@ -1,6 +1,6 @@
 #pragma once
 
-#include "liborb/drivers/software/encoder.h"
+#include "liborb/drivers/software/proresby.h"
 #include "liborb/orbid.h"
 #include "liborb/orbimagedesc.h"
 
