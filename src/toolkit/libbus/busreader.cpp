@@ -62,18 +62,21 @@ bool readLines(int fd, const picture::View &view, int p, std::size_t offset)
     return true;
 }
 
+/// Into the frame's own memory, or to where its target wants it.
 bool readPicture(int fd, Frame &frame, std::size_t bytes, std::size_t offset)
 {
-    frame.picture.resize(frame.target ? 0 : bytes / sizeof(std::uint16_t));
-    if (!frame.target || bytes == 0)
-        return readExactly(fd, frame.picture.data(), frame.target ? 0 : bytes, offset);
+    if (!frame.target) {
+        frame.picture.resize(bytes / sizeof(std::uint16_t));
+        return readExactly(fd, frame.picture.data(), bytes, offset);
+    }
+    frame.picture.clear();
+    if (bytes == 0)
+        return true;
     const picture::View view = frame.target(frame.format);
     if (!view.isValid() || view.width != frame.format.width || view.height != frame.format.height)
         return true;
-    const std::size_t luma = sizeof(std::uint16_t) * static_cast<std::size_t>(view.width)
-                             * static_cast<std::size_t>(view.height);
-    return readLines(fd, view, 0, offset) && readLines(fd, view, 1, offset + luma)
-           && readLines(fd, view, 2, offset + luma + luma / 2);
+    return readLines(fd, view, 0, offset) && readLines(fd, view, 1, offset + bytes / 2)
+           && readLines(fd, view, 2, offset + bytes / 4 * 3);
 }
 
 struct Stamps {
