@@ -78,7 +78,10 @@ void ProresV210::everyWidthUnpacksAsFfmpegDoesIt()
                 memory[p].resize(static_cast<std::size_t>(strides[p] * height));
                 planes[p] = memory[p].data();
             }
-            unpackV210Lines(unpack, lines.data(), v210Stride(width), groups, height, planes, strides);
+            for (int y = 0; y < height; ++y) {
+                unpack(lines.data() + y * v210Stride(width), groups, planes[0] + y * strides[0],
+                       planes[1] + y * strides[1], planes[2] + y * strides[2]);
+            }
             for (int p = 0; p < 3; ++p) {
                 for (int y = 0; y < height; ++y) {
                     for (int x = 0; x < expected.width[p]; ++x)

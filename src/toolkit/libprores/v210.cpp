@@ -92,11 +92,4 @@ UnpackV210 unpackV210Avx2()
     return nullptr;
 }
 
-void unpackV210Lines(UnpackV210 unpack, const std::uint8_t *from, std::ptrdiff_t stride, int groups, int lines,
-                     std::uint16_t *const *planes, const std::ptrdiff_t *strides)
-{
-    for (int y = 0; y < lines; ++y, from += stride)
-        unpack(from, groups, planes[0] + y * strides[0], planes[1] + y * strides[1], planes[2] + y * strides[2]);
-}
-
 } // namespace prores

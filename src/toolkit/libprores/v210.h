@@ -27,9 +27,4 @@ void unpackV210Portable(const std::uint8_t *from, int groups, std::uint16_t *lum
 /// Null when the processor, or the compiler's target, does not have it.
 UnpackV210 unpackV210Avx2();
 
-/// Whole lines: \a groups of each; planes have room for that, and v210Slack samples behind each line. \a unpack is
-/// one of the above.
-void unpackV210Lines(UnpackV210 unpack, const std::uint8_t *from, std::ptrdiff_t stride, int groups, int lines,
-                     std::uint16_t *const *planes, const std::ptrdiff_t *strides);
-
 } // namespace prores
