@@ -3,6 +3,7 @@
 #include "libclip/clipwriter.h"
 #include "liborb/drivers/software/codedmemory.h"
 #include "liborb/drivers/software/encoder.h"
+#include "liborb/drivers/software/latencies.h"
 #include "libpicture/patterns.h"
 
 #include <QFile>
@@ -137,7 +138,9 @@ private slots:
     void ffmpegReadsWhatIsRecorded();
     void ffmpegsEncoderCanBeChosen();
     void codedMemoryIsUsedAgain();
-    void latencyIsMeasuredFromTheRequest();
+    void codedPicturesAreCounted();
+    void latenciesAreThoseOfTheLastSeconds();
+    void latenciesAreBounded();
 };
 
 void ProresRecording::theSamePicturesGiveTheSameClipOnAnyNumberOfThreads_data()
@@ -317,7 +320,7 @@ void ProresRecording::codedMemoryIsUsedAgain()
     left.release();
 }
 
-void ProresRecording::latencyIsMeasuredFromTheRequest()
+void ProresRecording::codedPicturesAreCounted()
 {
     const OrbImageDesc desc = descOf({1280, 720, OrbImageDesc::Progressive, OrbIdImageProRes422});
     const RawPictureRef raw = pictureOf(desc, 1);
@@ -332,9 +335,55 @@ void ProresRecording::latencyIsMeasuredFromTheRequest()
         QVERIFY(buffer.wait());
     const EncoderStats stats = coders.stats();
     QCOMPARE(stats.coded, quint64 {9});
+    QCOMPARE(stats.failed, quint64 {0});
+    QCOMPARE(stats.waiting, 0);
     QVERIFY(stats.meanMs > 0);
-    QVERIFY(stats.worstMs >= stats.medianMs);
-    QVERIFY(stats.medianMs > 0);
+}
+
+void ProresRecording::latenciesAreThoseOfTheLastSeconds()
+{
+    using namespace std::chrono_literals;
+    const Latencies::Clock::time_point start {1h};
+    Latencies latencies;
+    double median = 1;
+    double worst = 1;
+    latencies.read(start, median, worst);
+    QCOMPARE(median, 0.0);
+    QCOMPARE(worst, 0.0);
+    latencies.add(start, 900ms);
+    latencies.add(start + 1s, 30ms);
+    latencies.add(start + 2s, 10ms);
+    latencies.add(start + 3s, 20ms);
+    latencies.add(start + 4s, 40ms);
+    latencies.read(start + 5s, median, worst); // the first ended five seconds ago
+    QCOMPARE(median, 30.0);
+    QCOMPARE(worst, 900.0);
+    latencies.read(start + 5001ms, median, worst);
+    QCOMPARE(median, 30.0); // the upper one of two in the middle
+    QCOMPARE(worst, 40.0);
+    latencies.read(start + 8500ms, median, worst);
+    QCOMPARE(median, 40.0);
+    QCOMPARE(worst, 40.0);
+    latencies.read(start + 10s, median, worst);
+    QCOMPARE(median, 0.0);
+    QCOMPARE(worst, 0.0);
+}
+
+void ProresRecording::latenciesAreBounded()
+{
+    using namespace std::chrono_literals;
+    const Latencies::Clock::time_point start {1h};
+    Latencies latencies;
+    for (int i = 0; i < 600; ++i)
+        latencies.add(start, i == 0 ? 2s : 1s);
+    double median = 0;
+    double worst = 0;
+    latencies.read(start, median, worst);
+    QCOMPARE(worst, 2000.0);
+    latencies.add(start, 1s); // the oldest goes for it
+    latencies.read(start, median, worst);
+    QCOMPARE(median, 1000.0);
+    QCOMPARE(worst, 1000.0);
 }
 
 QTEST_GUILESS_MAIN(ProresRecording)
