@@ -40,12 +40,16 @@ RecordingFigures::RecordingFigures(QObject *controller)
 
 void RecordingFigures::modeChanged(VtrState::Mode, VtrState::Mode mode)
 {
-    if (mode != VtrState::Record) {
-        _timer.stop();
+    const bool isRecording = mode == VtrState::Record;
+    if (isRecording == _timer.isActive())
         return;
+    if (isRecording) {
+        _lateBefore = _device->captureFigures().lateFrames;
+        _timer.start();
+    } else {
+        _timer.stop();
     }
-    _lateBefore = _device->captureFigures().lateFrames;
-    _timer.start();
+    publish();
 }
 
 void RecordingFigures::publish()
@@ -59,7 +63,7 @@ void RecordingFigures::publish()
 
 void RecordingFigures::publish(int row, quint32 value)
 {
-    quint32 &published = _published[static_cast<std::size_t>(row)];
+    std::optional<quint32> &published = _published[static_cast<std::size_t>(row)];
     if (published == value)
         return;
     published = value;

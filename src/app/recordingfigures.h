@@ -6,13 +6,14 @@
 #include <QTimer>
 
 #include <array>
+#include <optional>
 
 class ConfigInterface;
 class OrbVideoDevice;
 
 /// Publishes how well a recording keeps up: frames in the device's queue, how long frames take to be coded, frames
-/// that were late. Once a second while something is recorded, and only what has changed; what the last recording
-/// had stays until the next one.
+/// that were late. When a recording begins, once a second and when it ends, and only what has changed; what the last
+/// recording had stays until the next one.
 class RecordingFigures : public QObject
 {
     Q_OBJECT
@@ -31,5 +32,5 @@ private:
     const OrbVideoDevice *_device;
     QTimer _timer;
     quint64 _lateBefore = 0; // the recording
-    std::array<quint32, 4> _published {};
+    std::array<std::optional<quint32>, 4> _published; // by this daemon
 };

@@ -26,4 +26,6 @@ if(TARGET orbscripted)
         # The clip lists have one name in the whole machine.
         set_tests_properties(tst_mainobject_${topic} PROPERTIES RESOURCE_LOCK clip_lists)
     endforeach()
+    rv_app_test(tst_recordingfigures app orbscripted simdispatcher)
+    set_tests_properties(tst_recordingfigures PROPERTIES RESOURCE_LOCK clip_lists)
 endif()

@@ -30,6 +30,7 @@ public:
     OrbError readFrame(OrbFrame &frame) override { return _script->driverRead(frame); }
     OrbError writeFrame(const OrbFrame &frame) override { return _script->driverWrite(frame); }
     OrbMetadataHash currentFrameMetadata() const override { return _script->metadataOnOutput(); }
+    OrbCaptureFigures captureFigures() const override { return _script->figures; }
     OrbVideoRefState refInputState(int index) const override
     {
         return index == 0 ? _script->reference : OrbVideoRefState();

@@ -55,6 +55,7 @@ public:
     std::deque<OrbError> readErrors; ///< answered by the next reads
     OrbTimecode inputTimecode; ///< of the next vertical intervals
     OrbVideoRefState reference;
+    OrbCaptureFigures figures; ///< of how captured frames are coded
 
     // Called as it happens, when set
     std::function<void(const OrbFrame &)> onShown; ///< a frame is on output, each tick in playback
