@@ -79,7 +79,6 @@ public:
     void generateRolloverRecordStreamDesc(QVariant &desc);
     /// Raises alarm 1911 when the store selects eight channels of an input that has not got them.
     void validateAudioChannels();
-    void recoverFromRollover();
     /// Reads the look-up table the store names and hands it to the engine.
     void loadLuts();
 
@@ -135,6 +134,7 @@ private:
     void reloadClips();
     void playMediaChanged(int value, const VtrState &state);
     void activePathChanged(const QString &path);
+    void recoverFromRollover();
 
     KeyboardTransport *_kbtrans = nullptr;
     ConfigInterface *_config = nullptr;

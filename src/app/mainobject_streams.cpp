@@ -8,8 +8,6 @@
 #include "media/mediamanager.h"
 #include "transport/vtrobject.h"
 
-#include <QTimer>
-
 // The life of a stream descriptor. Before it opens a stream the engine asks where; the answer is a path or a
 // play list, or nothing, which the engine takes as its failure to open. A rollover is a recording whose stream
 // the engine closes and opens again while the answer comes from the next medium: over when both the close of
@@ -20,7 +18,6 @@ namespace {
 constexpr quint32 eightChannels = 1;
 constexpr quint32 inputWithoutEightChannels = 2;
 constexpr quint32 storageAfterRollover = 3;
-constexpr int afterFailedRolloverMs = 50; ///< for the engine to get to Standby Off, and the store to hear of it
 
 } // namespace
 
@@ -202,12 +199,13 @@ void MainObject::vtrStreamIsOpen(const OrbError &err, const OrbStreamInfo &)
     _rolloverOpen = true;
     checkForRolloverComplete();
     if (err.isError())
-        QTimer::singleShot(afterFailedRolloverMs, Qt::PreciseTimer, this, [this] { recoverFromRollover(); });
+        QMetaObject::invokeMethod(this, &MainObject::recoverFromRollover, Qt::QueuedConnection);
 }
 
 /// A rollover whose new clip could not be opened counts as completed, although nothing is recorded where it went to.
-/// What the store says of the media is right, and when there was no open that could fail, there is no close to tell
-/// that the storage is free.
+/// What the store says of the media is right, and what it says of them later is followed as ever. When there was no
+/// open that could fail, there is no close to tell that the storage is free. Runs once the engine has done with the
+/// open, and so is in Standby Off.
 void MainObject::recoverFromRollover()
 {
     if (_mediaManager->isRolloverInProgress() || !_vtr || !_vtr->state().isInModeStandbyOff())

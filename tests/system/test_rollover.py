@@ -117,10 +117,6 @@ class RolloverRecorder(Recorder):
         path = self.get("ActivePath")
         return next(volume for volume in self.volumes if volume.path == path)
 
-    def record_again(self):
-        """Presses Record until there is a medium again."""
-        wait_until("it records again", lambda: self.ctl("--wait", "--timeout", 2, "record").returncode == 0)
-
     def finish(self, closes):
         """Ends the recording, after so many closed clips in all."""
         if self.records():
@@ -346,7 +342,7 @@ def the_recorder_lives_on_when_the_only_next_medium_is_pulled_in_a_rollover(bin_
         first.empty()
         check(recorder.get("ActivePath") == first.path, "the active medium")
         closed = recorder.log_text().count("STREAM: Close is Done")
-        recorder.record_again()
+        recorder.do("record")
         time.sleep(0.5)
         recorder.finish(closed + 1)
         check(len(first.clips()) == 2, f"{first.clips()}")
@@ -370,7 +366,7 @@ def a_medium_that_fails_unseen_ends_the_recording_and_gives_way(bin_dir):
         check_joined([recorder.part(1, first)])
         first.empty()
         recorder.wait_for("ActivePath", first.path)
-        recorder.record_again()
+        recorder.do("record")
         recorder.wait_for("RolloverPath", "")
 
 
