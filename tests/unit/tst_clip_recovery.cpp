@@ -126,6 +126,7 @@ private slots:
     void aHeadThatDiffersInAnyByteIsLeftAlone();
     void damagedFragmentsNeitherCrashItNorGetIn();
     void aClipWithoutAFrameIsRemoved();
+    void aPlanThatDoesNotFitItsFileIsNotCarriedOut();
     void tenHoursTakeTwoReadsAFragment();
 
 private:
@@ -526,6 +527,38 @@ void TestClipRecovery::aClipWithoutAFrameIsRemoved()
     QVERIFY(!QFile::exists(path("name.mov")));
     QVERIFY(setContent(path("name.mov"), reserved + "x"));
     QCOMPARE(int(recover("name.mov").outcome), int(Outcome::NotOurs));
+}
+
+void TestClipRecovery::aPlanThatDoesNotFitItsFileIsNotCarriedOut()
+{
+    QByteArray left;
+    QByteArray closed;
+    makePair(sampleInfo(), 48, left, closed);
+    QVERIFY(setContent(path("planned.mov"), left));
+    const auto carryOut = [&](auto change) {
+        return clip::recover(stdPath("planned.mov"), [&](const clip::RawFile &file) {
+            std::optional<clip::RecoveryPlan> plan = clip::planRecovery(file);
+            change(plan);
+            return plan;
+        });
+    };
+    using Plan = std::optional<clip::RecoveryPlan>;
+    const std::function<void(Plan &)> lies[] = {
+        [](Plan &plan) { plan.reset(); },
+        [](Plan &plan) { plan->frames = 0; },
+        [](Plan &plan) { plan->end = 30; },
+        [&](Plan &plan) { plan->end = std::uint64_t(left.size()) + 1; },
+        [](Plan &plan) { plan->movie.clear(); },
+        [](Plan &plan) { plan->movie.pop_back(); },
+        [](Plan &plan) { plan->movie[4] = std::byte('f'); },
+    };
+    for (const auto &lie : lies) {
+        QCOMPARE(int(carryOut(lie).outcome), int(Outcome::Failed));
+        QVERIFY(contentOf(path("planned.mov")) == left);
+    }
+    const Recovery recovery = carryOut([](Plan &) { });
+    QCOMPARE(int(recovery.outcome), int(Outcome::Recovered));
+    QVERIFY(contentOf(path("planned.mov")) == closed);
 }
 
 /// Fragments of half a second at 60 frames a second, 800 GB of them, without their pictures.

@@ -2,6 +2,7 @@
 
 #include "libvanta/cliprecord.h"
 #include "passeddescriptor.h"
+#include "recoveryanswer.h"
 
 #include <cerrno>
 #include <chrono>
@@ -20,6 +21,9 @@ namespace
 /// After so many files a fresh process goes on, with its limit of processor time ahead of it.
 constexpr int filesPerProcess = 2000;
 constexpr std::size_t longestAnswer = 8192;
+/// Until the next part of a plan comes. A clip of ten hours on a slow disk has to be read first; the process's limit of
+/// processor time ends one that is only busy.
+constexpr int planPatienceMs = 600'000;
 
 /// Ready to read within the time; false also when there is nothing more to come.
 bool waitFor(int socket, int patienceMs)
@@ -104,6 +108,22 @@ bool ClipInspector::receive(Clip &clip) const
         return false;
     answer.resize(std::size_t(length));
     return lumo::media::clipOf(answer, clip);
+}
+
+/// Before and behind it other processes read: one that a file has taken over judges no other file.
+std::optional<clip::RecoveryPlan> ClipInspector::planRecovery(int descriptor)
+{
+    end();
+    std::optional<clip::RecoveryPlan> plan;
+    if (start() && passDescriptor(_socket, descriptor, static_cast<char>(Wanted::RecoveryPlan))) {
+        plan = receivePlan([this](std::span<std::byte> bytes) {
+            return waitFor(_socket, planPatienceMs)
+                ? long(::recv(_socket, bytes.data(), bytes.size(), MSG_DONTWAIT))
+                : -1L;
+        });
+    }
+    end();
+    return plan;
 }
 
 ClipInspector::Outcome ClipInspector::inspect(int descriptor, Clip &clip)

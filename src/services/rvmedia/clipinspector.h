@@ -1,7 +1,9 @@
 #pragma once
 
+#include "libclip/recoveryplan.h"
 #include "libvanta/clip.h"
 
+#include <optional>
 #include <string>
 
 #include <sys/types.h>
@@ -25,6 +27,9 @@ public:
 
     /// Fills in all but name and directory from the file open at \a descriptor, which stays the caller's.
     Outcome inspect(int descriptor, Clip &clip);
+    /// How the interrupted clip open at \a descriptor, which stays the caller's, is completed; read by a process that
+    /// reads nothing else. Nothing when that is not known: no process, or what it takes. A medium may take long.
+    std::optional<clip::RecoveryPlan> planRecovery(int descriptor);
     /// The confined process of the moment; -1 without one.
     pid_t process() const { return _process; }
 

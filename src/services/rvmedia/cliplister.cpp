@@ -106,11 +106,14 @@ bool isNobodyElses(const struct stat &st, const Clip &clip)
     return gnu_dev_major(st.st_dev) != 0 || now.tv_sec - clip.modifiedNs() / nsPerSecond > leftAloneSeconds;
 }
 
-/// Completes a clip that a crash left open; true when the file is another one now.
-bool isCompleted(int directory, const std::string &name)
+/// Completes a clip that a crash left open, as the confined process reads it at \a file; true when the file is another
+/// one now.
+bool isCompleted(ClipInspector &inspector, int directory, int file, const std::string &name)
 {
     const std::string path = "/proc/self/fd/" + std::to_string(directory) + '/' + name;
-    const clip::Recovery recovery = clip::recover(path);
+    const clip::Recovery recovery = clip::recover(path, [&](const clip::RawFile &opened) {
+        return opened.isOpenAt(file) ? inspector.planRecovery(file) : std::nullopt;
+    });
     switch (recovery.outcome) {
     case clip::Recovery::Outcome::Recovered:
         orbLogOutput(2, logFile, __LINE__, "Interrupted clip %s completed: %lld frames\n", name.c_str(),
@@ -160,9 +163,9 @@ void ClipLister::read(int directory, int file, Clip &clip)
             // What looks bad may be a clip whose writer died before its first frame was safe.
             if (clip.state() == ClipState::Recording)
                 clip.setState(ClipState::Ready);
-            isFinal = !isCompleted(directory, clip.getName());
+            isFinal = !isCompleted(_inspector, directory, file, clip.getName());
         } else if (struct stat st = {}; ::fstat(file, &st) == 0 && isNobodyElses(st, clip)) {
-            if (isCompleted(directory, clip.getName()))
+            if (isCompleted(_inspector, directory, file, clip.getName()))
                 clip.setState(ClipState::Ready);
         }
     }

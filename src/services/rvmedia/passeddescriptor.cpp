@@ -28,9 +28,10 @@ struct Message {
 
 } // namespace
 
-bool passDescriptor(int socket, int descriptor)
+bool passDescriptor(int socket, int descriptor, char wanted)
 {
     Message message;
+    message.byte = wanted;
     cmsghdr *header = CMSG_FIRSTHDR(&message.header);
     header->cmsg_level = SOL_SOCKET;
     header->cmsg_type = SCM_RIGHTS;
@@ -39,7 +40,7 @@ bool passDescriptor(int socket, int descriptor)
     return ::sendmsg(socket, &message.header, MSG_NOSIGNAL) == 1;
 }
 
-int takeDescriptor(int socket)
+int takeDescriptor(int socket, char &wanted)
 {
     Message message;
     if (::recvmsg(socket, &message.header, MSG_CMSG_CLOEXEC) != 1)
@@ -49,5 +50,6 @@ int takeDescriptor(int socket)
         return -1;
     int descriptor = -1;
     std::memcpy(&descriptor, CMSG_DATA(header), sizeof descriptor);
+    wanted = message.byte;
     return descriptor;
 }

@@ -1,8 +1,11 @@
 #pragma once
 
 #include "libclip/clip.h"
+#include "libclip/recoveryplan.h"
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 
 namespace clip {
 
@@ -31,6 +34,13 @@ struct [[nodiscard]] Recovery
 /// again: the outcome is the same file. Waits for the medium; any thread, and no two calls disturb
 /// each other. Follows no link.
 Recovery recover(const std::string &path);
+
+/// Works out the plan for a file, which is locked and may be changed; nothing when that cannot be done.
+using RecoveryPlanner = std::function<std::optional<RecoveryPlan>(const RawFile &)>;
+
+/// As recover(), where \a planner reads what the file holds beyond its first 64 bytes: such as a process
+/// that may be lost. Its plan is checked against the file; without one the outcome is Failed.
+Recovery recover(const std::string &path, const RecoveryPlanner &planner);
 
 /// What holds a clip's name, and the room for its head, until its first frame comes: \a bytes long
 /// at least. recover() removes a file that holds just this.

@@ -99,6 +99,14 @@ Error RawFile::create(const std::string &path)
     return { };
 }
 
+bool RawFile::isOpenAt(int descriptor) const
+{
+    struct stat own { };
+    struct stat other { };
+    return ::fstat(_descriptor, &own) == 0 && ::fstat(descriptor, &other) == 0
+        && own.st_dev == other.st_dev && own.st_ino == other.st_ino;
+}
+
 bool RawFile::isAt(const std::string &path) const
 {
     struct stat own { };

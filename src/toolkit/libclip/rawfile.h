@@ -30,6 +30,8 @@ public:
     /// Reads from \a descriptor, which becomes the object's own; EINVAL for anything but a regular file.
     Error adoptToRead(int descriptor);
     bool isOpen() const { return _descriptor >= 0; }
+    /// The open file is the one open at \a descriptor, too.
+    bool isOpenAt(int descriptor) const;
     /// The open file is the one that \a path names.
     bool isAt(const std::string &path) const;
     /// Whether a file made by create() is still where it was made. ENODEV when another medium, or
