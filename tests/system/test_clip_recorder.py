@@ -86,13 +86,15 @@ def check_recorded(recorder, row, folder):
         for _ in range(4):
             time.sleep(0.6)
             clip, labels = record_one(recorder, row)
-            if clip:
+            numbers = check_numbers(clip) if clip else [None]
+            label = labels.get(numbers[0])
+            if label:
                 break
+            if clip:  # whoever watches the output missed it, but saw the frames around it
+                check(min(labels) < numbers[0] < max(labels), f"{numbers[0]} was not on the output: {sorted(labels)}")
+                os.unlink(clip)
     recorder.do("standby-off")
-    check(clip, "a frame was dropped each time")
-    numbers = check_numbers(clip)
-    label = labels.get(numbers[0])
-    check(label, f"the first recorded picture, {numbers[0]}, was not on the output: {sorted(labels)[:3]} ...")
+    check(label, "a frame was dropped, or not seen on the output, each time")
     check((";" in label) == is_drop, f"{label} is {'no ' if is_drop else ''}drop-frame label")
     want = {"format": (width, height, scan, key), "type": kind, "channels": channels, "frames": len(numbers),
             "timecode": label, "reel": REEL}

@@ -120,10 +120,12 @@ def kill_at_the_start(recorder, seconds, is_stopped):
     time.sleep(seconds)
     recorder.processes["rvd"].kill()
     recorder.processes["rvd"].wait()
-    path = (set(recorder.clips()) - before).pop()
-    if is_stopped and os.path.getsize(path) <= HEAD_BYTES:  # the first frame was not there yet
-        wait_until("it is gone", lambda: not os.path.exists(path), 15)
+    new = [path for path in recorder.clips() if path not in before]
+    if is_stopped and all(os.path.getsize(path) <= HEAD_BYTES for path in new):  # the first frame was not there yet
+        wait_until("nothing is left", lambda: not set(recorder.clips()) - before, 15)
         return 0
+    check(len(new) == 1, f"the clip is not there: {new}")
+    path = new[0]
     frames = readable_frames(path)
     check(frames > 0, f"{path} opens, but has no frame")
     wait_until("it is completed", lambda: is_complete(path), 15)
