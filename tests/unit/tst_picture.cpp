@@ -54,6 +54,8 @@ private slots:
     void theRampRunsFrom4To1019();
     void theMovingPatternDiffersFromFrameToFrame();
     void theMovingPatternLeavesAnotherSizeAlone();
+    void theNaturalPatternMovesAndStaysInsideItsPicture();
+    void theNaturalPatternHasDetailOfEverySize();
     void textIsCutOffAtEveryEdge();
     void textShowsItsGlyphs();
     void theToneJoinsWithoutAClick();
@@ -270,6 +272,42 @@ void TestPicture::theMovingPatternLeavesAnotherSizeAlone()
     Picture picture(1280, 720);
     MovingPattern(720, 576).draw(picture.view, 1);
     QVERIFY(std::ranges::all_of(picture.samples, [](int s) { return s == 0; }));
+}
+
+void TestPicture::theNaturalPatternMovesAndStaysInsideItsPicture()
+{
+    NaturalPattern pattern(360, 288);
+    Picture picture(360, 288);
+    std::vector<std::uint16_t> before;
+    for (std::uint32_t number : {0u, 1u, 21u, 22u, 31u, 32u, 64u, 65u, 0x7fffffffu, 0xffffffffu}) {
+        pattern.draw(picture.view, number);
+        QCOMPARE(readFrameNumber(picture.view), std::optional<std::uint32_t>(number));
+        QVERIFY(std::ranges::all_of(picture.view.line(0, 200), picture.view.line(0, 201),
+                                    [](int s) { return s >= 64 && s <= 940; }));
+        QVERIFY(picture.samples != before);
+        before = picture.samples;
+    }
+    Picture another(720, 576);
+    pattern.draw(another.view, 1);
+    QVERIFY(std::ranges::all_of(another.samples, [](int s) { return s == 0; }));
+}
+
+void TestPicture::theNaturalPatternHasDetailOfEverySize()
+{
+    Picture picture(360, 288);
+    drawNatural(picture.view, 0);
+    // The further apart two samples are, the more they differ; but neighbours differ, too.
+    double before = 0;
+    for (int apart : {1, 4, 16, 64}) {
+        double sum = 0;
+        for (int y = 0; y < 288; ++y) {
+            for (int x = 0; x + apart < 360; ++x)
+                sum += std::abs(picture.view.line(0, y)[x] - picture.view.line(0, y)[x + apart]);
+        }
+        const double difference = sum / (288.0 * (360 - apart));
+        QVERIFY2(difference > before + 2, qPrintable(QString::number(difference)));
+        before = difference;
+    }
 }
 
 void TestPicture::textIsCutOffAtEveryEdge()

@@ -30,6 +30,8 @@ PatternSource::PatternSource(const Settings &settings)
     if (settings.pattern == Pattern::Moving)
         _moving = std::make_unique<picture::MovingPattern>(settings.format.width,
                                                            settings.format.height);
+    if (settings.pattern == Pattern::Natural)
+        _natural = std::make_unique<picture::NaturalPattern>(settings.format.width, settings.format.height);
 }
 
 bool PatternSource::draw(const picture::View &view, std::int64_t frame)
@@ -38,6 +40,9 @@ bool PatternSource::draw(const picture::View &view, std::int64_t frame)
     switch (_settings.pattern) {
     case Pattern::Moving:
         _moving->draw(view, number);
+        return true;
+    case Pattern::Natural:
+        _natural->draw(view, number);
         return true;
     case Pattern::Bars:
         picture::drawBars(view);

@@ -19,6 +19,7 @@ public:
 private:
     Settings _settings;
     std::unique_ptr<picture::MovingPattern> _moving;
+    std::unique_ptr<picture::NaturalPattern> _natural;
 };
 
 } // namespace cam

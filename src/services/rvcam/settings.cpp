@@ -67,6 +67,7 @@ constexpr Choice<int> scans[] = {{"p", 0}, {"i", 1}, {"psf", 2}};
 constexpr Choice<int> channels[] = {{"0", 0}, {"2", 2}, {"8", 8}};
 constexpr Choice<bool> switches[] = {{"on", true}, {"off", false}};
 constexpr Choice<Pattern> patterns[] = {{"moving", Pattern::Moving},
+                                        {"natural", Pattern::Natural},
                                         {"bars", Pattern::Bars},
                                         {"ramp", Pattern::Ramp},
                                         {"black", Pattern::Black}};
@@ -90,7 +91,7 @@ void addOptions(QCommandLineParser &parser)
         {"record-flag", "on or off.", "state", "off"},
         {"frames", "End after so many frames; 0 goes on.", "count", "0"},
         {"first", "Number of the first frame.", "number", "0"},
-        {"pattern", "moving, bars, ramp or black.", "name", "moving"},
+        {"pattern", "moving, natural (as hard to code as a camera's picture), bars, ramp or black.", "name", "moving"},
         {"sound", "tone, or count: each sample is its own number, inverted on every second channel.", "name", "tone"},
         {"level", "Level of the tone in dBFS.", "dB", "-20"},
         {"from", "Feed a media file or URL as live, looped, instead of a pattern.", "source"},

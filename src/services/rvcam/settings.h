@@ -11,7 +11,7 @@
 
 namespace cam {
 
-enum class Pattern { Moving, Bars, Ramp, Black };
+enum class Pattern { Moving, Natural, Bars, Ramp, Black };
 enum class Sound { Tone, Count };
 enum class PipeFormat { Yuv420, Yuv422 };
 

@@ -31,6 +31,24 @@ private:
     std::vector<std::uint16_t> _background;
 };
 
+/// Picture \a number of a zoom into what a camera may see: detail of every size, edges and grain. Takes seconds.
+void drawNatural(const View &view, std::uint32_t number);
+
+/// A window that moves over one such picture, with the frame-number bar. Built once for a raster, in seconds; draw()
+/// costs one copy, and the picture is as hard to code as a camera's.
+class NaturalPattern
+{
+public:
+    NaturalPattern(int width, int height);
+    /// Draws frame \a number into \a view, which has the size given at construction.
+    void draw(const View &view, std::uint32_t number);
+
+private:
+    int _width;
+    int _height;
+    std::vector<std::uint16_t> _samples;
+};
+
 /// Draws text in a plain bitmap font, white on a dark box; what does not fit is cut off.
 /// \a scale is the size of one font pixel in samples.
 void drawText(const View &view, int x, int y, int scale, const char *text);
