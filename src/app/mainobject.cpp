@@ -66,7 +66,7 @@ MainObject::MainObject(bool console, QObject *parent) : QObject(parent)
     _alarmHandler = new AlarmHandler(this);
     _alarmHandler->setConfigInterface(_config);
     wireAlarms();
-    new SpareMedium(this, _vtr, _mediaManager, _clipFinder);
+    new SpareMedium(this, _config, _vtr, _mediaManager, _clipFinder);
     loadInitialState();
     parseCommandLine();
     _vtr->start();

@@ -2,6 +2,8 @@
 
 #include "app/mainobject.h"
 #include "app/mainobject_log.h"
+#include "config/configinterface.h"
+#include "libconfig/paramdescriptor.h"
 #include "libvanta/clipfinder.h"
 #include "liborb/orbconnect.h"
 #include "liborb/orbstream.h"
@@ -27,8 +29,9 @@ QString nameOf(const QVariant &desc)
 
 } // namespace
 
-SpareMedium::SpareMedium(MainObject *main, VtrObject *vtr, MediaManager *media, ClipFinder *clips)
-    : QObject(vtr), _main(main), _vtr(vtr), _media(media), _clips(clips)
+SpareMedium::SpareMedium(MainObject *main, ConfigInterface *config, VtrObject *vtr, MediaManager *media,
+                         ClipFinder *clips)
+    : QObject(vtr), _main(main), _config(config), _vtr(vtr), _media(media), _clips(clips)
 {
     auto *stream = vtr->findChild<OrbStream *>(QString(), Qt::FindDirectChildrenOnly);
     if (!stream)
@@ -66,11 +69,19 @@ QVariant SpareMedium::spareFor(const QVariant &failed)
     return QStringLiteral("%1/%2").arg(path, QString::fromStdString(next));
 }
 
+/// The system may have dropped what it could not write, and takes the next clip as if nothing had been: it is the
+/// media service that leaves the medium out until it is mounted anew.
+void SpareMedium::tellSuspect(const QVariant &failed)
+{
+    _config->setString(eParamMediaRequest, QStringLiteral("rvd suspect ") + folderOf(failed));
+}
+
 /// While a rollover is in progress, what was left of the clip before it has gone to the medium that the
 /// recording goes to anyway. When the recording has ended, only its last frames have: the clip that is looked
 /// for is the one before them.
 void SpareMedium::wentOver(const QVariant &failed, const QVariant &desc)
 {
+    tellSuspect(failed);
     if (_vtr->state().isInModeRecord()) {
         if (_main->currentClip() == nameOf(failed))
             _main->setCurrentClip(nameOf(desc));
@@ -85,6 +96,7 @@ void SpareMedium::wentOver(const QVariant &failed, const QVariant &desc)
 /// A recorder that only seems to record is worse than one that has stopped.
 void SpareMedium::failed(const QVariant &failed, int framesLost)
 {
+    tellSuspect(failed);
     _isFailureRaised = true;
     raise(OrbIdAlarmMediaFailed, OrbAlarm::Error,
           QStringLiteral("Medium %1 failed, %2 frames lost").arg(folderOf(failed)).arg(framesLost));

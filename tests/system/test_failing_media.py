@@ -194,7 +194,7 @@ def without_another_medium_the_loss_is_told(stage):
         whole(clips_in(medium.folder)[-1])
         # The recorder is as good as new, and the next recording ends the alarm.
         os.remove(os.path.join(recorder.medium, ".ballast"))
-        choose(recorder, recorder.medium, path)
+        choose(recorder, recorder.medium, "")
         check(len(whole(recorder.record(1))) > 10, "the next recording")
         check(not recorder.get("Alarm1901"), "the alarm is over")
 

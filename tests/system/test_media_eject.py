@@ -7,6 +7,7 @@ import subprocess
 import time
 
 import rig
+from failingmedium import FailingMedium
 from hangingmedium import HangingMedium
 from rig import Recorder, check, main, wait_until
 from test_media import FORMAT, LoopMedium, Medium, consecutive, fill_to, wait_said, whole
@@ -215,6 +216,39 @@ def what_hung_in_a_medium_that_is_gone_goes_once_it_can(bin_dir):
         recorder.wait_for("RolloverPath", hanging.path)
 
 
+def a_medium_that_failed_is_left_out_until_it_is_mounted_anew(bin_dir):
+    with SlotRecorder(bin_dir) as recorder:
+        first, second = recorder.slots
+        with FailingMedium(second, second + ".files") as failing:
+            recorder.start()
+            recorder.wait_for("RolloverPath", second)
+            recorder.set("RolloverPath", first)
+            recorder.set("ActivePath", second)
+            recorder.wait_log("Active Media Path: " + second)
+            recorder.do("record")
+            time.sleep(1)
+            failing.fail("fsync")
+            recorder.wait_for("ActivePath", first)
+            recorder.wait_for("RolloverPath", "")
+            check(recorder.status()["stateNumber"] == 2, "the recording goes on")
+            recorder.do("stop")
+            recorder.do("standby-off")
+            recorder.wait_for("StorageInUse", 2)
+            # The service measures again, and a client may want it.
+            media(recorder)
+            check(recorder.get("RolloverPath") == "" and recorder.get("ActivePath") == first, "it is left out")
+            recorder.set("RolloverPath", second)
+            recorder.wait_for("RolloverPath", "")
+            recorder.set("ActivePath", second)
+            recorder.wait_for("RolloverPath", first)
+            check(recorder.get("ActivePath") == second, "its clips can be played")
+            recorder.set("ActivePath", first)
+            recorder.wait_for("RolloverPath", "")
+        wait_until("it is gone", lambda: media(recorder)[second]["state"] == "empty")
+        with FailingMedium(second, second + ".files"):
+            recorder.wait_for("RolloverPath", second)
+
+
 def the_slots_are_shown_with_room_and_time(bin_dir):
     with SlotRecorder(bin_dir, count=3, size="4g") as recorder, Medium(recorder, "slot 2", "1g") as second:
         recorder.environment["RVD_INPUT_FORMAT"] = "1920x1080p25"
@@ -288,4 +322,5 @@ if __name__ == "__main__":
           a_medium_that_a_client_named_goes_too, a_medium_in_use_stays_and_its_recording_is_whole,
           the_full_medium_goes_as_soon_as_its_clip_is_closed, a_medium_that_others_use_is_told_and_stays_given_up,
           a_hanging_medium_holds_up_nobody, what_hung_in_a_medium_that_is_gone_goes_once_it_can,
+          a_medium_that_failed_is_left_out_until_it_is_mounted_anew,
           the_slots_are_shown_with_room_and_time, clips_stand_in_columns_and_edits_are_answered])

@@ -22,6 +22,7 @@ private slots:
     void inARolloverOnlyTheNameIsKept();
     void aRolloverFollowsAFailure();
     void afterTheRecordingOnlyTheAlarmIsRaised();
+    void theMediaServiceIsToldOfAMediumThatFailed();
 
 private:
     void record();
@@ -225,6 +226,20 @@ void TestMainObjectSpare::afterTheRecordingOnlyTheAlarmIsRaised()
     _rig->settle();
     QCOMPARE(_rig->vtr->state().mode(), VtrState::StandbyOff);
     QVERIFY(!_rig->written(eParamStorageInUse).contains(3));
+}
+
+/// Before it hears of the rollover, so that the medium left is not the next one.
+void TestMainObjectSpare::theMediaServiceIsToldOfAMediumThatFailed()
+{
+    const std::string request = "rvd suspect " + _rig->path().toStdString();
+    _rig->media->goOver(_rig->media->failMedium(OrbError(EIO)), OrbError(EIO));
+    QList<quint32> order = _rig->writtenIds();
+    QCOMPARE(_rig->store.text(eParamMediaRequest), request);
+    QVERIFY(order.contains(eParamStorageInUse));
+    QVERIFY(order.indexOf(eParamMediaRequest) < order.indexOf(eParamStorageInUse));
+    _rig->store.put(eParamMediaRequest, std::string("another"));
+    _rig->media->loseFrames(1, OrbError(EIO));
+    QVERIFY(_rig->store.text(eParamMediaRequest).starts_with("rvd suspect "));
 }
 
 QTEST_APPLESS_MAIN(TestMainObjectSpare)

@@ -87,6 +87,7 @@ private:
     void ejectWaiting();
     bool isBeingReleased() const;
     std::string reasonToKeep(const std::string &path) const;
+    void suspect(const std::string &token, const std::string &path);
     void measure(const std::string &token);
     void tellSlots();
     void setPaths(const MediaPaths &paths);
@@ -105,6 +106,7 @@ private:
     QTimer _releasePatience; ///< runs while requests to eject wait
     std::vector<Ejection> _ejections; ///< until the release of the storage is told
     std::vector<std::unique_ptr<Medium>> _media; ///< the slots, then paths that clients named
-    std::string _wentTo; ///< the medium that the last rollover went to, until another one is active
+    /// The medium that the last rollover went to, or that the last recording failed on, until another one is active.
+    std::string _wentTo;
     std::map<const Medium *, Told> _told;
 };

@@ -9,6 +9,7 @@
 
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -40,6 +41,8 @@ void MediaService::request(const std::string &text)
         eject(token, cleanPath(object));
     } else if (word == "measure" && object.empty()) {
         measure(token);
+    } else if (word == "suspect") {
+        suspect(token, cleanPath(object));
     } else if (word == "playlist") {
         Medium *medium = mediumAt(paths().active);
         if (medium)
@@ -134,6 +137,25 @@ void MediaService::ejectNow(const std::string &token, const std::string &path)
                       tellState();
                       answer(token, failure);
                   });
+}
+
+/// The daemon has seen a recording fail on the medium. The next one goes elsewhere if it can; whoever names the medium
+/// later means it.
+void MediaService::suspect(const std::string &token, const std::string &path)
+{
+    const auto found = std::ranges::find(_media, path, [](const auto &medium) { return cleanPath(medium->path()); });
+    if (found == _media.end()) {
+        answer(token, "there is no such slot");
+        return;
+    }
+    orbLogOutput(2, logFile, __LINE__, "A recording on %s failed, it is left out until it is mounted anew\n",
+                 path.c_str());
+    Medium &medium = **found;
+    medium.suspect();
+    if (medium.path() == paths().active && !nextMedium(facts(), medium.path()).empty())
+        _wentTo = medium.path();
+    choose();
+    answer(token, std::string());
 }
 
 void MediaService::measure(const std::string &token)

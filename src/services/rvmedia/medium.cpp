@@ -90,6 +90,8 @@ void Medium::mountsChanged(bool isMounted)
     _isMounted = isMounted;
     if (!isMounted)
         _isEjected = false;
+    if (!isMounted || hasCome)
+        _isSuspect = false;
     if (_isSlot && !isMounted) {
         _settle.stop();
         _coming.stop();

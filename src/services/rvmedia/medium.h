@@ -39,9 +39,13 @@ public:
     /// A medium is there and is listed for the first time, which has not taken long yet.
     bool isComing() const { return _isMounted && !_isListed && _coming.isActive(); }
     bool isBeingListed() const { return _isScanning; }
-    /// Clips can be written to it, as far as is known: it is not read-only, and answers.
+    /// Clips can be written to it, as far as is known: it is not read-only, no recording on it
+    /// has failed, and it answers.
     bool isWritable() const;
     bool isMounted() const { return _isMounted; }
+    /// A recording on it failed: what is written to it may be lost unseen. Until it is mounted anew it counts as one
+    /// that cannot be written.
+    void suspect() { _isSuspect = true; }
     /// It was given up, and is not used again before it is mounted anew.
     bool isEjected() const { return _isEjected; }
     /// What is in the slot, and how much of it is free as far as was measured.
@@ -113,5 +117,6 @@ private:
     bool _scanAgain = false;
     bool _isEjected = false;
     bool _isEjecting = false;
+    bool _isSuspect = false;
     Outcome _ejectDone;
 };

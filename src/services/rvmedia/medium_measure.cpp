@@ -14,7 +14,7 @@ constexpr int silenceMs = 3000;
 bool Medium::isWritable() const
 {
     const bool isSilent = _pendingMeasures > 0 && _measuring.elapsed() > silenceMs;
-    return isPresent() && !_listing.isReadOnly && !isSilent;
+    return isPresent() && !_listing.isReadOnly && !_isSuspect && !isSilent;
 }
 
 void Medium::measure(const std::function<void()> &done)
