@@ -84,9 +84,9 @@ std::vector<std::uint8_t> coded(const Levels &levels, unsigned padding)
 void ProresDecodePaths::samplesAreEqual_data()
 {
     QTest::addColumn<const InverseKernels *>("path");
-    QTest::newRow("portable") << &portableInverse();
-    if (avx2Inverse() != nullptr)
-        QTest::newRow("AVX2") << avx2Inverse();
+    if (avx2Inverse() == nullptr)
+        QSKIP("this processor has no vector path");
+    QTest::newRow("AVX2") << avx2Inverse();
     if (avx512Inverse() != nullptr)
         QTest::newRow("AVX-512") << avx512Inverse();
 }
@@ -99,7 +99,7 @@ void ProresDecodePaths::samplesAreEqual()
     const auto levels = std::make_unique<ReadLevels>();
     std::vector<std::uint16_t> own(16 * stride);
     std::vector<std::uint16_t> expected(own.size());
-    for (int round = 0; round < (path == &portableInverse() ? 60 : rounds); ++round) {
+    for (int round = 0; round < rounds; ++round) {
         fill(*levels, random, round);
         const Dequantiser dequantiser = randomDequantiser(random, round);
         const auto &positions = scanPositions(random() % 2 != 0);
@@ -133,28 +133,26 @@ void ProresDecodePaths::levelsThatAreReadAreThoseCoded()
 {
     std::mt19937 random(2);
     const auto coding = std::make_unique<Levels>();
-    const auto first = std::make_unique<ReadLevels>();
-    const auto second = std::make_unique<ReadLevels>();
-    ReadLevels *const to[] = {first.get(), second.get()};
+    const auto to = std::make_unique<ReadLevels[]>(mostPlanesAtOnce);
     for (int round = 0; round < rounds / 4; ++round) {
-        const int blocks = 2 << random() % 5;
-        std::vector<std::uint8_t> bytes[2];
-        std::vector<int> expected[2];
-        PlaneBits planes[2];
-        for (int i = 0; i < 2; ++i) {
+        std::vector<std::uint8_t> bytes[mostPlanesAtOnce];
+        std::vector<int> expected[mostPlanesAtOnce];
+        PlaneToRead planes[mostPlanesAtOnce];
+        const int count = 1 + static_cast<int>(random() % mostPlanesAtOnce);
+        for (int i = 0; i < count; ++i) {
+            const int blocks = i > 0 && random() % 2 != 0 ? planes[i - 1].blocks : 2 << random() % 5;
             fill(*coding, random, blocks, 700);
             expected[i] = listed(*coding);
             bytes[i] = coded(*coding, random() % 4); // up to three bytes of padding
-            planes[i] = {bytes[i].data(), bytes[i].size()};
+            planes[i] = {{bytes[i].data(), bytes[i].size()}, blocks, &to[i]};
         }
-        const int count = random() % 2 != 0 ? 2 : 1;
-        QCOMPARE(readLevels(planes, count, blocks, 64, to), 0u);
+        QCOMPARE(readLevels(planes, count, 64), 0u);
         for (int i = 0; i < count; ++i) {
-            QVERIFY(std::equal(expected[i].begin(), expected[i].end(), to[i]->at));
-            QVERIFY(std::all_of(to[i]->at + to[i]->positions * blocks, to[i]->at + 64 * blocks,
+            QVERIFY(std::equal(expected[i].begin(), expected[i].end(), to[i].at));
+            QVERIFY(std::all_of(to[i].at + to[i].positions * to[i].blocks, to[i].at + 64 * to[i].blocks,
                                 [](std::int16_t level) { return level == 0; }));
-            to[i]->clear();
-            QVERIFY(std::ranges::all_of(to[i]->at, [](std::int16_t level) { return level == 0; }));
+            to[i].clear();
+            QVERIFY(std::ranges::all_of(to[i].at, [](std::int16_t level) { return level == 0; }));
         }
     }
 }
@@ -164,15 +162,14 @@ void ProresDecodePaths::levelsAreReadUpToThePositionWanted()
     std::mt19937 random(3);
     const auto coding = std::make_unique<Levels>();
     const auto levels = std::make_unique<ReadLevels>();
-    ReadLevels *const to[] = {levels.get()};
     for (int round = 0; round < rounds / 4; ++round) {
         const int blocks = 4 << random() % 4;
         fill(*coding, random, blocks, 700);
         const std::vector<int> expected = listed(*coding);
         const std::vector<std::uint8_t> bytes = coded(*coding, 0);
-        const PlaneBits plane {bytes.data(), bytes.size()};
+        const PlaneToRead plane {{bytes.data(), bytes.size()}, blocks, levels.get()};
         for (const int positions : {1, 4, 16}) {
-            QCOMPARE(readLevels(&plane, 1, blocks, positions, to), 0u);
+            QCOMPARE(readLevels(&plane, 1, positions), 0u);
             QVERIFY(std::equal(expected.begin(), expected.begin() + positions * blocks, levels->at));
             levels->clear();
         }

@@ -37,6 +37,7 @@ constexpr CodeTable<Size> codeTable(const std::array<Code, Given> &codes)
 /// \a length + 2 * the exponent field of the number as a float.
 struct CodeClasses {
     std::array<std::uint8_t, 16> of; ///< by context
+    std::array<Code, 8> code;        ///< by class
     CodeTable<8> codes;              ///< by class
 };
 
@@ -44,18 +45,17 @@ template <std::size_t Given>
 constexpr CodeClasses codeClasses(const std::array<Code, Given> &codes)
 {
     CodeClasses classes {};
-    std::array<Code, 8> distinct {};
     std::size_t count = 0;
     for (std::size_t i = 0; i < 16; ++i) {
         const Code code = codes[std::min(i, Given - 1)];
         std::size_t at = 0;
-        while (at < count && !(distinct[at] == code))
+        while (at < count && !(classes.code[at] == code))
             ++at;
         if (at == count)
-            distinct[count++] = code;
+            classes.code[count++] = code;
         classes.of[i] = static_cast<std::uint8_t>(at);
     }
-    classes.codes = codeTable<8>(distinct);
+    classes.codes = codeTable<8>(classes.code);
     for (std::size_t i = 0; i < 8; ++i)
         classes.codes.length[i] += 2 - 64 - 2 * 127;
     return classes;

@@ -26,12 +26,20 @@ struct PlaneBits {
     std::size_t bytes = 0;
 };
 
+struct PlaneToRead {
+    PlaneBits bits;
+    int blocks = 0;
+    ReadLevels *to = nullptr; ///< holds zeros
+};
+
+constexpr int mostPlanesAtOnce = 6;
+
 /// Makes the tables that reading needs, some milliseconds of work, unless they are there already.
 void prepareLevelReading();
 
-/// Reads up to two planes of \a blocks blocks each, side by side, up to scan position \a positions (64: all) into
-/// \a to, which hold zeros. A bit for each that is damaged: a code of more than 31 bits, levels beyond the last, or
-/// a plane that ends in the middle of a code. Reads nothing beyond the planes.
-unsigned readLevels(const PlaneBits *planes, int count, int blocks, int positions, ReadLevels *const *to);
+/// Reads some planes, some of them side by side, up to scan position  positions (64: all). A bit for each that is
+/// damaged: a code of more than 31 bits, levels beyond the last, or a plane that ends in the middle of a code. Reads
+/// nothing beyond the planes.
+unsigned readLevels(const PlaneToRead *planes, int count, int positions);
 
 } // namespace prores

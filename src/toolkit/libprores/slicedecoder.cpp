@@ -47,6 +47,10 @@ void multiply(const Matrix &weights, int scale, Dequantiser &to)
 struct SliceDecoder::Parts {
     int index = 0;
     PlaneBits plane[4];
+    SlicePlace place;
+    ReadLevels *levels[3] = {}; // null for planes without any
+
+    bool hasChroma() const { return plane[1].bytes + plane[2].bytes != 0; }
 };
 
 SliceDecoder::SliceDecoder(const FrameHead &head, const DecoderSettings &settings, const InverseKernels &kernels)
@@ -90,74 +94,74 @@ void SliceDecoder::dequantisers(int index, DecodeScratch &scratch) const
     scratch.index = index;
 }
 
+// Luma goes first, having the most to read.
 int SliceDecoder::decode(const SliceBytes *slices, int count, const DecodedLines &to, DecodeScratch &scratch) const
 {
     Parts parts[2];
-    PlaneBits luma[2];
-    ReadLevels *levels[2] = {&scratch.levels[0], &scratch.levels[1]};
-    int taken[2];
+    PlaneToRead planes[mostPlanesAtOnce];
+    unsigned planesOf[2] = {};
     int sound = 0;
     int damaged = 0;
     for (int i = 0; i < count; ++i) {
+        parts[sound].place = slices[i].place;
         if (split(slices[i], parts[sound])) {
-            luma[sound] = parts[sound].plane[0];
-            taken[sound++] = i;
+            ++sound;
         } else {
             conceal(slices[i].place, to);
             ++damaged;
         }
     }
-    if (sound == 0)
-        return damaged;
-    for (int i = 0; i < sound; ++i)
-        prefetch(slices[taken[i]].place, 0, to);
-    const int blocks = slices[0].place.width * 4;
-    const unsigned isBad = readLevels(luma, sound, blocks, positionsOf(_settings.reduction), levels);
+    int used = 0;
+    for (int p = 0; p < 3; ++p) {
+        for (int i = 0; i < sound; ++i) {
+            if (p > 0 && !parts[i].hasChroma())
+                continue;
+            prefetch(parts[i].place, p, to);
+            planesOf[i] |= 1u << used;
+            parts[i].levels[p] = &scratch.levels[used];
+            planes[used++] = {parts[i].plane[p], parts[i].place.width * (isHalf(p) ? 2 : 4), parts[i].levels[p]};
+        }
+    }
+    const unsigned isBad = readLevels(planes, used, positionsOf(_settings.reduction));
     for (int i = 0; i < sound; ++i) {
-        const SlicePlace place = slices[taken[i]].place;
-        dequantisers(parts[i].index, scratch);
-        const ReadLevels &from = *levels[i];
-        if ((isBad >> i & 1) != 0 || !decodeChroma(parts[i], place, to, scratch)) {
+        const SlicePlace place = parts[i].place;
+        if ((isBad & planesOf[i]) != 0) {
             conceal(place, to);
             ++damaged;
-        } else {
-            transform({{from.at, from.at + tileBlocks}, blocks, from.positions}, scratch.luma, Order::Lines, place, 0,
-                      1, to, scratch);
-            decodeAlpha(parts[i], place, to, scratch);
+            continue;
         }
-        levels[i]->clear();
+        dequantisers(parts[i].index, scratch);
+        const ReadLevels &from = *parts[i].levels[0];
+        transform({{from.at, from.at + tileBlocks}, from.blocks, from.positions}, scratch.luma, Order::Lines, place, 0,
+                  1, to, scratch);
+        transformChroma(parts[i], place, to, scratch);
+        decodeAlpha(parts[i], place, to, scratch);
     }
+    for (int i = 0; i < used; ++i)
+        scratch.levels[i].clear();
     return damaged;
 }
 
-bool SliceDecoder::decodeChroma(const Parts &parts, SlicePlace place, const DecodedLines &to,
-                                DecodeScratch &scratch) const
+void SliceDecoder::transformChroma(const Parts &parts, SlicePlace place, const DecodedLines &to,
+                                   DecodeScratch &scratch) const
 {
-    if (parts.plane[1].bytes + parts.plane[2].bytes == 0) {
+    if (!parts.hasChroma()) {
         fill(place, 1, absentChroma, to);
         fill(place, 2, absentChroma, to);
-        return true;
+        return;
     }
-    prefetch(place, 1, to);
-    prefetch(place, 2, to);
-    ReadLevels &cb = scratch.levels[2];
-    ReadLevels &cr = scratch.levels[3];
-    ReadLevels *const both[] = {&cb, &cr};
-    const int blocks = place.width * (_head.info.is444 ? 4 : 2);
-    const bool isSound = readLevels(parts.plane + 1, 2, blocks, positionsOf(_settings.reduction), both) == 0;
-    if (isSound && _head.info.is444) {
-        for (int p = 1; p < 3; ++p) {
-            const ReadLevels &from = *both[p - 1];
-            transform({{from.at, from.at + tileBlocks}, blocks, from.positions}, scratch.chroma, Order::Columns, place,
-                      p, 1, to, scratch);
-        }
-    } else if (isSound) {
-        transform({{cb.at, cr.at}, blocks, std::max(cb.positions, cr.positions)}, scratch.chroma, Order::Columns,
+    const ReadLevels &cb = *parts.levels[1];
+    const ReadLevels &cr = *parts.levels[2];
+    if (!_head.info.is444) {
+        transform({{cb.at, cr.at}, cb.blocks, std::max(cb.positions, cr.positions)}, scratch.chroma, Order::Columns,
                   place, 1, 2, to, scratch);
+        return;
     }
-    cb.clear();
-    cr.clear();
-    return isSound;
+    for (int p = 1; p < 3; ++p) {
+        const ReadLevels &from = *parts.levels[p];
+        transform({{from.at, from.at + tileBlocks}, from.blocks, from.positions}, scratch.chroma, Order::Columns, place,
+                  p, 1, to, scratch);
+    }
 }
 
 // Two tiles of one plane, or one of each of two. They are written where they belong when the slice is wide and

@@ -24,7 +24,7 @@ struct SliceBytes {
 
 /// One thread's memory for the slices in work.
 struct DecodeScratch {
-    ReadLevels levels[4];
+    ReadLevels levels[mostPlanesAtOnce];
     Dequantiser luma;
     Dequantiser chroma;
     int index = 0; ///< of the dequantisers; 0: none yet
@@ -45,7 +45,7 @@ private:
     struct Parts;
     bool split(const SliceBytes &slice, Parts &parts) const;
     void dequantisers(int index, DecodeScratch &scratch) const;
-    bool decodeChroma(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
+    void transformChroma(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
     void transform(const LevelTiles &levels, const Dequantiser &dequantiser, Order order, SlicePlace place,
                    int firstPlane, int planes, const DecodedLines &to, DecodeScratch &scratch) const;
     void decodeAlpha(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
