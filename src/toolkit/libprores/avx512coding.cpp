@@ -14,7 +14,8 @@ namespace prores {
 
 namespace {
 
-// A code's four numbers for each of sixteen contexts.
+// A code's four numbers for each of sixteen contexts. The lengths count on the leading zeros of 32 bits; here they
+// are those of 16.
 struct Lookup {
     __m512i threshold;
     __m512i add;
@@ -24,7 +25,8 @@ struct Lookup {
 
 RV_AVX512_INLINE Lookup lookupOf(const NarrowCodeTable &table)
 {
-    return {_mm512_load_si512(table.threshold), _mm512_load_si512(table.add), _mm512_load_si512(table.length),
+    return {_mm512_load_si512(table.threshold), _mm512_load_si512(table.add),
+            _mm512_sub_epi16(_mm512_load_si512(table.length), _mm512_set1_epi16(2 * 16)),
             _mm512_load_si512(table.rice)};
 }
 
@@ -36,7 +38,6 @@ struct Words {
 RV_AVX512_INLINE Words wordsFor(__m512i values, __m512i contexts, const Lookup &table)
 {
     const __m512i one = _mm512_set1_epi16(1);
-    const __m512i zero = _mm512_setzero_si512();
     const __m512i rice = _mm512_permutexvar_epi16(contexts, table.rice);
     const __mmask32 isRice = _mm512_cmplt_epu16_mask(values, _mm512_permutexvar_epi16(contexts, table.threshold));
     const __m512i riceOne = _mm512_sllv_epi16(one, rice);
@@ -45,8 +46,10 @@ RV_AVX512_INLINE Words wordsFor(__m512i values, __m512i contexts, const Lookup &
     const __m512i belowLength
         = _mm512_add_epi16(_mm512_srlv_epi16(values, rice), _mm512_add_epi16(rice, one));
     const __m512i number = _mm512_add_epi16(values, _mm512_permutexvar_epi16(contexts, table.add));
-    const __m512i zeros = _mm512_packs_epi32(_mm512_lzcnt_epi32(_mm512_unpacklo_epi16(number, zero)),
-                                             _mm512_lzcnt_epi32(_mm512_unpackhi_epi16(number, zero)));
+    // No number beyond the threshold is 0, so the zeros of an odd one end before the even one below it.
+    const __m512i evenZeros = _mm512_lzcnt_epi32(_mm512_slli_epi32(number, 16));
+    const __m512i oddZeros = _mm512_slli_epi32(_mm512_lzcnt_epi32(number), 16);
+    const __m512i zeros = _mm512_mask_mov_epi16(evenZeros, 0xaaaaaaaa, oddZeros);
     const __m512i beyondLength = _mm512_sub_epi16(_mm512_permutexvar_epi16(contexts, table.length),
                                                   _mm512_add_epi16(zeros, zeros));
     return {_mm512_mask_mov_epi16(number, isRice, below), _mm512_mask_mov_epi16(beyondLength, isRice, belowLength)};
@@ -78,11 +81,12 @@ template <int Step>
 RV_AVX512_INLINE void putEach(BitWriter &writer, __m512i words, __m512i lengths)
 {
     alignas(64) std::uint64_t values[8];
-    alignas(64) std::int64_t length[8];
-    _mm512_store_si512(values, words);
+    alignas(64) std::uint64_t length[8];
+    _mm512_store_si512(values, _mm512_sllv_epi64(words, _mm512_sub_epi64(_mm512_set1_epi64(64), lengths)));
     _mm512_store_si512(length, lengths);
+    asm("" : "+m"(values), "+m"(length)); // else each number is shuffled out of its register, which takes longer
     for (int i = 0; i < 8; i += Step)
-        writer.put(values[i], static_cast<int>(length[i]));
+        writer.putTop(values[i], length[i]);
 }
 
 // Thirty-two codewords of up to 32 bits: \a low has those of the even fours, \a high of the odd ones. False, and

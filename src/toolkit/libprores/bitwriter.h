@@ -14,7 +14,13 @@ public:
     /// The low \a length bits of \a value, at most 56; the bits above must be 0.
     void put(std::uint64_t value, int length)
     {
-        _bits |= value << ((64 - _used - length) & 63);
+        putTop(value << ((64 - length) & 63), static_cast<unsigned>(length));
+    }
+
+    /// The top \a length bits of \a value, at most 56; the bits below must be 0.
+    void putTop(std::uint64_t value, std::uint64_t length)
+    {
+        _bits |= value >> _used;
         for (int i = 0; i < 8; ++i)
             _to[i] = static_cast<std::uint8_t>(_bits >> (56 - 8 * i));
         _used += length;
@@ -29,7 +35,7 @@ public:
 private:
     std::uint8_t *_to;
     std::uint64_t _bits = 0; // the next ones, from the top
-    int _used = 0;           // of _bits, 0 to 7 between calls
+    std::uint64_t _used = 0; // of _bits, 0 to 7 between calls
 };
 
 } // namespace prores
