@@ -2,14 +2,21 @@
 
 #include "libpicture/picture.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/opt.h>
 }
+
+/// The bytes of a frame; their memory is the encoder's until it codes the next one.
+struct CodedFrame {
+    const std::uint8_t *bytes = nullptr;
+    std::size_t size = 0;
+};
 
 /// One of FFmpeg's ProRes encoders on one thread.
 class FfmpegEncoder
@@ -44,9 +51,11 @@ public:
 
     bool isOpen() const { return _isOpen; }
 
-    std::vector<std::uint8_t> encode(const picture::View &view)
+    /// The picture is read where it lies. No bytes when it cannot be coded.
+    CodedFrame encode(const picture::View &view)
     {
         av_frame_unref(_frame);
+        av_packet_unref(_packet);
         _frame->format = AV_PIX_FMT_YUV422P10;
         _frame->width = view.width;
         _frame->height = view.height;
@@ -55,11 +64,11 @@ public:
             _frame->data[p] = reinterpret_cast<std::uint8_t *>(view.plane[p]);
             _frame->linesize[p] = view.stride[p] * 2;
         }
-        std::vector<std::uint8_t> bytes;
-        if (avcodec_send_frame(_context, _frame) == 0 && avcodec_receive_packet(_context, _packet) == 0)
-            bytes.assign(_packet->data, _packet->data + _packet->size);
-        av_packet_unref(_packet);
-        return bytes;
+        _frame->buf[0] = av_buffer_create(_frame->data[0], picture::bytesFor(view.width, view.height),
+                                          [](void *, std::uint8_t *) {}, nullptr, AV_BUFFER_FLAG_READONLY);
+        if (avcodec_send_frame(_context, _frame) != 0 || avcodec_receive_packet(_context, _packet) != 0)
+            return {};
+        return {_packet->data, static_cast<std::size_t>(_packet->size)};
     }
 
 private:
@@ -93,11 +102,11 @@ public:
     Comparison &operator=(const Comparison &) = delete;
 
     /// False when the frame does not decode; what follows is about the last one that did.
-    bool decode(const std::vector<std::uint8_t> &bytes)
+    bool decode(const CodedFrame &frame)
     {
         AVPacket *packet = av_packet_alloc();
-        av_new_packet(packet, static_cast<int>(bytes.size()));
-        std::copy(bytes.begin(), bytes.end(), packet->data);
+        av_new_packet(packet, static_cast<int>(frame.size));
+        std::copy_n(frame.bytes, frame.size, packet->data);
         const bool isTaken = avcodec_send_packet(_context, packet) == 0;
         av_packet_free(&packet);
         return isTaken && avcodec_receive_frame(_context, _frame) == 0;

@@ -78,34 +78,64 @@ struct Outcome {
     double ssim = 0;
 };
 
-// The best of three rounds, as others use the machine too; by rate the first round only finds the scale.
-Outcome measure(Encoder &encoder, Clip &clip, Comparison &comparison)
+// Of each picture the best of some rounds, as others use the machine too. The first round does not count: by rate it
+// only finds the scale, and whoever codes touches memory for the first time.
+template <typename Encode>
+Outcome measure(Clip &clip, Comparison &comparison, const Encode &encode)
 {
+    constexpr int rounds = 5;
     Outcome outcome;
-    std::vector<std::uint8_t> to(encoder.room());
-    const auto count = static_cast<double>(clip.frames.size());
-    for (int round = 0; round < 4; ++round) {
-        double seconds = 0;
-        double bytes = 0;
-        double psnr = 0;
-        double ssim = 0;
+    std::vector<double> best(clip.frames.size(), 1e9);
+    for (int round = 0; round <= rounds; ++round) {
+        outcome = {};
         for (std::size_t i = 0; i < clip.frames.size(); ++i) {
             const double begun = threadSeconds();
-            const std::size_t size = encoder.encode(pictureOf(clip.view(i)), to.data(), to.size()).bytes;
-            seconds += threadSeconds() - begun;
-            bytes += static_cast<double>(size);
-            if (round < 3 || !comparison.decode({to.begin(), to.begin() + static_cast<std::ptrdiff_t>(size)}))
+            const CodedFrame coded = encode(i);
+            const double taken = threadSeconds() - begun;
+            best[i] = round == 0 ? best[i] : std::min(best[i], taken);
+            outcome.bytes += static_cast<double>(coded.size);
+            if (round < rounds || coded.size == 0 || !comparison.decode(coded))
                 continue;
-            psnr += comparison.psnr(clip.view(i));
-            ssim += comparison.ssim(clip.view(i));
+            outcome.psnr += comparison.psnr(clip.view(i));
+            outcome.ssim += comparison.ssim(clip.view(i));
         }
-        outcome.bytes = bytes / count;
-        outcome.psnr = psnr / count;
-        outcome.ssim = ssim / count;
-        if (round == 1 || (round > 1 && seconds / count < outcome.seconds))
-            outcome.seconds = seconds / count;
     }
-    return outcome;
+    const auto count = static_cast<double>(clip.frames.size());
+    for (const double seconds : best)
+        outcome.seconds += seconds;
+    return {outcome.seconds / count, outcome.bytes / count, outcome.psnr / count, outcome.ssim / count};
+}
+
+Outcome measureOwn(Encoder &encoder, Clip &clip, Comparison &comparison)
+{
+    std::vector<std::uint8_t> to(encoder.room());
+    return measure(clip, comparison, [&](std::size_t i) -> CodedFrame {
+        return {to.data(), encoder.encode(pictureOf(clip.view(i)), to.data(), to.size()).bytes};
+    });
+}
+
+Outcome measureFfmpeg(const char *name, Profile profile, Clip &clip, Comparison &comparison)
+{
+    FfmpegEncoder coder(name, static_cast<int>(profile), clip.width, clip.height); // which counts them alike
+    if (!coder.isOpen())
+        return {};
+    return measure(clip, comparison, [&](std::size_t i) { return coder.encode(clip.view(i)); });
+}
+
+// Frames a second when the cores share the slices, by the clock.
+double measureThreads(Clip &clip, const Format &format, const Settings &settings, int cores)
+{
+    ThreadPool pool(cores);
+    Encoder encoder(format, settings, &pool);
+    std::vector<std::uint8_t> to(encoder.room());
+    double best = 1e9;
+    for (int round = 0; round < 6; ++round) {
+        const double begun = wallSeconds();
+        for (std::size_t i = 0; i < clip.frames.size(); ++i)
+            encoder.encode(pictureOf(clip.view(i)), to.data(), to.size());
+        best = std::min(best, wallSeconds() - begun);
+    }
+    return static_cast<double>(clip.frames.size()) / best;
 }
 
 // What a slice's stages take: in turn, and each once more at once, when its samples are near and its branches known.
@@ -184,74 +214,50 @@ void printStages(const char *name, const Kernels *kernels, Clip &clip, Profile p
 
 void printOutcome(const char *clip, const char *what, const Outcome &outcome, double pixels, double cycles)
 {
-    std::printf("  %-9s %-30s %9.0f bytes  %6.2f dB  SSIM %.5f  %7.2f cycles/px  %7.1f fps\n", clip, what,
+    std::printf("  %-9s %-34s %8.0f bytes  %6.2f dB  SSIM %.5f  %7.2f cycles/px  %6.1f fps a core", clip, what,
                 outcome.bytes, outcome.psnr, outcome.ssim, outcome.seconds * cycles / pixels, 1 / outcome.seconds);
+}
+
+void printOwn(const char *clip, const char *what, const Outcome &outcome, double pixels, double cycles, double together)
+{
+    printOutcome(clip, what, outcome, pixels, cycles);
+    std::printf(", %6.1f on all %u\n", together, std::thread::hardware_concurrency());
     std::fflush(stdout);
-}
-
-Outcome measureFfmpeg(const char *encoder, int profile, Clip &clip, Comparison &comparison)
-{
-    Outcome outcome;
-    FfmpegEncoder coder(encoder, profile, clip.width, clip.height);
-    const std::size_t count = std::min<std::size_t>(clip.frames.size(), 3);
-    for (std::size_t i = 0; coder.isOpen() && i < count; ++i) {
-        const double begun = threadSeconds();
-        const std::vector<std::uint8_t> bytes = coder.encode(clip.view(i));
-        outcome.seconds += threadSeconds() - begun;
-        outcome.bytes += static_cast<double>(bytes.size());
-        if (!comparison.decode(bytes))
-            continue;
-        outcome.psnr += comparison.psnr(clip.view(i));
-        outcome.ssim += comparison.ssim(clip.view(i));
-    }
-    const auto frames = static_cast<double>(count);
-    return {outcome.seconds / frames, outcome.bytes / frames, outcome.psnr / frames, outcome.ssim / frames};
-}
-
-void measureThreads(const char *name, Clip &clip, Profile profile)
-{
-    const int cores = static_cast<int>(std::thread::hardware_concurrency());
-    ThreadPool pool(std::max(cores, 1));
-    Encoder encoder(formatOf(clip, profile), {}, &pool);
-    std::vector<std::uint8_t> to(encoder.room());
-    double best = 1e9;
-    for (int round = 0; round < 4; ++round) {
-        const double begun = wallSeconds();
-        for (std::size_t i = 0; i < clip.frames.size(); ++i)
-            encoder.encode(pictureOf(clip.view(i)), to.data(), to.size());
-        best = std::min(best, wallSeconds() - begun);
-    }
-    std::printf("  %-9s all %d cores together, usual size    %7.1f fps\n", name, pool.count(),
-                static_cast<double>(clip.frames.size()) / best);
 }
 
 void measureProfile(const char *name, Clip &clip, Profile profile, double cycles)
 {
     constexpr Path paths[] = {Path::Portable, Path::Avx2, Path::Avx512};
     const double pixels = static_cast<double>(clip.width) * clip.height;
-    const int number = static_cast<int>(profile); // FFmpeg counts them alike
+    const int cores = std::max(static_cast<int>(std::thread::hardware_concurrency()), 1);
+    const Format format = formatOf(clip, profile);
     Comparison comparison(clip.width, clip.height);
     for (const char *other : {"prores_aw", "prores_ks"}) {
-        const Outcome theirs = measureFfmpeg(other, number, clip, comparison);
+        const Outcome theirs = measureFfmpeg(other, profile, clip, comparison);
+        if (theirs.bytes == 0) {
+            std::printf("  %-9s %s cannot be had\n", name, other);
+            continue;
+        }
         printOutcome(name, other, theirs, pixels, cycles);
+        std::printf("\n");
         for (const Path path : paths) {
             Settings settings;
             settings.path = path;
             settings.wantedBytes = static_cast<std::size_t>(theirs.bytes);
             settings.largestBytes = settings.wantedBytes * 2;
-            Encoder encoder(formatOf(clip, profile), settings);
+            Encoder encoder(format, settings);
             if (path != Path::Portable && std::strcmp(encoder.pathName(), "portable") == 0)
                 continue;
-            const Outcome ours = measure(encoder, clip, comparison);
+            const Outcome ours = measureOwn(encoder, clip, comparison);
             char what[64];
-            std::snprintf(what, sizeof what, "%s at its size: %.1fx", encoder.pathName(),
+            std::snprintf(what, sizeof what, "%s at %s's size: %.1fx", encoder.pathName(), other,
                           theirs.seconds / ours.seconds);
-            printOutcome(name, what, ours, pixels, cycles);
+            printOwn(name, what, ours, pixels, cycles, measureThreads(clip, format, settings, cores));
         }
     }
-    Encoder encoder(formatOf(clip, profile));
-    printOutcome(name, "usual size", measure(encoder, clip, comparison), pixels, cycles);
-    measureThreads(name, clip, profile);
+    Encoder encoder(format);
+    printOwn(name, "usual size", measureOwn(encoder, clip, comparison), pixels, cycles,
+             measureThreads(clip, format, {}, cores));
     for (const int index : {2, 5, 9}) {
         for (const Kernels *kernels : {&portableKernels(), avx2Kernels(), avx512Kernels()})
             printStages(name, kernels, clip, profile, index, cycles);
