@@ -2,10 +2,11 @@
 #include "libprores/levelreader.h"
 
 #include "proresdecodegolden.h"
-#include "prorestools.h"
+#include "proresdecoding.h"
 
 #include <QtTest>
 
+#include <cstdlib>
 #include <memory>
 
 using namespace prorestest;
@@ -18,6 +19,9 @@ class ProresDecodePaths : public QObject
 private slots:
     void samplesAreEqual_data();
     void samplesAreEqual();
+    void samplesThatGoPastTheCachesAreEqual_data() { samplesAreEqual_data(); }
+    void samplesThatGoPastTheCachesAreEqual();
+    void picturesThatGoPastTheCachesAreEqual();
     void picturesAreTheSameOnEveryMachine();
     void levelsThatAreReadAreThoseCoded();
     void levelsAreReadUpToThePositionWanted();
@@ -115,6 +119,66 @@ void ProresDecodePaths::samplesAreEqual()
             (portableInverse().*size)(from, dequantiser, positions, order,
                                       {{expected.data() + 3, expected.data() + 3 + width}, stride});
             QVERIFY(own == expected);
+        }
+    }
+}
+
+void ProresDecodePaths::samplesThatGoPastTheCachesAreEqual()
+{
+    QFETCH(const InverseKernels *, path);
+    constexpr int stride = 160;
+    std::mt19937 random(4);
+    const auto levels = std::make_unique<ReadLevels>();
+    alignas(streamedBytes) std::uint16_t own[16 * stride] = {};
+    std::uint16_t expected[16 * stride] = {};
+    for (int round = 0; round < rounds / 10; ++round) {
+        fill(*levels, random, round);
+        const Dequantiser dequantiser = randomDequantiser(random, round);
+        const LevelTiles from {{levels->at, levels->at + tileBlocks}, 32, levels->positions};
+        path->full(from, dequantiser, scanPositions(false), Order::Lines, {{own, own + 64}, stride, true});
+        path->publish();
+        portableInverse().full(from, dequantiser, scanPositions(false), Order::Lines,
+                               {{expected, expected + 64}, stride});
+        QVERIFY(std::ranges::equal(own, expected));
+    }
+}
+
+// Lines that begin at borders of memory's own, and lines that do not; slices that are whole, and others.
+void ProresDecodePaths::picturesThatGoPastTheCachesAreEqual()
+{
+    constexpr std::ptrdiff_t stride = 1088;
+    constexpr std::size_t planeSamples = stride * 520;
+    for (const Scan scan : {Scan::Progressive, Scan::TopFirst}) {
+        for (const Profile profile : {Profile::Proxy, Profile::P4444}) {
+            const Format format = formatOf(profile, 1052, 515, scan);
+            const QByteArray frame = encodedAt(format, 3, naturalLike(format));
+            const FrameInfo info = infoOf(frame);
+            DecodedPlanes elsewhere(info);
+            Decoder plain({Reduction::None, Concealment::Grey, Path::Portable});
+            QVERIFY(decode(plain, frame, elsewhere).isSound());
+            for (const Path path : {Path::Avx2, Path::Avx512}) {
+                const std::unique_ptr<std::uint16_t, decltype(&std::free)> memory(
+                    static_cast<std::uint16_t *>(std::aligned_alloc(streamedBytes, planeSamples * 3 * 2)), &std::free);
+                std::fill_n(memory.get(), planeSamples * 3, untouched);
+                DecodedPicture picture = elsewhere.picture;
+                for (int p = 0; p < 3; ++p) {
+                    picture.plane[p] = memory.get() + static_cast<std::size_t>(p) * planeSamples;
+                    picture.stride[p] = stride;
+                }
+                ThreadPool pool(2);
+                Decoder decoder({Reduction::None, Concealment::Grey, path}, &pool);
+                QVERIFY(decoder.decode(reinterpret_cast<const std::uint8_t *>(frame.constData()),
+                                       static_cast<std::size_t>(frame.size()), picture).isSound());
+                for (int p = 0; p < 3; ++p) {
+                    for (int y = 0; y < info.height; ++y) {
+                        const std::uint16_t *line = picture.plane[p] + y * stride;
+                        QVERIFY(std::equal(line, line + elsewhere.width[p],
+                                           elsewhere.picture.plane[p] + y * elsewhere.picture.stride[p]));
+                        QVERIFY(std::all_of(line + elsewhere.width[p], line + stride,
+                                            [](std::uint16_t sample) { return sample == untouched; }));
+                    }
+                }
+            }
         }
     }
 }

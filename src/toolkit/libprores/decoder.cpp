@@ -14,6 +14,10 @@ namespace {
 
 constexpr int bandsPerWorker = 4; // evens out rows that take longer than others
 
+// Samples of Y from which on a picture goes past the caches: it would push out all else, and be out of them itself
+// before anyone reads it.
+constexpr std::ptrdiff_t streamedSamples = 512 * 1024;
+
 const InverseKernels &inverseOf(Path path)
 {
     const InverseKernels *kernels = path == Path::Avx2 ? avx2Inverse() : path == Path::Avx512 ? avx512Inverse()
@@ -21,6 +25,12 @@ const InverseKernels &inverseOf(Path path)
     if (path == Path::Best)
         return bestInverse();
     return kernels != nullptr ? *kernels : portableInverse();
+}
+
+bool isAligned(const std::uint16_t *plane, std::ptrdiff_t stride)
+{
+    constexpr auto samples = static_cast<std::ptrdiff_t>(streamedBytes / sizeof *plane);
+    return reinterpret_cast<std::uintptr_t>(plane) % streamedBytes == 0 && stride % samples == 0;
 }
 
 /// A row of slices of one picture.
@@ -77,6 +87,8 @@ bool Decoder::Private::begin(const DecodedPicture &to)
     if (to.width != info.planeWidth(0, reduction) || to.height != info.planeHeight(reduction)
         || to.is444 != info.is444 || to.plane[0] == nullptr || to.plane[1] == nullptr || to.plane[2] == nullptr)
         return false;
+    const bool canStream = kernels.canStream && reduction == Reduction::None
+        && std::ptrdiff_t {to.width} * to.height >= streamedSamples;
     for (int i = 0; i < info.pictures(); ++i) {
         const int first = info.firstLine(i);
         lines[i].height = (to.height + info.pictures() - 1 - first) / info.pictures();
@@ -84,6 +96,7 @@ bool Decoder::Private::begin(const DecodedPicture &to)
             lines[i].plane[p] = to.plane[p] == nullptr ? nullptr : to.plane[p] + first * to.stride[p];
             lines[i].stride[p] = to.stride[p] * info.pictures();
             lines[i].width[p] = info.planeWidth(p, reduction);
+            lines[i].isStreamed[p] = canStream && isAligned(lines[i].plane[p], lines[i].stride[p]);
         }
     }
     for (Band &band : bands) {
@@ -182,6 +195,7 @@ void Decoder::Private::decodeBand(int index)
     const auto number = static_cast<std::size_t>(index);
     for (std::size_t i = all * number / bands.size(); i < all * (number + 1) / bands.size(); ++i)
         decodeRow(rows[i], bands[number]);
+    kernels.publish();
 }
 
 Decoder::Decoder(const DecoderSettings &settings, Workers *workers)

@@ -47,7 +47,11 @@ struct LevelTiles {
 struct SampleTiles {
     std::uint16_t *tile[2] = {};
     std::ptrdiff_t stride = 0; ///< samples from line to line
+    bool isStreamed = false;   ///< past the caches: whole lines of them then, see streamedBytes
 };
+
+/// What is written past the caches begins and goes on, line by line, at multiples of so many bytes.
+constexpr std::size_t streamedBytes = 64;
 
 /// What levels are multiplied with, by scan position; products are cut to their low 16 bits.
 struct alignas(64) Dequantiser {
@@ -58,6 +62,7 @@ using ScanPositions = std::array<std::uint8_t, 64>; ///< by raster index
 
 struct InverseKernels {
     const char *name;
+    bool canStream; ///< at full size
     void (*full)(const LevelTiles &, const Dequantiser &, const ScanPositions &, Order, const SampleTiles &);
     /// From the 4x4 lowest coefficients: tiles of 32 columns and 8 lines.
     void (*half)(const LevelTiles &, const Dequantiser &, const ScanPositions &, Order, const SampleTiles &);
@@ -65,6 +70,8 @@ struct InverseKernels {
     void (*quarter)(const LevelTiles &, const Dequantiser &, const ScanPositions &, Order, const SampleTiles &);
     /// The blocks' means: 8 columns, 2 lines.
     void (*eighth)(const LevelTiles &, const Dequantiser &, const ScanPositions &, Order, const SampleTiles &);
+    /// Before another thread may look at what this one streamed.
+    void (*publish)();
 };
 
 const InverseKernels &portableInverse();

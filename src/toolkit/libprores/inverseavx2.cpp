@@ -138,8 +138,11 @@ RV_AVX2 void full(const LevelTiles &from, const Dequantiser &dequantiser, const 
             __m256i *r = half + y * 8;
             transpose(r);
             for (int i = 0; i < 8; ++i) {
-                std::uint16_t *at = to.tile[tile] + (y + i / 4 * 8) * to.stride + i % 4 * 16;
-                _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), r[i]);
+                auto *at = reinterpret_cast<__m256i *>(to.tile[tile] + (y + i / 4 * 8) * to.stride + i % 4 * 16);
+                if (to.isStreamed)
+                    _mm256_stream_si256(at, r[i]);
+                else
+                    _mm256_storeu_si256(at, r[i]);
             }
         }
     }
@@ -179,11 +182,17 @@ RV_AVX2 void half(const LevelTiles &from, const Dequantiser &dequantiser, const 
     }
 }
 
+void publish()
+{
+    _mm_sfence();
+}
+
 } // namespace
 
 const InverseKernels *avx2Inverse()
 {
-    static const InverseKernels kernels = {"avx2", full, half, portableInverse().quarter, portableInverse().eighth};
+    static const InverseKernels kernels = {
+        "avx2", true, full, half, portableInverse().quarter, portableInverse().eighth, publish};
     return avx2Kernels() != nullptr ? &kernels : nullptr;
 }
 

@@ -137,8 +137,13 @@ RV_AVX512 void full(const LevelTiles &from, const Dequantiser &dequantiser, cons
     for (int y = 0; y < 8; ++y) {
         __m512i *r = half + y * 8;
         transpose(r);
-        for (int i = 0; i < 8; ++i)
-            _mm512_storeu_si512(to.tile[i / 2 % 2] + (y + i / 4 * 8) * to.stride + i % 2 * 32, r[i]);
+        for (int i = 0; i < 8; ++i) {
+            std::uint16_t *at = to.tile[i / 2 % 2] + (y + i / 4 * 8) * to.stride + i % 2 * 32;
+            if (to.isStreamed)
+                _mm512_stream_si512(reinterpret_cast<__m512i *>(at), r[i]);
+            else
+                _mm512_storeu_si512(at, r[i]);
+        }
     }
 }
 
@@ -176,11 +181,17 @@ RV_AVX512 void half(const LevelTiles &from, const Dequantiser &dequantiser, cons
     }
 }
 
+void publish()
+{
+    _mm_sfence();
+}
+
 } // namespace
 
 const InverseKernels *avx512Inverse()
 {
-    static const InverseKernels kernels = {"avx512", full, half, portableInverse().quarter, portableInverse().eighth};
+    static const InverseKernels kernels = {
+        "avx512", true, full, half, portableInverse().quarter, portableInverse().eighth, publish};
     return avx512Kernels() != nullptr ? &kernels : nullptr;
 }
 

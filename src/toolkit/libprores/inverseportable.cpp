@@ -149,7 +149,11 @@ void eighth(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPo
     put(rows, 1, order, to);
 }
 
-constexpr InverseKernels portable = {"portable", full, half, quarter, eighth};
+void publish()
+{
+}
+
+constexpr InverseKernels portable = {"portable", false, full, half, quarter, eighth, publish};
 
 } // namespace
 

@@ -29,8 +29,8 @@ struct Turn {
     }
 };
 
-/// A plane being read. Its last bytes are read from a copy with zeros behind it, for which no code is in the tables: thus
-/// nothing has to look for the end before each code.
+/// A plane being read. Its last bytes are read from a copy with zeros behind it, for which no code is in the tables:
+/// thus nothing has to look for the end before each code.
 class Reading
 {
 public:

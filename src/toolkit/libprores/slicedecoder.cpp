@@ -183,11 +183,13 @@ void SliceDecoder::transform(const LevelTiles &levels, const Dequantiser &dequan
         at[i] = to.plane[firstPlane + i] + top * to.stride[firstPlane + i] + left;
     if (place.width == widestSlice && left + unit * widestSlice <= to.width[firstPlane] && top + lines <= to.height
         && (planes == 1 || to.stride[firstPlane + 1] == stride)) {
-        inverse(levels, dequantiser, _positions, order, {{at[0], planes == 1 ? at[0] + tileWidth : at[1]}, stride});
+        const bool isStreamed = to.isStreamed[firstPlane] && to.isStreamed[firstPlane + planes - 1];
+        inverse(levels, dequantiser, _positions, order,
+                {{at[0], planes == 1 ? at[0] + tileWidth : at[1]}, stride, isStreamed});
         return;
     }
     const int width = 2 * tileWidth;
-    inverse(levels, dequantiser, _positions, order, {{scratch.samples, scratch.samples + tileWidth}, width});
+    inverse(levels, dequantiser, _positions, order, {{scratch.samples, scratch.samples + tileWidth}, width, false});
     const int columns = std::min(unit * place.width, to.width[firstPlane] - left);
     for (int i = 0; i < planes && columns > 0; ++i) {
         const std::uint16_t *from = scratch.samples + i * tileWidth;
@@ -224,6 +226,8 @@ void SliceDecoder::decodeAlpha(const Parts &parts, SlicePlace place, const Decod
 void SliceDecoder::prefetch(SlicePlace place, int plane, const DecodedLines &to) const
 {
 #ifdef __GNUC__
+    if (to.isStreamed[plane])
+        return;
     constexpr int cacheLine = 64 / sizeof(std::uint16_t);
     const int unit = (isHalf(plane) ? 8 : 16) >> _shift;
     const int top = place.row * (16 >> _shift);

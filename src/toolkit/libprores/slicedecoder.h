@@ -13,6 +13,7 @@ struct DecodedLines {
     std::ptrdiff_t stride[4] = {};
     int width[4] = {};
     int height = 0;
+    bool isStreamed[4] = {}; ///< past the caches, where a slice lies inside of the picture
 };
 
 /// The bytes of one slice, its header included.
