@@ -4,8 +4,9 @@
 #   make test     build and run every test
 #   make demo     record and play a live stream end to end and check what is seen
 #   make bench    measure against what a user would pick instead
-#   make soak     what takes long: ten minutes of recording, the frames seen at every speed
+#   make soak     what takes hours: ten minutes of recording, the frames seen at every speed, the store killed
 #   make coverage which lines and branches of the engine and the controller their tests run
+#   make bigendian  the ProRes codec's portable path on an emulated big-endian machine, and on one of 32 bits
 #   make install  programs and the clips that stand in for a lost input (PREFIX=/usr/local)
 #   make packages install what is missing
 
@@ -16,7 +17,7 @@ export PATH := $(PATH):/usr/sbin:/sbin
 # Lets ccache know objects that came from precompiled headers.
 export CCACHE_SLOPPINESS = pch_defines,time_macros
 
-.PHONY: all run test demo bench soak coverage install packages build clean
+.PHONY: all run test demo bench soak coverage bigendian install packages build clean
 
 all: build
 
@@ -44,7 +45,7 @@ bench:
 install: build
 	@cmake --install $(BUILD) --prefix $(or $(PREFIX),/usr/local)
 
-# What takes long: about three quarters of an hour.
+# What takes long: several hours.
 soak: build
 	@scripts/packages.sh soak
 	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture clip_torture \
@@ -54,6 +55,11 @@ soak: build
 coverage: packages
 	@scripts/packages.sh coverage
 	@scripts/coverage.sh
+
+bigendian: packages
+	@scripts/packages.sh bigendian
+	@cmake --preset $(PRESET) >/dev/null
+	@cmake --build $(BUILD) --target bigendian bits32
 
 clean:
 	rm -rf build out

@@ -18,8 +18,8 @@ rv_test(tst_prores_device system
 target_include_directories(tst_prores_device PRIVATE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(tst_prores_device PRIVATE orbdevice prores PkgConfig::FFMPEG)
 
-# make bigendian, make bits32: the portable path on an emulated big-endian machine, and on one of 32 bits, where
-# their compilers are installed (g++-s390x-linux-gnu with qemu-user, g++-i686-linux-gnu).
+# Targets bigendian and bits32: the portable path on an emulated big-endian machine, and on one of 32 bits, where
+# their compilers are installed. make bigendian installs them and builds both.
 function(prores_elsewhere target compiler emulator)
     find_program(PRORES_${target}_COMPILER ${compiler})
     find_program(PRORES_EMULATOR_${emulator} ${emulator})
