@@ -1,3 +1,5 @@
+#include "libprores/geometry.h"
+
 #include "proresdecoding.h"
 
 #include <QtTest>
@@ -221,7 +223,7 @@ void ProresDecode::headerIsRead()
     QCOMPARE(int {info.primaries}, 6);
     QCOMPARE(int {info.transfer}, 18);
     QCOMPARE(int {info.matrix}, 9);
-    QCOMPARE(info.firstLine(0), 1);
+    QCOMPARE(firstLineOf(info.scan, 0), 1);
     QCOMPARE(info.pictureHeight(0), 243);
 }
 

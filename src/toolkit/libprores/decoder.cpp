@@ -90,7 +90,7 @@ bool Decoder::Private::begin(const DecodedPicture &to)
     const bool canStream = kernels.canStream && reduction == Reduction::None
         && std::ptrdiff_t {to.width} * to.height >= streamedSamples;
     for (int i = 0; i < info.pictures(); ++i) {
-        const int first = info.firstLine(i);
+        const int first = firstLineOf(info.scan, i);
         lines[i].height = (to.height + info.pictures() - 1 - first) / info.pictures();
         for (int p = 0; p < 4; ++p) {
             lines[i].plane[p] = to.plane[p] == nullptr ? nullptr : to.plane[p] + first * to.stride[p];

@@ -1,5 +1,7 @@
 #include "libprores/frameinfo.h"
 
+#include "libprores/geometry.h"
+
 #include <algorithm>
 
 namespace prores {
@@ -45,12 +47,7 @@ int FrameInfo::planeHeight(Reduction reduction) const
 
 int FrameInfo::pictureHeight(int index) const
 {
-    return isInterlaced() ? (height + 1 - firstLine(index)) / 2 : height;
-}
-
-int FrameInfo::firstLine(int index) const
-{
-    return isInterlaced() && (index == 0) != (scan == Scan::TopFirst) ? 1 : 0;
+    return isInterlaced() ? (height + 1 - firstLineOf(scan, index)) / 2 : height;
 }
 
 std::optional<FrameHead> readFrameHead(const std::uint8_t *frame, std::size_t size)

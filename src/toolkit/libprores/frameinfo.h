@@ -33,8 +33,6 @@ struct FrameInfo {
     int planeHeight(Reduction reduction = Reduction::None) const;
     /// Lines of the picture coded as number \a index.
     int pictureHeight(int index) const;
-    /// The frame's first line that belongs to the picture coded as number \a index.
-    int firstLine(int index) const;
 };
 
 /// A frame's head, as its decoder needs it.

@@ -53,6 +53,12 @@ struct Geometry {
     }
 };
 
+/// The frame's first line that belongs to the picture coded as number \a index.
+constexpr int firstLineOf(Scan scan, int index)
+{
+    return scan != Scan::Progressive && (index == 0) != (scan == Scan::TopFirst) ? 1 : 0;
+}
+
 inline int picturesIn(const Format &format) { return format.isInterlaced() ? 2 : 1; }
 
 /// The picture coded as number \a index of a frame. Field pictures have as many rows each, which
@@ -61,8 +67,7 @@ inline Geometry pictureGeometry(const Format &format, int index)
 {
     if (!format.isInterlaced())
         return {format.width, format.height};
-    const bool isTop = (index == 0) == (format.scan == Scan::TopFirst);
-    Geometry geometry(format.width, (format.height + (isTop ? 1 : 0)) / 2);
+    Geometry geometry(format.width, (format.height + 1 - firstLineOf(format.scan, index)) / 2);
     geometry.rows = (format.height + 31) / 32;
     return geometry;
 }

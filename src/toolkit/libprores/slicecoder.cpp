@@ -73,7 +73,7 @@ Ahead SliceAhead::nothing()
 Lines::Lines(const Format &format, const Picture &picture, int index)
     : geometry(pictureGeometry(format, index))
 {
-    const bool isBottom = format.isInterlaced() && (index == 0) != (format.scan == Scan::TopFirst);
+    const bool isBottom = firstLineOf(format.scan, index) == 1;
     for (int p = 0; p < 4; ++p) {
         plane[p] = picture.plane[p];
         if (isBottom && plane[p] != nullptr)
