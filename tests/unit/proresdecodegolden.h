@@ -86,7 +86,7 @@ constexpr std::uint64_t decodedHashes[] = {
     0x6bff0dad35376e0e,
     0x7f15d2b4964dc961,
     0x1403c64ebc0ca3b9,
-    0x312c15357bd0fb91,
+    0x4ae9c5221d9e992d,
 };
 
 } // namespace prorestest

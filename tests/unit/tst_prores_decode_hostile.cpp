@@ -18,6 +18,8 @@ private slots:
     void everyTruncationIsTold();
     void brokenSliceIsConcealedAlone_data();
     void brokenSliceIsConcealedAlone();
+    void sliceWhoseAlphaEndsTooEarlyIsConcealed_data() { brokenSliceIsConcealedAlone_data(); }
+    void sliceWhoseAlphaEndsTooEarlyIsConcealed();
     void missingFieldIsTold();
     void paddingUpToThreeBytesIsNoDamage();
     void whatBothCallSoundIsTheSame();
@@ -165,6 +167,32 @@ void ProresDecodeHostile::brokenSliceIsConcealedAlone()
                 const int expected = !isBroken ? sound.at(p, x, y) : concealment == Concealment::Grey ? 512 : 77;
                 QCOMPARE(int {to.at(p, x, y)}, expected);
             }
+        }
+    }
+}
+
+// The only slice loses its last bytes, which are those of alpha.
+void ProresDecodeHostile::sliceWhoseAlphaEndsTooEarlyIsConcealed()
+{
+    QFETCH(const Concealment, concealment);
+    const Format format = formatOf(Profile::P4444, 128, 16, Scan::Progressive, true);
+    Encoder encoder(format, {});
+    QByteArray frame = encode(encoder, noise(format, 3));
+    auto *table = reinterpret_cast<std::uint8_t *>(frame.data()) + 156 + 8;
+    const int bytes = table[0] << 8 | table[1];
+    QCOMPARE(static_cast<int>(frame.size()), 156 + 8 + 2 + bytes);
+    table[0] = static_cast<std::uint8_t>((bytes - 9) >> 8);
+    table[1] = static_cast<std::uint8_t>(bytes - 9);
+    Decoder decoder({Reduction::None, concealment, Path::Best});
+    DecodedPlanes to(infoOf(frame));
+    const DecodeReport report = decode(decoder, frame, to);
+    QVERIFY(report.isFrame);
+    QCOMPARE(report.damaged, 1);
+    const bool isGrey = concealment == Concealment::Grey;
+    for (int p = 0; p < 4; ++p) {
+        for (int y = 0; y < 16; ++y) {
+            for (int x = 0; x < 128; ++x)
+                QCOMPARE(to.at(p, x, y), isGrey ? std::uint16_t(p == 3 ? 1023 : 512) : untouched);
         }
     }
 }

@@ -3,6 +3,7 @@
 #include "libprores/slicedecoder.h"
 
 #include <bit>
+#include <optional>
 #include <vector>
 
 // How a frame is decoded: the tables of its slices are walked through once to know where each row of slices begins;
@@ -70,7 +71,7 @@ struct Decoder::Private {
     DecodedLines lines[2]; // by picture
     int sliceWidth[2] = {};
     std::vector<Row> rows;
-    const SliceDecoder *slices = nullptr;
+    std::optional<SliceDecoder> slices;
 };
 
 Decoder::Private::Private(const DecoderSettings &s, Workers *w)
@@ -221,14 +222,14 @@ DecodeReport Decoder::decode(const std::uint8_t *frame, std::size_t size, const 
     _d->frame = frame;
     _d->size = size;
     _d->listRows();
-    const SliceDecoder slices(_d->head, _d->settings, _d->kernels);
-    _d->slices = &slices;
+    _d->slices.emplace(_d->head, _d->settings, _d->kernels);
     if (_d->bands.size() == 1) {
         _d->decodeBand(0);
     } else {
         _d->workers->run(static_cast<int>(_d->bands.size()),
                          [](void *self, int index) { static_cast<Private *>(self)->decodeBand(index); }, _d.get());
     }
+    _d->slices.reset();
     DecodeReport report;
     report.isFrame = true;
     for (const Band &band : _d->bands) {

@@ -53,6 +53,32 @@ struct SliceDecoder::Parts {
     bool hasChroma() const { return plane[1].bytes + plane[2].bytes != 0; }
 };
 
+/// Where a slice lies in a plane.
+struct SliceDecoder::Area {
+    std::uint16_t *at = nullptr; ///< the first sample
+    std::ptrdiff_t stride = 0;
+    int columns = 0; ///< inside of the picture
+    int lines = 0;   ///< the same
+    bool isWhole = false; ///< nothing of the slice lies outside
+
+    std::uint16_t *line(int y) const { return at + y * stride; }
+};
+
+SliceDecoder::Area SliceDecoder::areaOf(SlicePlace place, int plane, const DecodedLines &to) const
+{
+    const int unit = (isHalf(plane) ? 8 : 16) >> _shift; // columns of a macroblock
+    const int lines = 16 >> _shift;
+    const int left = place.column * unit;
+    const int top = place.row * lines;
+    Area area;
+    area.stride = to.stride[plane];
+    area.at = to.plane[plane] + top * area.stride + left;
+    area.columns = std::max(std::min(unit * place.width, to.width[plane] - left), 0);
+    area.lines = std::max(std::min(lines, to.height - top), 0);
+    area.isWhole = area.columns == unit * place.width && area.lines == lines;
+    return area;
+}
+
 SliceDecoder::SliceDecoder(const FrameHead &head, const DecoderSettings &settings, const InverseKernels &kernels)
     : _head(head), _settings(settings), _kernels(kernels), _positions(scanPositions(head.info.isInterlaced())),
       _luma(inScanOrder(head.luma, scanOrder(head.info.isInterlaced()))),
@@ -124,27 +150,25 @@ int SliceDecoder::decode(const SliceBytes *slices, int count, const DecodedLines
     }
     const unsigned isBad = readLevels(planes, used, positionsOf(_settings.reduction));
     for (int i = 0; i < sound; ++i) {
-        const SlicePlace place = parts[i].place;
-        if ((isBad & planesOf[i]) != 0) {
-            conceal(place, to);
+        if ((isBad & planesOf[i]) != 0 || !decodeAlpha(parts[i], to, scratch)) {
+            conceal(parts[i].place, to);
             ++damaged;
             continue;
         }
-        dequantisers(parts[i].index, scratch);
-        const ReadLevels &from = *parts[i].levels[0];
-        transform({{from.at, from.at + tileBlocks}, from.blocks, from.positions}, scratch.luma, Order::Lines, place, 0,
-                  1, to, scratch);
-        transformChroma(parts[i], place, to, scratch);
-        decodeAlpha(parts[i], place, to, scratch);
+        transformAll(parts[i], to, scratch);
     }
     for (int i = 0; i < used; ++i)
         scratch.levels[i].clear();
     return damaged;
 }
 
-void SliceDecoder::transformChroma(const Parts &parts, SlicePlace place, const DecodedLines &to,
-                                   DecodeScratch &scratch) const
+void SliceDecoder::transformAll(const Parts &parts, const DecodedLines &to, DecodeScratch &scratch) const
 {
+    const SlicePlace place = parts.place;
+    dequantisers(parts.index, scratch);
+    const ReadLevels &luma = *parts.levels[0];
+    transform({{luma.at, luma.at + tileBlocks}, luma.blocks, luma.positions}, scratch.luma, Order::Lines, place, 0, 1,
+              to, scratch);
     if (!parts.hasChroma()) {
         fill(place, 1, absentChroma, to);
         fill(place, 2, absentChroma, to);
@@ -172,53 +196,42 @@ void SliceDecoder::transform(const LevelTiles &levels, const Dequantiser &dequan
     constexpr decltype(InverseKernels::full) InverseKernels::*sizes[] = {
         &InverseKernels::full, &InverseKernels::half, &InverseKernels::quarter, &InverseKernels::eighth};
     const auto inverse = _kernels.*sizes[_shift];
-    const int unit = (isHalf(firstPlane) ? 8 : 16) >> _shift; // columns of a macroblock
-    const int lines = 16 >> _shift;
     const int tileWidth = 64 >> _shift;
-    const int left = place.column * unit;
-    const int top = place.row * lines;
-    const std::ptrdiff_t stride = to.stride[firstPlane];
-    std::uint16_t *at[2] = {};
-    for (int i = 0; i < planes; ++i)
-        at[i] = to.plane[firstPlane + i] + top * to.stride[firstPlane + i] + left;
-    if (place.width == widestSlice && left + unit * widestSlice <= to.width[firstPlane] && top + lines <= to.height
-        && (planes == 1 || to.stride[firstPlane + 1] == stride)) {
+    const Area areas[2] = {areaOf(place, firstPlane, to), areaOf(place, firstPlane + planes - 1, to)};
+    if (place.width == widestSlice && areas[0].isWhole && areas[0].stride == areas[1].stride) {
         const bool isStreamed = to.isStreamed[firstPlane] && to.isStreamed[firstPlane + planes - 1];
         inverse(levels, dequantiser, _positions, order,
-                {{at[0], planes == 1 ? at[0] + tileWidth : at[1]}, stride, isStreamed});
+                {{areas[0].at, planes == 1 ? areas[0].at + tileWidth : areas[1].at}, areas[0].stride, isStreamed});
         return;
     }
     const int width = 2 * tileWidth;
-    inverse(levels, dequantiser, _positions, order, {{scratch.samples, scratch.samples + tileWidth}, width, false});
-    const int columns = std::min(unit * place.width, to.width[firstPlane] - left);
-    for (int i = 0; i < planes && columns > 0; ++i) {
-        const std::uint16_t *from = scratch.samples + i * tileWidth;
-        for (int y = 0; y < std::min(lines, to.height - top); ++y)
-            std::copy_n(from + y * width, columns, at[i] + y * to.stride[firstPlane + i]);
+    inverse(levels, dequantiser, _positions, order,
+            {{scratch.samples, scratch.samples + tileWidth}, width, false});
+    for (int i = 0; i < planes; ++i) {
+        for (int y = 0; y < areas[i].lines; ++y)
+            std::copy_n(scratch.samples + i * tileWidth + y * width, areas[i].columns, areas[i].line(y));
     }
 }
 
-// Reduced, alpha is every second, fourth or eighth sample.
-void SliceDecoder::decodeAlpha(const Parts &parts, SlicePlace place, const DecodedLines &to,
-                               DecodeScratch &scratch) const
+// Reduced, alpha is every second, fourth or eighth sample. False when it is damaged; nothing is written then.
+bool SliceDecoder::decodeAlpha(const Parts &parts, const DecodedLines &to, DecodeScratch &scratch) const
 {
     if (to.plane[3] == nullptr)
-        return;
+        return true;
     if (_head.info.alphaBits == 0 || parts.plane[3].bytes == 0) {
-        fill(place, 3, opaque, to);
-        return;
+        fill(parts.place, 3, opaque, to);
+        return true;
     }
-    const int width = place.width * 16;
-    readAlpha(parts.plane[3], _head.info.alphaBits, scratch.samples, static_cast<std::size_t>(width) * 16);
-    const int left = place.column * 16 >> _shift;
-    const int top = place.row * 16 >> _shift;
-    const int columns = std::min(width >> _shift, to.width[3] - left);
-    for (int y = 0; y < std::min(16 >> _shift, to.height - top); ++y) {
+    const int width = parts.place.width * 16;
+    if (!readAlpha(parts.plane[3], _head.info.alphaBits, scratch.samples, static_cast<std::size_t>(width) * 16))
+        return false;
+    const Area area = areaOf(parts.place, 3, to);
+    for (int y = 0; y < area.lines; ++y) {
         const std::uint16_t *from = scratch.samples + (y << _shift) * width;
-        std::uint16_t *line = to.plane[3] + (top + y) * to.stride[3] + left;
-        for (int x = 0; x < columns; ++x)
-            line[x] = from[x << _shift];
+        for (int x = 0; x < area.columns; ++x)
+            area.line(y)[x] = from[x << _shift];
     }
+    return true;
 }
 
 // Has the memory that samples will be written to on its way while levels are read: it need not be in the caches, and
@@ -229,15 +242,10 @@ void SliceDecoder::prefetch(SlicePlace place, int plane, const DecodedLines &to)
     if (to.isStreamed[plane])
         return;
     constexpr int cacheLine = 64 / sizeof(std::uint16_t);
-    const int unit = (isHalf(plane) ? 8 : 16) >> _shift;
-    const int top = place.row * (16 >> _shift);
-    const int left = place.column * unit;
-    const int columns = std::min(unit * place.width, to.width[plane] - left);
-    const int end = std::min(top + (16 >> _shift), to.height);
-    std::uint16_t *line = to.plane[plane] + top * to.stride[plane] + left;
-    for (int y = top; y < end; ++y, line += to.stride[plane]) {
-        for (int x = 0; x < columns; x += cacheLine)
-            __builtin_prefetch(line + x, 1, 3);
+    const Area area = areaOf(place, plane, to);
+    for (int y = 0; y < area.lines; ++y) {
+        for (int x = 0; x < area.columns; x += cacheLine)
+            __builtin_prefetch(area.line(y) + x, 1, 3);
     }
     asm volatile(""); // GCC drops calls of a function that does nothing but fetch ahead
 #endif
@@ -245,13 +253,9 @@ void SliceDecoder::prefetch(SlicePlace place, int plane, const DecodedLines &to)
 
 void SliceDecoder::fill(SlicePlace place, int plane, std::uint16_t sample, const DecodedLines &to) const
 {
-    const int unit = (isHalf(plane) ? 8 : 16) >> _shift;
-    const int lines = 16 >> _shift;
-    const int left = place.column * unit;
-    const int top = place.row * lines;
-    const int columns = std::min(unit * place.width, to.width[plane] - left);
-    for (int y = top; y < std::min(top + lines, to.height) && columns > 0; ++y)
-        std::fill_n(to.plane[plane] + y * to.stride[plane] + left, columns, sample);
+    const Area area = areaOf(place, plane, to);
+    for (int y = 0; y < area.lines; ++y)
+        std::fill_n(area.line(y), area.columns, sample);
 }
 
 void SliceDecoder::conceal(SlicePlace place, const DecodedLines &to) const

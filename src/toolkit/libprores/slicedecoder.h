@@ -44,12 +44,14 @@ public:
 
 private:
     struct Parts;
+    struct Area;
     bool split(const SliceBytes &slice, Parts &parts) const;
     void dequantisers(int index, DecodeScratch &scratch) const;
-    void transformChroma(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
+    void transformAll(const Parts &parts, const DecodedLines &to, DecodeScratch &scratch) const;
     void transform(const LevelTiles &levels, const Dequantiser &dequantiser, Order order, SlicePlace place,
                    int firstPlane, int planes, const DecodedLines &to, DecodeScratch &scratch) const;
-    void decodeAlpha(const Parts &parts, SlicePlace place, const DecodedLines &to, DecodeScratch &scratch) const;
+    bool decodeAlpha(const Parts &parts, const DecodedLines &to, DecodeScratch &scratch) const;
+    Area areaOf(SlicePlace place, int plane, const DecodedLines &to) const;
     void prefetch(SlicePlace place, int plane, const DecodedLines &to) const;
     void fill(SlicePlace place, int plane, std::uint16_t sample, const DecodedLines &to) const;
     void conceal(SlicePlace place, const DecodedLines &to) const;
