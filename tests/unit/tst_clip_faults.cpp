@@ -189,14 +189,15 @@ void TestClipFaults::anyFailureLeavesTheCommittedFrames()
 
 void TestClipFaults::aFailedSyncIsNeverRepeated()
 {
-    // Head, sync, first fragment, sync, commit, second fragment, and the sync that fails.
-    medium().failFrom = 6;
+    // Head and sync; picture, sound and front of the first fragment, sync, commit; four pictures, sound and front of the
+    // second, and the sync that fails.
+    medium().failFrom = 13;
     medium().failures = 1;
     medium().errorCode = EIO;
     QCOMPARE(record("sync.mov", 60), EIO);
     QVERIFY(medium().operations.last().isSync);
     // The system may answer the second call with success and have lost the data.
-    QCOMPARE(medium().operations.size(), qsizetype(7));
+    QCOMPARE(medium().operations.size(), qsizetype(14));
 }
 
 void TestClipFaults::aPowerCutAtAnyInstantLeavesTheCommittedFrames_data()

@@ -1,11 +1,12 @@
 // The life of a clip being written. open() makes the head durable: file type, a placeholder, a
 // movie without samples. Each half second becomes one fragment (the first one three, so that there
-// is something to read from the first frame on), written at once behind the others with its head
-// disguised as a free box, which every reader skips. When the fragment is durable its type is
-// turned into "moof", four bytes within one sector, so a reader meets whole fragments or none.
-// close() appends the movie of the whole clip and, when that is durable, turns the
-// placeholder into the header of a data box that reaches up to it: the first movie and the fragment
-// heads become bytes nobody looks at. At every instant one of the two views of the file is whole.
+// is something to read from the first frame on). Its pictures are written as they come, behind room
+// for its head, which is written last and disguised as a free box, which every reader skips; until
+// then zeros stand there, where every reader stops. When the fragment is durable its type is turned
+// into "moof", four bytes within one sector, so a reader meets whole fragments or none. close()
+// appends the movie of the whole clip and, when that is durable, turns the placeholder into the
+// header of a data box that reaches up to it: the first movie and the fragment heads become bytes
+// nobody looks at. At every instant one of the two views of the file is whole.
 
 #include "libclip/clipwriter.h"
 
@@ -26,25 +27,6 @@ namespace {
 constexpr std::size_t maxPictureBytes = std::size_t(1) << 30;
 constexpr std::uint64_t maxSamples = std::numeric_limits<std::uint32_t>::max();
 
-bool isFull(const Error &error)
-{
-    return error.code == ENOSPC || error.code == EDQUOT;
-}
-
-/// The medium is full or the file may not grow, but what was written is sound.
-bool isForWantOfSpace(const Error &error)
-{
-    return isFull(error) || error.code == EFBIG;
-}
-
-/// No movie of \a frames frames in \a fragments fragments is longer: a size a picture, and a place
-/// and a number of samples a fragment and track.
-std::uint64_t mostMovieBytes(std::size_t frames, std::size_t fragments)
-{
-    constexpr std::uint64_t boxes = 4096;
-    return boxes + 4 * std::uint64_t(frames) + 2 * 20 * std::uint64_t(fragments);
-}
-
 /// A fragment that is in the file but not yet a fragment to readers.
 struct Uncommitted
 {
@@ -64,6 +46,7 @@ struct ClipWriter::Private
     MovFragment fragment;
     std::uint32_t sequence = 1;
     std::uint64_t end = 0;          ///< where the next fragment goes
+    std::uint64_t reservedEnd = 0;  ///< up to here there is room
     Error writeError;
 
     std::mutex mutex;               ///< guards the three below, never held during a wait
@@ -74,8 +57,10 @@ struct ClipWriter::Private
 
     Error create(const std::string &newPath);
     Error check(std::span<const std::byte> picture, std::span<const std::byte> sound) const;
+    Error writePicture(std::span<const std::byte> picture, std::size_t soundBytes);
+    Error makeRoom(std::uint64_t pictureBytes, std::uint64_t soundBytes);
     Error writeFragment();
-    Error writeBytes(std::span<const std::byte> bytes);
+    Error giveUpFragment(const Error &error);
     Error commit();
     Error currentError();
     Error complete();
@@ -172,7 +157,10 @@ Error ClipWriter::write(std::span<const std::byte> picture, std::span<const std:
     if (_d->tables.dnxCompression == 0 && _d->info.video.codec == Codec::DnxHqx) {
         _d->tables.dnxCompression = dnxCompressionOf(picture);
     }
-    _d->fragment.add(picture, sound);
+    if (const Error error = _d->writePicture(picture, sound.size())) {
+        return error;
+    }
+    _d->fragment.add(picture.size(), sound);
     if (!_d->fragment.isFull()) {
         return { };
     }
@@ -203,7 +191,44 @@ Error ClipWriter::Private::check(std::span<const std::byte> picture,
     return { };
 }
 
-/// Writes the gathered frames at the end of the file, not yet visible to readers.
+/// Writes the next picture at its place in the fragment. Where there is no room for it, the fragment
+/// ends before it: what is written has the room that it needs.
+Error ClipWriter::Private::writePicture(std::span<const std::byte> picture, std::size_t soundBytes)
+{
+    if (const Error full = makeRoom(picture.size(), soundBytes)) {
+        const Error error = writeFragment();
+        writeError = error ? error : full;
+        return writeError;
+    }
+    const Error error = file.writeAt(end + fragment.nextPicture(), picture);
+    return error ? giveUpFragment(error) : error;
+}
+
+/// A frame is written only where the fragment that it is in, and the movie of the whole clip behind
+/// it, have room: a medium that is full is no reason not to complete a clip. Room for the frames
+/// that make the fragment full is looked for at once, were they like this one.
+Error ClipWriter::Private::makeRoom(std::uint64_t pictureBytes, std::uint64_t soundBytes)
+{
+    const std::uint64_t frames = tables.pictureSizes.size() + fragment.pictureSizes().size();
+    const std::uint64_t fragments = tables.pictureChunks.size() + 1;
+    const std::uint64_t least = end + fragment.sizeWith(pictureBytes, soundBytes)
+        + mostMovieBytes(frames + 1, fragments);
+    if (least <= reservedEnd) {
+        return { };
+    }
+    const std::uint64_t from = end + fragment.nextPicture();
+    const std::uint64_t others = fragment.framesLeft() - 1;
+    reservedEnd = least + others * (pictureBytes + pictureBytes / 8 + soundBytes + 4);
+    Error error = file.reserve(from, reservedEnd - from);
+    if (isFull(error)) {
+        reservedEnd = least;
+        error = file.reserve(from, reservedEnd - from);
+    }
+    // Any other failure is no failure yet: the write itself will tell.
+    return isFull(error) ? error : Error { };
+}
+
+/// Makes a fragment of the frames that were written at the end of the file, not yet visible to readers.
 Error ClipWriter::Private::writeFragment()
 {
     if (fragment.isEmpty()) {
@@ -213,11 +238,14 @@ Error ClipWriter::Private::writeFragment()
     const MovFragment::Position position {
         end, sequence, tables.pictureSizes.size(), tables.soundSamples
     };
-    const auto bytes = fragment.seal(position, places);
-    writeError = writeBytes(bytes);
-    if (writeError) {
-        fragment.start(info, tables.pictureSizes.size());
-        return writeError;
+    const auto back = fragment.sealBack();
+    const std::uint64_t backOffset = end + fragment.nextPicture();
+    Error error = back.empty() ? Error { } : file.writeAt(backOffset, back);
+    if (!error) {
+        error = file.writeAt(end, fragment.sealFront(position, places));
+    }
+    if (error) {
+        return giveUpFragment(error);
     }
     const auto sizes = fragment.pictureSizes();
     tables.pictureSizes.insert(tables.pictureSizes.end(), sizes.begin(), sizes.end());
@@ -239,24 +267,16 @@ Error ClipWriter::Private::writeFragment()
     return { };
 }
 
-/// Writes a fragment at the end of the file, but only where the movie of the whole clip has room
-/// behind it: a medium that is full is no reason not to complete a clip.
-Error ClipWriter::Private::writeBytes(std::span<const std::byte> bytes)
+/// What the failed write left is no fragment; without it the movie of the clip finds room.
+Error ClipWriter::Private::giveUpFragment(const Error &error)
 {
-    const std::size_t fragments = tables.pictureChunks.size();
-    const std::uint64_t movie = mostMovieBytes(
-        tables.pictureSizes.size() + fragment.pictureSizes().size(), fragments + 1);
-    // Any other failure is no failure yet: the write itself will tell.
-    Error error = file.reserve(end, bytes.size() + movie);
-    if (isFull(error)) {
-        return error;
-    }
-    error = file.writeAt(end, bytes);
-    if (error) {
-        // What the failed write left is no fragment; without it the movie of the clip finds room.
-        (void)file.truncate(end);
-        (void)file.reserve(end, mostMovieBytes(tables.pictureSizes.size(), fragments));
-    }
+    writeError = error;
+    fragment.start(info, tables.pictureSizes.size());
+    const std::uint64_t movie =
+        mostMovieBytes(tables.pictureSizes.size(), tables.pictureChunks.size());
+    (void)file.truncate(end);
+    (void)file.reserve(end, movie);
+    reservedEnd = end + movie;
     return error;
 }
 
@@ -389,6 +409,7 @@ void ClipWriter::Private::reset()
     tables = { };
     sequence = 1;
     end = 0;
+    reservedEnd = 0;
     writeError = { };
     uncommitted.clear();
     flippedFrames = 0;

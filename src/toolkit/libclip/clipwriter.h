@@ -11,7 +11,7 @@ namespace clip {
 /// Writes one QuickTime .mov clip: video as it comes, PCM 24-bit audio, a timecode track with start
 /// timecode and reel name. While it grows the file is a fragmented movie that ordinary readers open
 /// up to the last fragment (at most half a second); close() makes it an ordinary, unfragmented one
-/// in place. The room that close() needs is reserved before a fragment is written, so that it works
+/// in place. The room that close() needs is reserved before a frame is written, so that it works
 /// on a full medium. Every call may wait for the medium: use it from an I/O thread. Not thread-safe, but
 /// for sync(), stillThere() and committedFrames().
 class ClipWriter
@@ -35,7 +35,8 @@ public:
     /// Appends one frame: its coded picture and its sound (interleaved, little-endian, 24 bit; any
     /// number of samples, empty for none). The data is copied or written before the call returns.
     /// After a failed write of the medium every further call returns the same error, and the frames
-    /// of the fragment that failed are not part of the clip.
+    /// of the fragment that failed are not part of the clip. A medium that is full takes the frames
+    /// up to this one.
     Error write(std::span<const std::byte> picture, std::span<const std::byte> sound);
     /// Writes the fragment begun and makes all written frames durable.
     Error flush();

@@ -8,14 +8,11 @@ namespace clip {
 
 namespace {
 
-/// A fragment of large pictures ends before its half second, so that the memory it takes is
-/// bounded.
+/// A fragment of large pictures ends before its half second, so that what a crash costs is bounded.
 constexpr std::size_t maxBytes = std::size_t(64) << 20;
 
 constexpr std::size_t dataHeaderSize = 16;
 constexpr std::size_t timecodeSize = 4;
-/// More than the boxes of a head take without the picture sizes.
-constexpr std::size_t headRoom = 512;
 
 // What a track's part of a fragment states: base offset, default duration, size and flags.
 constexpr std::uint32_t partFlags = 0x39;
@@ -75,91 +72,99 @@ void MovFragment::start(const ClipInfo &info, std::uint64_t framesBefore)
     _info = &info;
     _isFirst = framesBefore == 0 && info.timecode;
     _wanted = wantedFrames(info.video, framesBefore);
-    _room = headRoom + dataHeaderSize + 4 * std::size_t(maxFrames(info.video));
-    _bytes.resize(_room);
+    _pictureBytes = 0;
     _sound.clear();
+    _samples = 0;
+    // A shorter head leaves a gap in front of the data, where no sample is.
+    _sizes.assign(std::size_t(_wanted), 0);
+    _frontSize = head({ }, _sizes, info.audio ? 1 : 0).size() + dataHeaderSize
+        + (_isFirst ? timecodeSize : 0);
     _sizes.clear();
-    if (_isFirst) {
-        BoxWriter sample;
-        sample.u32(info.timecode->frameCount);
-        _bytes.insert(_bytes.end(), sample.bytes().begin(), sample.bytes().end());
-    }
 }
 
-void MovFragment::add(std::span<const std::byte> picture, std::span<const std::byte> sound)
+std::uint64_t MovFragment::sizeWith(std::uint64_t pictureBytes, std::uint64_t soundBytes) const
 {
-    _bytes.insert(_bytes.end(), picture.begin(), picture.end());
+    constexpr std::uint64_t mostPadding = 7;
+    return nextPicture() + pictureBytes + _sound.size() + soundBytes + mostPadding;
+}
+
+void MovFragment::add(std::uint64_t pictureBytes, std::span<const std::byte> sound)
+{
+    _pictureBytes += pictureBytes;
+    _sizes.push_back(std::uint32_t(pictureBytes));
     _sound.insert(_sound.end(), sound.begin(), sound.end());
-    _sizes.push_back(std::uint32_t(picture.size()));
+    if (_info->audio) {
+        _samples = std::uint32_t(_sound.size() / soundBlock(_info->audio->channels));
+    }
 }
 
 bool MovFragment::isFull() const
 {
-    return int(_sizes.size()) >= _wanted || _bytes.size() + _sound.size() >= maxBytes;
+    return int(_sizes.size()) >= _wanted || _pictureBytes + _sound.size() >= maxBytes;
 }
 
 std::uint32_t MovFragment::soundSamples() const
 {
-    return _info->audio ? std::uint32_t(_sound.size() / soundBlock(_info->audio->channels)) : 0;
+    return _samples;
 }
 
-BoxWriter::Bytes MovFragment::head(const Position &position, std::uint64_t headSize) const
+/// The head of a fragment with pictures of \a sizes, whose data ends with the front.
+BoxWriter::Bytes MovFragment::head(const Position &position, std::span<const std::uint32_t> sizes,
+                                   std::uint32_t samples) const
 {
     const auto rateDen = std::uint32_t(_info->video.rateDen);
-    const auto frames = std::uint32_t(_sizes.size());
-    const std::uint64_t first = headSize + dataHeaderSize;
-    const std::uint64_t pictures = first + (_isFirst ? timecodeSize : 0);
-    std::uint64_t pictureBytes = 0;
-    for (const std::uint32_t size : _sizes) {
-        pictureBytes += size;
-    }
+    const auto frames = std::uint32_t(sizes.size());
     const std::uint64_t base = position.offset;
     BoxWriter writer;
     writer.box("free", [&] {
         writer.full("mfhd", 0, 0, [&] { writer.u32(position.sequence); });
         writePart(writer,
-                  { VideoTrack, position.frames * rateDen, rateDen, 0, frames, pictures },
-                  base, _sizes);
-        if (soundSamples() != 0) {
+                  { VideoTrack, position.frames * rateDen, rateDen, 0, frames, _frontSize }, base,
+                  sizes);
+        if (samples != 0) {
             const std::uint32_t block = soundBlock(_info->audio->channels);
             writePart(writer,
-                      { SoundTrack, position.soundSamples, 1, block, soundSamples(),
-                        pictures + pictureBytes },
+                      { SoundTrack, position.soundSamples, 1, block, samples,
+                        _frontSize + _pictureBytes },
                       base, { });
         }
         if (_isFirst) {
-            writePart(writer, { TimecodeTrack, 0, frames * rateDen, timecodeSize, 1, first }, base,
-                      { });
+            writePart(writer,
+                      { TimecodeTrack, 0, frames * rateDen, timecodeSize, 1,
+                        _frontSize - timecodeSize },
+                      base, { });
         }
     });
     return writer.take();
 }
 
-std::span<const std::byte> MovFragment::seal(const Position &position, Places &places)
+std::span<const std::byte> MovFragment::sealBack()
 {
-    const std::uint64_t pictureBytes = _bytes.size() - _room - (_isFirst ? timecodeSize : 0);
-    const std::uint32_t samples = soundSamples();
-    _bytes.insert(_bytes.end(), _sound.begin(), _sound.end());
+    const std::uint64_t length = nextPicture() + _sound.size();
+    _sound.resize(_sound.size() + std::size_t((8 - length % 8) % 8));
+    return _sound;
+}
 
-    // The offsets in the head depend on its own length, which they do not change.
-    const std::size_t headSize = head(position, 0).size();
-    const std::size_t start = _room - dataHeaderSize - headSize;
-    const std::size_t length = _bytes.size() - start;
-    const std::size_t padding = (8 - length % 8) % 8;
-    _bytes.resize(_bytes.size() + padding);
-
+std::span<const std::byte> MovFragment::sealFront(const Position &position, Places &places)
+{
+    const std::uint64_t end = nextPicture() + _sound.size();
+    const auto boxes = head(position, _sizes, _samples);
     BoxWriter writer;
-    writer.append(head(position, headSize));
-    writer.u32(1).code("mdat").u64(_bytes.size() - _room + dataHeaderSize);
-    std::ranges::copy(writer.bytes(), _bytes.begin() + std::ptrdiff_t(start));
+    writer.append(boxes);
+    writer.u32(1).code("mdat").u64(end - boxes.size());
+    const std::size_t sample = _isFirst ? timecodeSize : 0;
+    writer.zeros(std::size_t(_frontSize) - writer.size() - sample);
+    if (_isFirst) {
+        writer.u32(_info->timecode->frameCount);
+    }
+    _front = writer.take();
 
-    const std::uint64_t data = position.offset + headSize + dataHeaderSize;
-    const std::uint64_t pictures = data + (_isFirst ? timecodeSize : 0);
-    places.timecodeOffset = _isFirst ? data : 0;
+    const std::uint64_t pictures = position.offset + _frontSize;
+    places.timecodeOffset = _isFirst ? pictures - timecodeSize : 0;
     places.pictures = { pictures, std::uint32_t(_sizes.size()) };
-    places.sound = { pictures + pictureBytes, samples };
-    places.end = position.offset + length + padding;
-    return std::span(_bytes).subspan(start);
+    places.sound = { pictures + _pictureBytes, _samples };
+    places.end = position.offset + end;
+    return _front;
 }
 
 } // namespace clip

@@ -29,4 +29,12 @@ BoxWriter::Bytes movieHead(const ClipInfo &info);
 /// The movie of a completed clip.
 BoxWriter::Bytes completeMovie(const ClipInfo &info, const MovieTables &tables);
 
+/// No movie of \a frames frames in \a fragments fragments is longer: a size a picture, and a place
+/// and a number of samples a fragment and track.
+constexpr std::uint64_t mostMovieBytes(std::uint64_t frames, std::uint64_t fragments)
+{
+    constexpr std::uint64_t boxes = 4096;
+    return boxes + 4 * frames + 2 * 20 * fragments;
+}
+
 } // namespace clip

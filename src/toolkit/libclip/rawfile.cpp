@@ -57,6 +57,16 @@ Error systemError(int code, const char *what)
     return { code, std::string(what) + ": " + std::generic_category().message(code) };
 }
 
+bool isFull(const Error &error)
+{
+    return error.code == ENOSPC || error.code == EDQUOT;
+}
+
+bool isForWantOfSpace(const Error &error)
+{
+    return isFull(error) || error.code == EFBIG;
+}
+
 void removeFile(const std::string &path)
 {
     (void)::unlink(path.c_str());

@@ -78,6 +78,10 @@ private:
     std::uint64_t _folderDevice = 0;
 };
 
+/// The medium has no room.
+bool isFull(const Error &error);
+/// The medium is full or the file may not grow, but what was written is sound.
+bool isForWantOfSpace(const Error &error);
 /// An error of the operation \a what with the system's words.
 Error systemError(int code, const char *what);
 /// Unlinks \a path, ignoring the outcome.
