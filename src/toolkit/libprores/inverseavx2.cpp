@@ -30,6 +30,13 @@ RV_AVX2_INLINE Pair products(const Pair &a, const Pair &b, const short *w)
             _mm256_add_epi32(_mm256_madd_epi16(a.high, wa), _mm256_madd_epi16(b.high, wb))};
 }
 
+// The same where only the first two inputs are not 0.
+RV_AVX2_INLINE Pair products(const Pair &a, const short *w)
+{
+    const __m256i wa = weights(w[0], w[1]);
+    return {_mm256_madd_epi16(a.low, wa), _mm256_madd_epi16(a.high, wa)};
+}
+
 template <int Rounding>
 RV_AVX2_INLINE Pair rounded(const Pair &sum)
 {
@@ -45,19 +52,34 @@ RV_AVX2_INLINE __m256i shifted(__m256i low, __m256i high)
     return _mm256_packs_epi32(_mm256_srai_epi32(low, Shift), _mm256_srai_epi32(high, Shift));
 }
 
-template <int Rounding, int Shift>
-RV_AVX2_INLINE void inverseEight(__m256i *r)
+template <int Rounding, int Shift, int Inputs>
+RV_AVX2_INLINE void inverseOf(__m256i *r)
 {
     const Pair x02 = pair(r[0], r[2]);
-    const Pair x46 = pair(r[4], r[6]);
     const Pair x13 = pair(r[1], r[3]);
-    const Pair x57 = pair(r[5], r[7]);
+    Pair x46 {};
+    Pair x57 {};
+    if constexpr (Inputs > 4) {
+        x46 = pair(r[4], r[6]);
+        x57 = pair(r[5], r[7]);
+    }
     for (int k = 0; k < 4; ++k) {
-        const Pair even = rounded<Rounding>(products(x02, x46, inverseEven[k]));
-        const Pair odd = products(x13, x57, inverseOdd[k]);
+        const Pair even = rounded<Rounding>(Inputs > 4 ? products(x02, x46, inverseEven[k])
+                                                       : products(x02, inverseEven[k]));
+        const Pair odd = Inputs > 4 ? products(x13, x57, inverseOdd[k]) : products(x13, inverseOdd[k]);
         r[k] = shifted<Shift>(_mm256_add_epi32(even.low, odd.low), _mm256_add_epi32(even.high, odd.high));
         r[7 - k] = shifted<Shift>(_mm256_sub_epi32(even.low, odd.low), _mm256_sub_epi32(even.high, odd.high));
     }
+}
+
+// Where not more than the first \a inputs are other than 0.
+template <int Rounding, int Shift>
+RV_AVX2_INLINE void inverseEight(__m256i *r, int inputs)
+{
+    if (inputs > 4)
+        inverseOf<Rounding, Shift, 8>(r);
+    else
+        inverseOf<Rounding, Shift, 4>(r);
 }
 
 template <int Rounding, int Shift>
@@ -87,12 +109,12 @@ RV_AVX2_INLINE __m256i placed(__m256i blocks, __m256i within)
     return _mm256_permutevar8x32_epi32(halves, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
 
-// One row of coefficients; false when all are 0.
+// One row of coefficients; how many of them, from the first, may not be 0: none, 4 or all.
 template <int Size>
-RV_AVX2_INLINE bool dequantise(const LevelTiles &from, int tile, const Dequantiser &dequantiser,
+RV_AVX2_INLINE int dequantise(const LevelTiles &from, int tile, const Dequantiser &dequantiser,
                                const std::uint8_t *positions, __m256i within, __m256i *to)
 {
-    __m256i any = _mm256_setzero_si256();
+    __m256i any[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()}; // of the first four, and of the others
     for (int u = 0; u < Size; ++u) {
         const int k = positions[u];
         to[u] = _mm256_setzero_si256();
@@ -100,10 +122,12 @@ RV_AVX2_INLINE bool dequantise(const LevelTiles &from, int tile, const Dequantis
             continue;
         const __m256i levels
             = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(from.tile[tile] + k * from.stride));
-        any = _mm256_or_si256(any, levels);
+        any[u / 4] = _mm256_or_si256(any[u / 4], levels);
         to[u] = placed(_mm256_mullo_epi16(levels, _mm256_set1_epi16(dequantiser.scale[k])), within);
     }
-    return _mm256_testz_si256(any, any) == 0;
+    if (_mm256_testz_si256(any[1], any[1]) == 0)
+        return Size;
+    return _mm256_testz_si256(any[0], any[0]) == 0 ? 4 : 0;
 }
 
 RV_AVX2_INLINE __m256i clamped(__m256i samples)
@@ -118,10 +142,14 @@ RV_AVX2 void full(const LevelTiles &from, const Dequantiser &dequantiser, const 
     const __m256i within = withinHalves(order);
     for (int tile = 0; tile < 2; ++tile) {
         __m256i half[64];
+        int rows = 0; // up to the last that is not 0
         for (int y = 0; y < 8; ++y) {
             __m256i r[8];
-            if (dequantise<8>(from, tile, dequantiser, &positions[static_cast<std::size_t>(y * 8)], within, r))
-                inverseEight<inverseRowRounding, inverseRowShift>(r);
+            const std::uint8_t *row = &positions[static_cast<std::size_t>(y * 8)];
+            if (const int inputs = dequantise<8>(from, tile, dequantiser, row, within, r); inputs > 0) {
+                inverseEight<inverseRowRounding, inverseRowShift>(r, inputs);
+                rows = y + 1;
+            }
             for (int x = 0; x < 8; ++x)
                 half[y * 8 + x] = r[x];
         }
@@ -130,7 +158,7 @@ RV_AVX2 void full(const LevelTiles &from, const Dequantiser &dequantiser, const 
             for (int y = 0; y < 8; ++y)
                 r[y] = half[y * 8 + x];
             r[0] = _mm256_add_epi16(r[0], _mm256_set1_epi16(inverseMiddle));
-            inverseEight<0, inverseColumnShift>(r);
+            inverseEight<0, inverseColumnShift>(r, rows);
             for (int y = 0; y < 8; ++y)
                 half[y * 8 + x] = clamped(r[y]);
         }

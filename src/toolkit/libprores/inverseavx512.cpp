@@ -45,27 +45,50 @@ RV_AVX512_INLINE Pair products(Pair sum, const Pair &a, const Pair &b, const sho
             _mm512_dpwssd_epi32(_mm512_dpwssd_epi32(sum.high, a.high, wa), b.high, wb)};
 }
 
+// The same where only the first two inputs are not 0.
+RV_AVX512_INLINE Pair products(Pair sum, const Pair &a, const short *w)
+{
+    const __m512i wa = weights(w[0], w[1]);
+    return {_mm512_dpwssd_epi32(sum.low, a.low, wa), _mm512_dpwssd_epi32(sum.high, a.high, wa)};
+}
+
 template <int Shift>
 RV_AVX512_INLINE __m512i shifted(__m512i low, __m512i high)
 {
     return _mm512_packs_epi32(_mm512_srai_epi32(low, Shift), _mm512_srai_epi32(high, Shift));
 }
 
-template <int Rounding, int Shift>
-RV_AVX512_INLINE void inverseEight(__m512i *r)
+template <int Rounding, int Shift, int Inputs>
+RV_AVX512_INLINE void inverseOf(__m512i *r)
 {
     const Pair x02 = pair(r[0], r[2]);
-    const Pair x46 = pair(r[4], r[6]);
     const Pair x13 = pair(r[1], r[3]);
-    const Pair x57 = pair(r[5], r[7]);
+    Pair x46 {};
+    Pair x57 {};
+    if constexpr (Inputs > 4) {
+        x46 = pair(r[4], r[6]);
+        x57 = pair(r[5], r[7]);
+    }
     const __m512i rounding = _mm512_set1_epi32(Rounding);
     const __m512i zero = _mm512_setzero_si512();
     for (int k = 0; k < 4; ++k) {
-        const Pair even = products({rounding, rounding}, x02, x46, inverseEven[k]);
-        const Pair odd = products({zero, zero}, x13, x57, inverseOdd[k]);
+        const Pair even = Inputs > 4 ? products({rounding, rounding}, x02, x46, inverseEven[k])
+                                     : products({rounding, rounding}, x02, inverseEven[k]);
+        const Pair odd = Inputs > 4 ? products({zero, zero}, x13, x57, inverseOdd[k])
+                                    : products({zero, zero}, x13, inverseOdd[k]);
         r[k] = shifted<Shift>(_mm512_add_epi32(even.low, odd.low), _mm512_add_epi32(even.high, odd.high));
         r[7 - k] = shifted<Shift>(_mm512_sub_epi32(even.low, odd.low), _mm512_sub_epi32(even.high, odd.high));
     }
+}
+
+// Where not more than the first \a inputs are other than 0.
+template <int Rounding, int Shift>
+RV_AVX512_INLINE void inverseEight(__m512i *r, int inputs)
+{
+    if (inputs > 4)
+        inverseOf<Rounding, Shift, 8>(r);
+    else
+        inverseOf<Rounding, Shift, 4>(r);
 }
 
 template <int Rounding, int Shift>
@@ -80,12 +103,12 @@ RV_AVX512_INLINE void inverseFour(__m512i *r)
     }
 }
 
-// One row of coefficients; false when all are 0.
+// One row of coefficients; how many of them, from the first, may not be 0: none, 4 or all.
 template <int Size>
-RV_AVX512_INLINE bool dequantise(const LevelTiles &from, const Dequantiser &dequantiser,
+RV_AVX512_INLINE int dequantise(const LevelTiles &from, const Dequantiser &dequantiser,
                                  const std::uint8_t *positions, __m512i order, __m512i *to)
 {
-    __m512i any = _mm512_setzero_si512();
+    __m512i any[2] = {_mm512_setzero_si512(), _mm512_setzero_si512()}; // of the first four, and of the others
     for (int u = 0; u < Size; ++u) {
         const int k = positions[u];
         to[u] = _mm512_setzero_si512();
@@ -95,11 +118,13 @@ RV_AVX512_INLINE bool dequantise(const LevelTiles &from, const Dequantiser &dequ
         const auto *second = reinterpret_cast<const __m256i *>(from.tile[1] + k * from.stride);
         const __m512i levels = _mm512_inserti64x4(_mm512_castsi256_si512(_mm256_loadu_si256(first)),
                                                   _mm256_loadu_si256(second), 1);
-        any = _mm512_or_si512(any, levels);
+        any[u / 4] = _mm512_or_si512(any[u / 4], levels);
         to[u] = _mm512_permutexvar_epi16(
             order, _mm512_mullo_epi16(levels, _mm512_set1_epi16(dequantiser.scale[k])));
     }
-    return _mm512_test_epi16_mask(any, any) != 0;
+    if (_mm512_test_epi16_mask(any[1], any[1]) != 0)
+        return Size;
+    return _mm512_test_epi16_mask(any[0], any[0]) != 0 ? 4 : 0;
 }
 
 RV_AVX512_INLINE __m512i lanes(Order order)
@@ -118,10 +143,14 @@ RV_AVX512 void full(const LevelTiles &from, const Dequantiser &dequantiser, cons
 {
     const __m512i blocks = lanes(order);
     __m512i half[64];
+    int rows = 0; // up to the last that is not 0
     for (int y = 0; y < 8; ++y) {
         __m512i r[8];
-        if (dequantise<8>(from, dequantiser, &positions[static_cast<std::size_t>(y * 8)], blocks, r))
-            inverseEight<inverseRowRounding, inverseRowShift>(r);
+        const std::uint8_t *row = &positions[static_cast<std::size_t>(y * 8)];
+        if (const int inputs = dequantise<8>(from, dequantiser, row, blocks, r); inputs > 0) {
+            inverseEight<inverseRowRounding, inverseRowShift>(r, inputs);
+            rows = y + 1;
+        }
         for (int x = 0; x < 8; ++x)
             half[y * 8 + x] = r[x];
     }
@@ -130,7 +159,7 @@ RV_AVX512 void full(const LevelTiles &from, const Dequantiser &dequantiser, cons
         for (int y = 0; y < 8; ++y)
             r[y] = half[y * 8 + x];
         r[0] = _mm512_add_epi16(r[0], _mm512_set1_epi16(inverseMiddle));
-        inverseEight<0, inverseColumnShift>(r);
+        inverseEight<0, inverseColumnShift>(r, rows);
         for (int y = 0; y < 8; ++y)
             half[y * 8 + x] = clamped(r[y]);
     }
