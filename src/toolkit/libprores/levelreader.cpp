@@ -12,8 +12,7 @@ namespace prores {
 namespace {
 
 constexpr int inOneGo = 4;   ///< look-ups that the bits at hand are enough for
-constexpr int dcInOneGo = 6;
-constexpr int planesInTurns = 3;
+constexpr int dcInOneGo = 4;
 static_assert(inOneGo * LevelTable::bits <= 56 && (dcInOneGo + 1) * DcTable::bits <= 56);
 static_assert(inOneGo * (LevelTable::mostRun + 1) <= ReadLevels::slack);
 
@@ -108,13 +107,27 @@ void readDc(Reading *readings, const PlaneToRead *planes, const DcTable &table)
         b.end(readings[1]);
 }
 
-// Levels of a plane, one look-up after the other. Its members live in registers, too.
+// The planes that are not done, one after the other.
+struct Queue {
+    Reading *next = nullptr;
+    Reading *end = nullptr;
+
+    Reading *take()
+    {
+        while (next != end && next->isDone)
+            ++next;
+        return next != end ? next++ : nullptr;
+    }
+};
+
+// Levels of one plane after the other, look-up by look-up. Its members live in registers, too.
 struct LevelReading {
+    Reading *reading = nullptr;
     Turn turn;
     unsigned taken = 0;      // bits since the last refill, in the lowest 8
     std::uint32_t entry = 0; // of the table
 
-    explicit LevelReading(const Reading &reading) : turn(reading.turn) { }
+    explicit LevelReading(Reading *first) : reading(first), turn(first->turn) { }
 
     void refill()
     {
@@ -137,26 +150,32 @@ struct LevelReading {
         turn.context = (entry >> 8 & 255) << LevelTable::bits;
     }
 
-    // False when the plane is done.
-    bool settle(Reading &reading)
+    // Goes on to the next plane when this one is done; false when there is none.
+    bool settle(Queue &queue)
     {
         turn.count -= static_cast<int>(taken & 255);
-        if (entry != 0 && !reading.isFull(turn) && turn.next <= reading.last()) [[likely]]
+        if (entry != 0 && !reading->isFull(turn) && turn.next <= reading->last()) [[likely]]
             return true;
-        reading.turn = turn;
-        const bool isGoing = reading.resume(entry == 0);
-        turn = reading.turn;
-        return isGoing;
+        reading->turn = turn;
+        if (!reading->resume(entry == 0)) {
+            Reading *next = queue.take();
+            if (next == nullptr)
+                return false;
+            reading = next;
+        }
+        turn = reading->turn;
+        return true;
     }
 };
 
-// One to three planes, which take their turns level by level, until one of them is done.
+// One to three planes, which take their turns level by level, until one of them is done and none is left to follow
+// it.
 template <int Count>
-void readTogether(Reading *const *readings, const LevelTable &table)
+void readTogether(Reading *const *readings, Queue &queue, const LevelTable &table)
 {
-    LevelReading a(*readings[0]);
-    LevelReading b(*readings[Count > 1 ? 1 : 0]);
-    LevelReading c(*readings[Count > 2 ? 2 : 0]);
+    LevelReading a(readings[0]);
+    LevelReading b(readings[Count > 1 ? 1 : 0]);
+    LevelReading c(readings[Count > 2 ? 2 : 0]);
     for (bool isGoing = true; isGoing;) {
         a.refill();
         if constexpr (Count > 1)
@@ -177,37 +196,34 @@ void readTogether(Reading *const *readings, const LevelTable &table)
             if constexpr (Count > 2)
                 c.take();
         }
-        isGoing = a.settle(*readings[0]);
+        isGoing = a.settle(queue);
         if constexpr (Count > 1)
-            isGoing = b.settle(*readings[1]) && isGoing;
+            isGoing = b.settle(queue) && isGoing;
         if constexpr (Count > 2)
-            isGoing = c.settle(*readings[2]) && isGoing;
+            isGoing = c.settle(queue) && isGoing;
     }
-    readings[0]->turn = a.turn;
+    a.reading->turn = a.turn;
     if constexpr (Count > 1)
-        readings[1]->turn = b.turn;
+        b.reading->turn = b.turn;
     if constexpr (Count > 2)
-        readings[2]->turn = c.turn;
+        c.reading->turn = c.turn;
 }
 
-// Whoever is done makes room for the next.
 void readInTurns(Reading *readings, int count, const LevelTable &table)
 {
-    Reading *turns[planesInTurns];
-    int together = 0;
-    for (int next = 0; next < count || together > 0;) {
-        for (; next < count && together < planesInTurns; ++next) {
-            if (!readings[next].isDone)
-                turns[together++] = readings + next;
-        }
-        if (together == 3)
-            readTogether<3>(turns, table);
-        else if (together == 2)
-            readTogether<2>(turns, table);
-        else if (together == 1)
-            readTogether<1>(turns, table);
-        together = static_cast<int>(std::remove_if(turns, turns + together, [](auto *r) { return r->isDone; }) - turns);
-    }
+    Queue queue {readings, readings + count};
+    Reading *turns[3] = {queue.take(), queue.take(), queue.take()};
+    if (turns[2] != nullptr)
+        readTogether<3>(turns, queue, table);
+    queue = {readings, readings + count};
+    turns[0] = queue.take();
+    turns[1] = queue.take();
+    if (turns[1] != nullptr)
+        readTogether<2>(turns, queue, table);
+    queue = {readings, readings + count};
+    turns[0] = queue.take();
+    if (turns[0] != nullptr)
+        readTogether<1>(turns, queue, table);
 }
 
 } // namespace

@@ -59,7 +59,7 @@ struct LevelTable {
 /// A difference of DC levels, by context and bits: 4 bits of length (0: not here), 2 of the context that follows, and
 /// the folded value.
 struct DcTable {
-    static constexpr int bits = 8;
+    static constexpr int bits = 10;
     std::uint16_t at[4 << bits];
 
     DcTable();
