@@ -24,6 +24,7 @@ private slots:
     void picturesThatGoPastTheCachesAreEqual();
     void picturesAreTheSameOnEveryMachine();
     void levelsThatAreReadAreThoseCoded();
+    void damageIsToldOfItsPlaneAlone();
     void levelsAreReadUpToThePositionWanted();
 };
 
@@ -215,6 +216,34 @@ void ProresDecodePaths::levelsThatAreReadAreThoseCoded()
             QVERIFY(std::equal(expected[i].begin(), expected[i].end(), to[i].at));
             QVERIFY(std::all_of(to[i].at + to[i].positions * to[i].blocks, to[i].at + 64 * to[i].blocks,
                                 [](std::int16_t level) { return level == 0; }));
+            to[i].clear();
+            QVERIFY(std::ranges::all_of(to[i].at, [](std::int16_t level) { return level == 0; }));
+        }
+    }
+}
+
+// Behind the levels of one plane stand four bytes of padding, or a code whose end is missing.
+void ProresDecodePaths::damageIsToldOfItsPlaneAlone()
+{
+    std::mt19937 random(5);
+    const auto coding = std::make_unique<Levels>();
+    const auto to = std::make_unique<ReadLevels[]>(mostPlanesAtOnce);
+    for (int round = 0; round < rounds / 4; ++round) {
+        std::vector<std::uint8_t> bytes[mostPlanesAtOnce];
+        PlaneToRead planes[mostPlanesAtOnce];
+        const int count = 1 + static_cast<int>(random() % mostPlanesAtOnce);
+        const int broken = static_cast<int>(random() % static_cast<unsigned>(count));
+        for (int i = 0; i < count; ++i) {
+            const int blocks = 2 << random() % 5;
+            fill(*coding, random, blocks, 700);
+            const bool isCut = round % 2 != 0;
+            bytes[i] = coded(*coding, i == broken && !isCut ? 4 : 0);
+            if (i == broken && isCut)
+                bytes[i].insert(bytes[i].end(), {0, 1});
+            planes[i] = {{bytes[i].data(), bytes[i].size()}, blocks, &to[i]};
+        }
+        QCOMPARE(readLevels(planes, count, 64), 1u << broken);
+        for (int i = 0; i < count; ++i) {
             to[i].clear();
             QVERIFY(std::ranges::all_of(to[i].at, [](std::int16_t level) { return level == 0; }));
         }

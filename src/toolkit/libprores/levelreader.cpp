@@ -157,14 +157,13 @@ struct LevelReading {
         if (entry != 0 && !reading->isFull(turn) && turn.next <= reading->last()) [[likely]]
             return true;
         reading->turn = turn;
-        if (!reading->resume(entry == 0)) {
-            Reading *next = queue.take();
-            if (next == nullptr)
-                return false;
+        bool isGoing = reading->resume(entry == 0);
+        if (Reading *next = isGoing ? nullptr : queue.take()) {
             reading = next;
+            isGoing = true;
         }
         turn = reading->turn;
-        return true;
+        return isGoing;
     }
 };
 
