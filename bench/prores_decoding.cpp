@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <thread>
 
 // prores_decoding [WIDTH HEIGHT [PICTURES]]: what decoding costs on each path and at each size, in processor time of
@@ -52,20 +53,24 @@ Frames coded(Clip &clip, Profile profile, int index)
     return frames;
 }
 
+// Lines on borders of 64 bytes, as raw pictures have them and FFmpeg's own.
 struct Memory {
-    std::vector<std::uint16_t> samples;
+    std::unique_ptr<std::uint16_t, decltype(&std::free)> samples {nullptr, &std::free};
     DecodedPicture picture;
 
     Memory(const FrameInfo &info, Reduction reduction)
     {
+        constexpr int border = 64;
         picture.width = info.planeWidth(0, reduction);
         picture.height = info.planeHeight(reduction);
         picture.is444 = info.is444;
-        const auto plane = static_cast<std::size_t>(picture.width + 64) * static_cast<std::size_t>(picture.height);
-        samples.resize(plane * 3);
+        const int stride = (picture.width + border - 1) / border * border;
+        const auto plane = static_cast<std::size_t>(stride) * static_cast<std::size_t>(picture.height);
+        samples.reset(static_cast<std::uint16_t *>(std::aligned_alloc(border, plane * 3 * sizeof(std::uint16_t))));
+        std::fill_n(samples.get(), plane * 3, std::uint16_t {0});
         for (std::size_t p = 0; p < 3; ++p) {
-            picture.plane[p] = samples.data() + plane * p;
-            picture.stride[p] = p == 0 ? picture.width + 64 : (picture.width + 64) / 2;
+            picture.plane[p] = samples.get() + plane * p;
+            picture.stride[p] = p == 0 ? stride : stride / 2;
         }
     }
 };
@@ -77,9 +82,9 @@ double measure(const Frames &frames, const DecoderSettings &settings, Workers *w
     if (path != nullptr)
         *path = decoder.pathName();
     const FrameInfo info = readFrameInfo(frames[0].data(), frames[0].size()).value();
-    std::vector<Memory> memory(3, Memory(info, settings.reduction)); // as a player has them, beyond the caches
-    for (Memory &m : memory)
-        m = Memory(info, settings.reduction);
+    std::vector<Memory> memory; // as a player has them, beyond the caches
+    for (int i = 0; i < 3; ++i)
+        memory.emplace_back(info, settings.reduction);
     const clockid_t clock = workers != nullptr ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
     double best = 1e9;
     std::size_t next = 0;
@@ -139,7 +144,8 @@ void measureClip(const char *name, Clip &clip, Profile profile, int index)
     for (const auto &frame : frames)
         bytes += frame.size();
     char what[64];
-    const char *profileName = profile == Profile::Proxy ? "Proxy" : "HQ";
+    constexpr const char *profileNames[] = {"Proxy", "LT", "422", "HQ"};
+    const char *profileName = profileNames[static_cast<int>(profile)];
     if (index == 0)
         std::snprintf(what, sizeof what, "%s, usual size", profileName);
     else
@@ -179,6 +185,8 @@ int main(int argc, char **argv)
     Clip natural = NaturalClip::make(width, height, count);
     measureClip("natural", natural, Profile::Hq, 0);
     measureClip("natural", natural, Profile::Hq, 5);
+    measureClip("natural", natural, Profile::Standard, 0);
+    measureClip("natural", natural, Profile::Lt, 0);
     measureClip("natural", natural, Profile::Proxy, 0);
     Clip card = cardClip(width, height, count);
     measureClip("card", card, Profile::Hq, 0);
