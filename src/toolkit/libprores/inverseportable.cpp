@@ -17,24 +17,26 @@ std::int16_t shifted(std::uint32_t sum, int shift)
     return static_cast<std::int16_t>(std::clamp(static_cast<std::int32_t>(sum) >> shift, -32768, 32767));
 }
 
+template <int Count = 4>
 std::uint32_t product(const short *weights, const std::int16_t *inputs, int step)
 {
     std::uint32_t sum = 0;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < Count; ++i)
         sum += static_cast<std::uint32_t>(std::int32_t {weights[i]} * std::int32_t {inputs[i * step]});
     return sum;
 }
 
-template <std::ptrdiff_t Step, std::uint32_t Rounding, int Shift>
+// Where all after the first \a Inputs are 0.
+template <std::ptrdiff_t Step, std::uint32_t Rounding, int Shift, int Inputs>
 void inverseEight(Lanes *rows)
 {
     for (int lane = 0; lane < mostBlocks; ++lane) {
-        std::int16_t x[8];
-        for (int i = 0; i < 8; ++i)
+        std::int16_t x[Inputs];
+        for (int i = 0; i < Inputs; ++i)
             x[i] = rows[i * Step][lane];
         for (int k = 0; k < 4; ++k) {
-            const std::uint32_t even = product(inverseEven[k], x, 2) + Rounding;
-            const std::uint32_t odd = product(inverseOdd[k], x + 1, 2);
+            const std::uint32_t even = product<Inputs / 2>(inverseEven[k], x, 2) + Rounding;
+            const std::uint32_t odd = product<Inputs / 2>(inverseOdd[k], x + 1, 2);
             rows[k * Step][lane] = shifted(even + odd, Shift);
             rows[(7 - k) * Step][lane] = shifted(even - odd, Shift);
         }
@@ -64,11 +66,23 @@ void dequantise(const LevelTiles &from, const Dequantiser &dequantiser, const Sc
             std::fill_n(to[i], mostBlocks, std::int16_t {0});
             continue;
         }
-        for (int lane = 0; lane < mostBlocks; ++lane) {
-            const int level = from.tile[lane / tileBlocks][k * from.stride + lane % tileBlocks];
-            to[i][lane] = static_cast<std::int16_t>(level * dequantiser.scale[k]);
+        const int scale = dequantiser.scale[k];
+        for (int tile = 0; tile < 2; ++tile) {
+            const std::int16_t *levels = from.tile[tile] + k * from.stride;
+            for (int block = 0; block < tileBlocks; ++block)
+                to[i][tile * tileBlocks + block] = static_cast<std::int16_t>(levels[block] * scale);
         }
     }
+}
+
+bool isAllZero(const Lanes *rows, int count)
+{
+    int any = 0;
+    for (int i = 0; i < count; ++i) {
+        for (int lane = 0; lane < mostBlocks; ++lane)
+            any |= rows[i][lane];
+    }
+    return any == 0;
 }
 
 void addMiddle(Lanes &row)
@@ -77,16 +91,22 @@ void addMiddle(Lanes &row)
         value = static_cast<std::int16_t>(value + inverseMiddle);
 }
 
-void put(const Lanes *rows, int size, Order order, const SampleTiles &to)
+template <int Size>
+void put(Lanes *rows, Order order, const SampleTiles &to)
 {
+    for (int i = 0; i < Size * Size; ++i) {
+        for (std::int16_t &sample : rows[i])
+            sample = std::clamp<std::int16_t>(sample, leastSample, largestSample);
+    }
     for (int lane = 0; lane < mostBlocks; ++lane) {
         const int block = lane % tileBlocks;
         const int column = order == Order::Columns ? block / 2 : block / 4 * 2 + block % 2;
         const int line = order == Order::Columns ? block % 2 : block / 2 % 2;
-        std::uint16_t *at = to.tile[lane / tileBlocks] + line * size * to.stride + column * size;
-        for (int i = 0; i < size * size; ++i)
-            at[i / size * to.stride + i % size]
-                = static_cast<std::uint16_t>(std::clamp<int>(rows[i][lane], leastSample, largestSample));
+        std::uint16_t *at = to.tile[lane / tileBlocks] + line * Size * to.stride + column * Size;
+        for (int y = 0; y < Size; ++y, at += to.stride) {
+            for (int x = 0; x < Size; ++x)
+                at[x] = static_cast<std::uint16_t>(rows[y * Size + x][lane]);
+        }
     }
 }
 
@@ -95,13 +115,25 @@ void full(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPosi
 {
     Lanes rows[64];
     dequantise(from, dequantiser, positions, 8, rows);
-    for (int y = 0; y < 8; ++y)
-        inverseEight<1, inverseRowRounding, inverseRowShift>(rows + y * 8);
+    bool isLow = true; // the lower four rows are 0
+    for (int y = 0; y < 8; ++y) {
+        Lanes *row = rows + y * 8;
+        if (!isAllZero(row + 4, 4))
+            inverseEight<1, inverseRowRounding, inverseRowShift, 8>(row);
+        else if (!isAllZero(row, 4))
+            inverseEight<1, inverseRowRounding, inverseRowShift, 4>(row);
+        else
+            continue;
+        isLow = y < 4;
+    }
     for (int x = 0; x < 8; ++x) {
         addMiddle(rows[x]);
-        inverseEight<8, 0, inverseColumnShift>(rows + x);
+        if (isLow)
+            inverseEight<8, 0, inverseColumnShift, 4>(rows + x);
+        else
+            inverseEight<8, 0, inverseColumnShift, 8>(rows + x);
     }
-    put(rows, 8, order, to);
+    put<8>(rows, order, to);
 }
 
 void half(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
@@ -115,7 +147,7 @@ void half(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPosi
         addMiddle(rows[x]);
         inverseFour<4, 0, inverseColumnShift>(rows + x);
     }
-    put(rows, 4, order, to);
+    put<4>(rows, order, to);
 }
 
 // Two points are a sum and a difference, one is the mean; neither needs a rounding in between.
@@ -136,7 +168,7 @@ void quarter(const LevelTiles &from, const Dequantiser &dequantiser, const ScanP
         for (int i = 0; i < 4; ++i)
             rows[i][lane] = static_cast<std::int16_t>((sums[i] + meanMiddle) >> meanShift);
     }
-    put(rows, 2, order, to);
+    put<2>(rows, order, to);
 }
 
 void eighth(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPositions &positions, Order order,
@@ -146,7 +178,7 @@ void eighth(const LevelTiles &from, const Dequantiser &dequantiser, const ScanPo
     dequantise(from, dequantiser, positions, 1, rows);
     for (std::int16_t &value : rows[0])
         value = static_cast<std::int16_t>((value + meanMiddle) >> meanShift);
-    put(rows, 1, order, to);
+    put<1>(rows, order, to);
 }
 
 void publish()
