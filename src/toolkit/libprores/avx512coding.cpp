@@ -173,40 +173,60 @@ RV_AVX512_INLINE __m512i behind(__m512i levelAndRun, __m512i levelLength)
                                      _mm512_set1_epi32(0xffff), 0xf8);
 }
 
-} // namespace
+struct Lookups {
+    Lookup run;
+    Lookup level;
+};
 
-RV_AVX512 std::uint8_t *codeAvx512(const Levels &levels, std::uint8_t *to)
+// Up to thirty-two levels' codewords of 32 bits, those of the even fours in \a low, those of the odd ones in \a high.
+struct Group {
+    __m512i low;
+    __m512i high;
+    __m512i lengths;
+};
+
+RV_AVX512_INLINE Group groupAt(const Levels &levels, int i, int end, const Lookups &lookups)
 {
-    BitWriter writer(to);
-    putDc(writer, levels);
-    const Lookup runLookup = lookupOf(narrowRunTable);
-    const Lookup levelLookup = lookupOf(narrowLevelTable);
     const __m512i zero = _mm512_setzero_si512();
     const __m512i one = _mm512_set1_epi16(1);
     const __m512i most = _mm512_set1_epi16(15);
+    const __m512i last = load(levels.position + i - 1);
+    const __m512i runs = _mm512_sub_epi16(_mm512_sub_epi16(load(levels.position + i), last), one);
+    const __m512i lastRuns = _mm512_sub_epi16(_mm512_sub_epi16(last, load(levels.position + i - 2)), one);
+    const __m512i given = load(levels.level + i);
+    const __m512i lastMagnitudes = _mm512_srli_epi16(load(levels.level + i - 1), 1);
+    const Words run = wordsFor(runs, _mm512_min_epu16(lastRuns, most), lookups.run);
+    const Words level = wordsFor(_mm512_sub_epi16(_mm512_srli_epi16(given, 1), one),
+                                 _mm512_min_epu16(lastMagnitudes, most), lookups.level);
+    const __mmask32 valid = firstOf(end - i);
+    const __m512i levelLengths = _mm512_add_epi16(level.length, one);
+    // (level.value << 1) | (sign & 1)
+    const __m512i signedLevel
+        = _mm512_ternarylogic_epi32(_mm512_add_epi16(level.value, level.value), given, one, 0xf8);
+    const __m512i levelWords16 = _mm512_maskz_mov_epi16(valid, signedLevel);
+    const __m512i runWords16 = _mm512_maskz_mov_epi16(valid, run.value);
+    return {behind(_mm512_unpacklo_epi16(levelWords16, runWords16), _mm512_unpacklo_epi16(levelLengths, zero)),
+            behind(_mm512_unpackhi_epi16(levelWords16, runWords16), _mm512_unpackhi_epi16(levelLengths, zero)),
+            _mm512_maskz_add_epi16(valid, run.length, levelLengths)};
+}
+
+} // namespace
+
+// While one group is written the next one is worked out already: how the writer branches is hard to foresee, and
+// without that all of its work would begin when the branch is known.
+RV_AVX512 std::uint8_t *codeAvx512(const Levels &levels, std::uint8_t *to)
+{
+    BitWriter writer(to);
+    const Lookups lookups = {lookupOf(narrowRunTable), lookupOf(narrowLevelTable)};
     const int end = Levels::lead + levels.count;
+    Group next = groupAt(levels, Levels::lead, end, lookups);
+    putDc(writer, levels);
     for (int i = Levels::lead; i < end; i += 32) {
-        const __m512i last = load(levels.position + i - 1);
-        const __m512i runs = _mm512_sub_epi16(_mm512_sub_epi16(load(levels.position + i), last), one);
-        const __m512i lastRuns = _mm512_sub_epi16(_mm512_sub_epi16(last, load(levels.position + i - 2)), one);
-        const __m512i given = load(levels.level + i);
-        const __m512i lastMagnitudes = _mm512_srli_epi16(load(levels.level + i - 1), 1);
-        const Words run = wordsFor(runs, _mm512_min_epu16(lastRuns, most), runLookup);
-        const Words level = wordsFor(_mm512_sub_epi16(_mm512_srli_epi16(given, 1), one),
-                                     _mm512_min_epu16(lastMagnitudes, most), levelLookup);
-        const __mmask32 valid = firstOf(end - i);
-        const __m512i levelLengths = _mm512_add_epi16(level.length, one);
-        const __m512i lengths = _mm512_maskz_add_epi16(valid, run.length, levelLengths);
-        // (level.value << 1) | (sign & 1)
-        const __m512i signedLevel
-            = _mm512_ternarylogic_epi32(_mm512_add_epi16(level.value, level.value), given, one, 0xf8);
-        const __m512i levelWords16 = _mm512_maskz_mov_epi16(valid, signedLevel);
-        const __m512i runWords16 = _mm512_maskz_mov_epi16(valid, run.value);
-        const __m512i low = behind(_mm512_unpacklo_epi16(levelWords16, runWords16),
-                                   _mm512_unpacklo_epi16(levelLengths, zero));
-        const __m512i high = behind(_mm512_unpackhi_epi16(levelWords16, runWords16),
-                                    _mm512_unpackhi_epi16(levelLengths, zero));
-        if (_mm512_cmpgt_epu16_mask(lengths, _mm512_set1_epi16(32)) == 0 && put(writer, low, high, lengths))
+        const Group group = next;
+        if (i + 32 < end)
+            next = groupAt(levels, i + 32, end, lookups);
+        if (_mm512_cmpgt_epu16_mask(group.lengths, _mm512_set1_epi16(32)) == 0
+            && put(writer, group.low, group.high, group.lengths))
             continue;
         for (int k = i; k < end && k < i + 32; ++k)
             codeLevel(writer, levels, k);
