@@ -279,7 +279,11 @@ def run(recorder):
     recorder.do("standby-off")
     recorder.set("LoopPlayback", "0")
 
-    play_list(recorder, [os.path.basename(second_clip), "no such clip.mov", os.path.basename(second_clip)], second * 2)
+    # Its order is not that of the recordings.
+    third_clip = recorder.record(1)
+    recorder.do("standby-off")
+    play_list(recorder, [os.path.basename(third_clip), "no such clip.mov", os.path.basename(second_clip)],
+              rig.clip_numbers(third_clip) + second)
     roll_over(recorder)
 
 
