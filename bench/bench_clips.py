@@ -132,13 +132,14 @@ def measure_opening(bench, bin_dir, copy, folder):
 
 
 def turns_between(path, begin, end):
-    """Turns of the event loop in a stretch of time: wall and processor time in ms, in order of length."""
+    """Turns of the event loop in a stretch of time, in ms and in order of length: wall time, processor time, and wall
+    time of those that waited for something, others than the next event."""
     rows = []
     with open(path, encoding="ascii") as file:
         for line in file:
-            began, wall, cpu = map(int, line.split())
+            began, wall, cpu, waits = map(int, line.split())
             if begin <= began / 1e9 <= end:
-                rows.append((wall / 1000, cpu / 1000))
+                rows.append((wall / 1000, cpu / 1000, wall / 1000 if waits else 0.0))
     return [sorted(column) for column in zip(*rows)]
 
 
@@ -163,7 +164,7 @@ def measure_loop(bench, bin_dir, folder):
         recorder.do("stop")
         recorder.stop()
         rig.check(is_recording, "the recording ended early: too little of the machine is free")
-    wall, cpu = turns_between(log, begin, end)
+    wall, cpu, waited = turns_between(log, begin, end)
     bench.title(f"Turns of the event loop in {LOOP_SECONDS} s of recording 1080p{RATE}: no call on it is longer")
 
     def at(values, part):
@@ -172,6 +173,7 @@ def measure_loop(bench, bin_dir, folder):
     bench.row("99.9th percentile", f"{at(wall, 0.999):.2f} ms", "under 5 ms", at(wall, 0.999) < 5)
     bench.row("worst", f"{wall[-1]:.2f} ms")
     bench.row("99.9th percentile of their processor time", f"{at(cpu, 0.999):.2f} ms")
+    bench.row(f"worst of the {sum(value > 0 for value in waited)} that waited for a lock or a file", f"{waited[-1]:.2f} ms")
 
 
 def measure(bench, bin_dir):

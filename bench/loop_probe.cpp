@@ -3,7 +3,8 @@
 // The main thread waits for events in poll() or ppoll() and nowhere else. The time from the end of one wait to the
 // beginning of the next is a turn of the loop, and no call on it is longer than its turn. At the end of the program
 // all turns are written to the file named by RV_LOOP_TURNS: a line each, when it began (nanoseconds of the monotonic
-// clock), how long it took, and how much processor time it had (microseconds).
+// clock), how long it took, how much processor time it had (microseconds), and how often it gave the processor up
+// to wait for something: a turn that never did was as long as it was because others had the processor.
 
 #include <array>
 #include <cstdint>
@@ -12,6 +13,7 @@
 
 #include <dlfcn.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -25,18 +27,27 @@ struct Turn
     std::int64_t beganNs;
     std::uint32_t wallUs;
     std::uint32_t cpuUs;
+    std::uint32_t waits;
 };
 
 std::array<Turn, mostTurns> turns;
 std::size_t count = 0;
 std::int64_t beganNs = 0;
 std::int64_t beganCpuNs = 0;
+long beganWaits = 0;
 
 std::int64_t now(clockid_t clock)
 {
     timespec time {};
     clock_gettime(clock, &time);
     return std::int64_t(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+long waitsOfThread()
+{
+    rusage usage {};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
 }
 
 bool isMainThread()
@@ -49,7 +60,8 @@ void endTurn()
 {
     if (beganNs != 0 && count < mostTurns) {
         turns[count++] = {beganNs, std::uint32_t((now(CLOCK_MONOTONIC) - beganNs) / 1000),
-                          std::uint32_t((now(CLOCK_THREAD_CPUTIME_ID) - beganCpuNs) / 1000)};
+                          std::uint32_t((now(CLOCK_THREAD_CPUTIME_ID) - beganCpuNs) / 1000),
+                          std::uint32_t(waitsOfThread() - beganWaits)};
     }
 }
 
@@ -57,6 +69,7 @@ void beginTurn()
 {
     beganNs = now(CLOCK_MONOTONIC);
     beganCpuNs = now(CLOCK_THREAD_CPUTIME_ID);
+    beganWaits = waitsOfThread();
 }
 
 template<typename Wait>
@@ -85,7 +98,8 @@ struct Report
         if (!file)
             return;
         for (std::size_t i = 0; i < count; ++i)
-            std::fprintf(file, "%lld %u %u\n", static_cast<long long>(turns[i].beganNs), turns[i].wallUs, turns[i].cpuUs);
+            std::fprintf(file, "%lld %u %u %u\n", static_cast<long long>(turns[i].beganNs), turns[i].wallUs, turns[i].cpuUs,
+                         turns[i].waits);
         std::fclose(file);
     }
 } report;
