@@ -20,6 +20,7 @@ struct DecoderSettings {
 };
 
 /// Where a picture goes: planar, one 10-bit sample in each host-order 16-bit word, both fields line by line.
+/// Large ones are written fastest where every line begins at a multiple of 64 bytes.
 struct DecodedPicture {
     std::uint16_t *plane[4] = {}; ///< Y, Cb, Cr; alpha is skipped where it has none
     std::ptrdiff_t stride[4] = {}; ///< samples from line to line
