@@ -189,8 +189,8 @@ void TestClipFaults::anyFailureLeavesTheCommittedFrames()
 
 void TestClipFaults::aFailedSyncIsNeverRepeated()
 {
-    // Head and sync; picture, sound and front of the first fragment, sync, commit; four pictures, sound and front of the
-    // second, and the sync that fails.
+    // Head and sync; picture, sound and front of the first fragment, sync, commit; four pictures, sound
+    // and front of the second, and the sync that fails.
     medium().failFrom = 13;
     medium().failures = 1;
     medium().errorCode = EIO;

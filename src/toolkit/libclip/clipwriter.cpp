@@ -239,8 +239,7 @@ Error ClipWriter::Private::writeFragment()
         end, sequence, tables.pictureSizes.size(), tables.soundSamples
     };
     const auto back = fragment.sealBack();
-    const std::uint64_t backOffset = end + fragment.nextPicture();
-    Error error = back.empty() ? Error { } : file.writeAt(backOffset, back);
+    Error error = file.writeAt(end + fragment.nextPicture(), back);
     if (!error) {
         error = file.writeAt(end, fragment.sealFront(position, places));
     }
