@@ -56,6 +56,14 @@ def free_percent(path):
     return use.f_bfree * 100.0 / use.f_blocks
 
 
+def ahead_percent(recorder):
+    """The share of the medium for which a recording has room reserved, half a second ahead: taken while it runs."""
+    use = os.statvfs(recorder.medium)
+    clip = recorder.clips()[0]
+    frames = int(stream_of(probe(clip), "video")["nb_read_packets"])
+    return 13 * 100.0 * os.path.getsize(clip) / frames / (use.f_blocks * use.f_frsize)
+
+
 def fill_to(path, percent):
     """Fills a medium until so many percent of it are free."""
     use = os.statvfs(path)
@@ -109,8 +117,8 @@ def stops_at_ten_percent_without_rollover(bin_dir):
         wait_until("it stops by itself", lambda: recorder.status()["stateNumber"] == 1, 60)
         left = free_percent(recorder.medium)
         check("Stopping record." in recorder.log_text(), f"{left:.2f} % are free: {reasons(recorder)}")
-        check(8.5 < left < 10.5, f"{left:.2f} % are free")
         wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
+        check(8.5 < left < 10.5 + ahead_percent(recorder), f"{left:.2f} % are free")
         numbers = whole(recorder.clips()[0])
         check(len(numbers) > 10, f"{len(numbers)} frames")
 
@@ -190,8 +198,8 @@ def without_room_elsewhere_it_stops_at_eight_percent(bin_dir):
         recorder.do("record")
         wait_until("it stops by itself", lambda: recorder.status()["stateNumber"] == 1, 90)
         left = free_percent(recorder.medium)
-        check(6.5 < left < 8.5, f"{left:.2f} % are free")
         wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
+        check(6.5 < left < 8.5 + ahead_percent(recorder), f"{left:.2f} % are free")
         whole(recorder.clips()[0])
         check(not [n for n in os.listdir(second.path) if n.endswith(".mov")], "nothing on the full medium")
 
