@@ -49,7 +49,7 @@ install: build
 soak: build
 	@scripts/packages.sh soak
 	@cmake --build $(BUILD) -j $(JOBS) --target frame_law tst_engine_random store_torture clip_torture \
-		tst_media_listing fuzz_clip fuzz_clipreader fuzz_medium
+		tst_media_listing fuzz_clip fuzz_clipreader fuzz_medium fuzz_prores
 	@scripts/isolated.sh python3 tests/system/soak.py $(BUILD)/bin
 
 coverage: packages

@@ -32,6 +32,24 @@ function(rv_library name)
     target_link_libraries(${name} PUBLIC rv_options)
 endfunction()
 
+# rv_has_objects(NAME): the library declares QObjects. The sanitizers' build, which nobody waits for who has included too
+# little, reads Qt's headers once for all of them.
+function(rv_has_objects name)
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    if(RV_SANITIZE)
+        if(NOT TARGET headers_of_libraries)
+            file(WRITE ${CMAKE_BINARY_DIR}/headers_of_libraries.cpp "")
+            add_library(headers_of_libraries OBJECT EXCLUDE_FROM_ALL ${CMAKE_BINARY_DIR}/headers_of_libraries.cpp)
+            target_link_libraries(headers_of_libraries PRIVATE rv_options Qt6::Core)
+            target_precompile_headers(headers_of_libraries PRIVATE
+                <QCoreApplication> <QDateTime> <QDir> <QFile> <QHash> <QObject> <QString> <QTimer> <QVariant> <QVector>
+                <algorithm> <chrono> <condition_variable> <functional> <map> <memory> <mutex> <string> <thread> <vector>)
+        endif()
+        target_precompile_headers(${name} REUSE_FROM headers_of_libraries)
+        set_target_properties(${name} PROPERTIES PCH_WARN_INVALID OFF)
+    endif()
+endfunction()
+
 # rv_program(NAME sources...): a program in build/bin.
 function(rv_program name)
     add_executable(${name} ${ARGN})

@@ -2,7 +2,7 @@
 rv_library(enginerig
     ${CMAKE_CURRENT_LIST_DIR}/enginerig.cpp
     ${CMAKE_CURRENT_LIST_DIR}/simdispatcher.cpp)
-set_target_properties(enginerig PROPERTIES AUTOMOC ON)
+rv_has_objects(enginerig)
 target_include_directories(enginerig PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(enginerig PUBLIC transport orbscripted Qt6::Test)
 

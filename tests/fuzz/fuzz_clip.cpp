@@ -1,5 +1,6 @@
 // A clip file of any content, as the media service and playback read it, and as one whose writer died is completed.
 // links: vanta
+// at most: 20
 
 #include "driver.h"
 #include "libclip/clipreader.h"

@@ -1,6 +1,7 @@
 // A clip file: whatever it holds, the reader refuses it or reads what it says of itself, and following its growth
 // never takes a frame away.
 // links: clip
+// at most: 20
 
 #include "libclip/clipreader.h"
 

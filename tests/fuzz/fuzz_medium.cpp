@@ -1,6 +1,7 @@
 // Texts and lists that lie on media or come from other processes: a play list and an edit of it, the list of known
 // clips, a slot, a clip's record, text for the terminal.
 // links: mediaservice control
+// at most: 20
 
 #include "driver.h"
 #include "libvanta/cliprecord.h"

@@ -1,6 +1,7 @@
 // A ProRes frame: whatever it is, decoding it at every size stays within the picture and the frame, and says so when it
 // is none. The first byte chooses size, concealment and the number of threads.
 // links: prores
+// at most: 20
 
 #include "driver.h"
 

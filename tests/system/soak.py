@@ -70,7 +70,7 @@ def clips_survive_kills_and_power_cuts(bin_dir):
 def hostile_media_cost_nothing_but_entries(bin_dir):
     passes(bin_dir, "tst_media_listing", RV_HOSTILE_CLIPS="19000")
     corpus = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "fuzz", "corpus")
-    for topic in ("clip", "clipreader", "medium"):
+    for topic in ("clip", "clipreader", "medium", "prores"):
         passes(bin_dir, f"fuzz_{topic}", "--seconds", "120", "--seed", str(int(time.time())), os.path.join(corpus, topic))
 
 

@@ -6,7 +6,7 @@ endfunction()
 
 # Virtual time for tests that need no engine.
 rv_library(simdispatcher ${CMAKE_CURRENT_SOURCE_DIR}/../engine/simdispatcher.cpp)
-set_target_properties(simdispatcher PROPERTIES AUTOMOC ON)
+rv_has_objects(simdispatcher)
 target_include_directories(simdispatcher PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/../engine)
 target_link_libraries(simdispatcher PUBLIC Qt6::Core)
 

@@ -4,5 +4,5 @@ rv_library(orbscripted
     drivers/scripted/scriptedvideo.cpp
     drivers/scripted/transcript.cpp
 )
-set_target_properties(orbscripted PROPERTIES AUTOMOC ON)
+rv_has_objects(orbscripted)
 target_link_libraries(orbscripted PUBLIC orb)

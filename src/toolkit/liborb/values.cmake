@@ -27,5 +27,5 @@ rv_library(orbvalues
     orbvideorate.cpp
     orbvideostate.cpp
 )
-set_target_properties(orbvalues PROPERTIES AUTOMOC ON)
+rv_has_objects(orbvalues)
 target_link_libraries(orbvalues PUBLIC Qt6::Core PRIVATE PkgConfig::AVUTIL)
