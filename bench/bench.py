@@ -254,7 +254,7 @@ def live_recording(bin_dir, source_format, encoder):
     with rig.Recorder(bin_dir, source="pattern", source_format=source_format, size="6g") as recorder:
         device = os.path.join(recorder.dir, "device.ini")
         with open(device, "w", encoding="ascii") as config:
-            config.write(f"[coder]\nprores={encoder}\n[memory]\nrawMegabytes=400\n")
+            config.write(f"[coder]\nprores={encoder}\n")
         recorder.environment["RVD_DEVICE_CONFIG"] = device
         recorder.start()
         recorder.set("EncodeType", HQ)

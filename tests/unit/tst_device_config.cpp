@@ -51,7 +51,7 @@ void tst_device_config::aMissingFileMeansDefaults()
     QCOMPARE(config.programBus, QStringLiteral("/rvd_program"));
     QCOMPARE(config.patternFormat.size(), QSize(1920, 1080));
     QCOMPARE(config.patternFormat.frameRate(), OrbVideoRate(25, 1));
-    QCOMPARE(config.rawMegabytes, 200);
+    QCOMPARE(config.rawMegabytes, 560);
     QCOMPARE(config.coderWorkers, 0);
     QCOMPARE(config.proRes, ProResBy::Own);
     QCOMPARE(config.refPresent, RefAnswer::Auto);

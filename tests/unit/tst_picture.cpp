@@ -286,6 +286,9 @@ void TestPicture::theNaturalPatternMovesAndStaysInsideItsPicture()
                                     [](int s) { return s >= 64 && s <= 940; }));
         QVERIFY(picture.samples != before);
         before = picture.samples;
+        Picture fresh(360, 288);
+        pattern.draw(fresh.view, number);
+        QVERIFY(fresh.samples == picture.samples);
     }
     Picture another(720, 576);
     pattern.draw(another.view, 1);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <ctime>
 
 namespace cam {
@@ -56,8 +57,11 @@ std::int64_t FrameClock::dueNs(std::int64_t frame) const
 bool FrameClock::waitFor(std::int64_t frame)
 {
     const std::int64_t late = nowNs() - dueNs(frame);
-    if (late > second)
+    if (late > second) {
+        std::fprintf(stderr, "rvcam: frame %lld is %.1f s late, the clock goes on from it\n",
+                     static_cast<long long>(frame), static_cast<double>(late) / second);
         _startNs += late;
+    }
 
     // Frames that are late follow each other at twice the rate: a bus holds few, and its readers need their time.
     const std::int64_t soonest = _lastNs + second * _rateDen / _rateNum / 2;

@@ -34,8 +34,9 @@ private:
 /// Picture \a number of a zoom into what a camera may see: detail of every size, edges and grain. Takes seconds.
 void drawNatural(const View &view, std::uint32_t number);
 
-/// A window that moves over one such picture, with the frame-number bar. Built once for a raster, in seconds; draw()
-/// costs one copy, and the picture is as hard to code as a camera's.
+/// A window on one such picture, in four places in turn, with the frame-number bar: as hard to code as a camera's
+/// picture. Built once for a raster, in seconds. draw() costs one copy, and next to nothing in memory that still has
+/// the picture of four frames ago, as a bus has: a capture card takes no processor time either.
 class NaturalPattern
 {
 public:

@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::int64_t retryNs = 200'000'000;
 constexpr int stallMs = 500;       ///< without a frame: the feeder has gone
-constexpr int pictureCount = 32;   ///< raw pictures that may be out
+constexpr int mostPictures = 32;   ///< raw pictures that may be out
+constexpr int fewestPictures = 24;
 constexpr std::size_t pictureBytes = 400'000'000;
 
 OrbImageDesc descOf(const bus::Format &format)
@@ -114,8 +115,8 @@ void BusInput::setFormat(const bus::Format &format)
     }
     _format = format;
     const std::size_t each = std::max<std::size_t>(picture::bytesFor(format.width, format.height), 1);
-    const auto count = static_cast<int>(std::min<std::size_t>(pictureCount, pictureBytes / each));
-    _pool = std::make_unique<RawPicturePool>(format.width, format.height, std::max(count, 8));
+    const auto count = static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
+    _pool = std::make_unique<RawPicturePool>(format.width, format.height, count);
 }
 
 /// The picture goes right to where it stays; nowhere when all are out.

@@ -24,7 +24,7 @@ struct DeviceConfig {
     int coderWorkers = 0;            ///< 0: one a core
     ProResBy proRes = ProResBy::Own;
     ProResBy proResDecoder = ProResBy::Own;
-    int rawMegabytes = 200;          ///< raw pictures that may be in use at once
+    int rawMegabytes = 560;          ///< raw pictures that may be in use at once: 16 of 2160p
 
     /// The source behind \a connector; "none" for one that nothing is said about.
     QString source(const OrbId &connector) const;
