@@ -96,10 +96,12 @@ def at_idle(*command):
     return subprocess.run(["chrt", "--idle", "0", *command], capture_output=True, check=True).stdout
 
 
-def number_at(clip, width, *where):
-    line = at_idle("ffmpeg", "-v", "error", "-threads", "1", *where, "-i", clip, "-map", "0:v:0", "-vf",
-                   f"crop={width}:2:0:{rig.BAR_LINES // 2},format=gray", "-fps_mode", "passthrough", "-f", "rawvideo", "-")
-    return [rig.read_bar(line[at:at + width]) for at in range(0, len(line), width * 2)]
+def numbers_in(clip, width, where, count):
+    """The numbers in the pictures from a place in the clip on, at most so many."""
+    lines = at_idle("ffmpeg", "-v", "error", "-threads", "1", *where, "-i", clip, "-map", "0:v:0", "-frames:v", str(count),
+                    "-vf", f"crop={width}:2:0:{rig.BAR_LINES // 2},format=gray", "-fps_mode", "passthrough",
+                    "-f", "rawvideo", "-")
+    return [rig.read_bar(lines[at:at + width]) for at in range(0, len(lines), width * 2)]
 
 
 def numbers_of(clip):
@@ -107,9 +109,7 @@ def numbers_of(clip):
     info = json.loads(at_idle("ffprobe", "-v", "error", "-show_streams", "-of", "json", clip))
     video = stream_of(info, "video")
     width, frames = int(video["width"]), int(video["nb_frames"])
-    first = number_at(clip, width, "-t", "0.001")[0]
-    last = number_at(clip, width, "-sseof", "-0.1")[-1]
-    return first, last, frames
+    return numbers_in(clip, width, [], 1)[0], numbers_in(clip, width, ["-sseof", "-0.1"], 20)[-1], frames
 
 
 class Reel:
