@@ -2,6 +2,7 @@
 rv_library(orbcodecs
     drivers/software/businput.cpp
     drivers/software/codedmemory.cpp
+    drivers/software/largememory.cpp
     drivers/software/decoder.cpp
     drivers/software/encoder.cpp
     drivers/software/ffmpegcoder.cpp

@@ -1,6 +1,7 @@
 #include "liborb/drivers/software/codedmemory.h"
 
-#include <cstdlib>
+#include "liborb/drivers/software/largememory.h"
+
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -11,31 +12,26 @@ namespace {
 
 constexpr std::size_t alignment = 64;
 
-struct FreeMemory {
-    void operator()(std::uint8_t *memory) const { std::free(memory); }
-};
-using Memory = std::unique_ptr<std::uint8_t, FreeMemory>;
-
 } // namespace
 
 /// Outlives its owner as long as pieces are out.
 struct CodedMemory::Shared {
     std::size_t room = 0;
     mutable std::mutex mutex;
-    std::vector<Memory> idle; // guarded
+    std::vector<LargeMemory> idle; // guarded
     bool isOwned = true;      // guarded
 
-    Memory next()
+    LargeMemory next()
     {
         const std::lock_guard lock(mutex);
         if (idle.empty())
-            return Memory(static_cast<std::uint8_t *>(std::aligned_alloc(alignment, room)));
-        Memory memory = std::move(idle.back()); // the one that the caches know
+            return allocateLarge(room);
+        LargeMemory memory = std::move(idle.back()); // the one that the caches know
         idle.pop_back();
         return memory;
     }
 
-    void giveBack(Memory memory)
+    void giveBack(LargeMemory memory)
     {
         const std::lock_guard lock(mutex);
         if (isOwned && idle.size() < static_cast<std::size_t>(mostIdle))
@@ -51,7 +47,7 @@ CodedMemory::CodedMemory(std::size_t room) : _d(std::make_shared<Shared>())
 
 CodedMemory::~CodedMemory()
 {
-    std::vector<Memory> idle;
+    std::vector<LargeMemory> idle;
     const std::lock_guard lock(_d->mutex);
     _d->isOwned = false;
     idle.swap(_d->idle);
@@ -65,11 +61,11 @@ std::size_t CodedMemory::room() const
 CodedPicture CodedMemory::take()
 {
     CodedPicture picture;
-    Memory memory = _d->next();
+    LargeMemory memory = _d->next();
     if (!memory)
         return picture;
     picture.bytes = memory.get();
-    picture.release = [shared = _d, kept = memory.release()] { shared->giveBack(Memory(kept)); };
+    picture.release = [shared = _d, kept = memory.release()] { shared->giveBack(LargeMemory(kept)); };
     return picture;
 }
 

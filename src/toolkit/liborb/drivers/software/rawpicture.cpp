@@ -1,11 +1,11 @@
 #include "liborb/drivers/software/rawpicture.h"
 
+#include "liborb/drivers/software/largememory.h"
 #include "liborb/drivers/software/rawlayout.h"
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 
 namespace ferin {
@@ -22,18 +22,11 @@ constexpr int roundUp(int value, int step)
     return (value + step - 1) / step * step;
 }
 
-struct FreeMemory {
-    void operator()(std::uint8_t *memory) const { std::free(memory); }
-};
-using Memory = std::unique_ptr<std::uint8_t, FreeMemory>;
-
-Memory allocate(const RawLayout &layout)
+LargeMemory allocate(const RawLayout &layout)
 {
-    const std::size_t bytes = (layout.bytes + RawLayout::alignment - 1) / RawLayout::alignment
-                              * RawLayout::alignment;
-    Memory memory(static_cast<std::uint8_t *>(std::aligned_alloc(RawLayout::alignment, bytes)));
+    LargeMemory memory = allocateLarge(layout.bytes);
     if (memory) // the pages are there from now on
-        std::memset(memory.get(), 0, bytes);
+        std::memset(memory.get(), 0, layout.bytes);
     return memory;
 }
 
@@ -76,7 +69,7 @@ picture::View RawLayout::viewOf(std::uint8_t *memory) const
 struct RawPicturePool::Shared {
     struct Slot {
         RawPicture picture;
-        Memory memory;
+        LargeMemory memory;
     };
 
     RawLayout layout;
