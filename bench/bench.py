@@ -34,7 +34,6 @@ RAW_PICTURES = 200          # decoded for ffmpeg; it codes them over and over
 PACED_FRAMES = 250
 RELEASED = 2                # of StorageInUse
 IN_RECORD = 2               # of TransportState
-TICKS = os.sysconf("SC_CLK_TCK")
 
 ENCODER = ["-c:v", "prores_aw", "-profile:v", "2", "-threads:v", "1", "-c:a", "pcm_s24le"]
 FIGURES = re.compile(r"(\d+) \w+: median ([\d.]+) (\w+), 99 % ([\d.]+) \w+, worst ([\d.]+)")
@@ -65,44 +64,12 @@ def latency_rows(name, output, limit, unit, scale=1.0):
 
 # Processes
 
-def cpu_seconds(pid):
-    """User and system time of all threads of a process, those that have ended included."""
-    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
-        fields = stat.read().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / TICKS
-
-
-def thread_seconds(pid):
-    """Processor time of each living thread, by number: (name, seconds)."""
-    found = {}
-    for number in os.listdir(f"/proc/{pid}/task"):
-        try:
-            with open(f"/proc/{pid}/task/{number}/stat", encoding="ascii") as stat:
-                head, _, rest = stat.read().rpartition(")")
-        except OSError:
-            continue
-        fields = rest.split()
-        found[number] = (head.partition("(")[2], (int(fields[11]) + int(fields[12])) / TICKS)
-    return found
-
-
 def by_thread(before, after, per, unit):
     """The busiest kinds of threads in one line."""
-    spent = {}
-    for number, (name, seconds) in after.items():
-        earlier = before[number][1] if number in before else 0.0
-        spent[name] = spent.get(name, 0.0) + seconds - earlier
+    spent = rig.spent_by_kind(before, after)
     busiest = sorted(spent.items(), key=lambda item: -item[1])[:5]
     text = ", ".join(f"{name} {seconds * per:.2f}" for name, seconds in busiest if seconds > 0)
     print(f"    by thread, {unit}: {text}", flush=True)
-
-
-def status_megabytes(pid, key):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith(key + ":"):
-                return int(line.split()[1]) / 1024
-    return 0.0
 
 
 class MemoryWatch:
@@ -118,7 +85,7 @@ class MemoryWatch:
     def _run(self):
         while not self.ends.wait(0.05):
             try:
-                self.peak = max(self.peak, status_megabytes(self.pid, "RssAnon"))
+                self.peak = max(self.peak, rig.status_megabytes(self.pid, "RssAnon"))
             except OSError:
                 return
 
@@ -151,10 +118,10 @@ def start_recorder(bin_dir, source_format):
 def measure_ee(recorder):
     """Processor time of E-E, of one core."""
     pid = recorder.processes["rvd"].pid
-    threads, cpu, wall = thread_seconds(pid), cpu_seconds(pid), time.monotonic()
+    threads, cpu, wall = rig.thread_seconds(pid), rig.cpu_seconds(pid), time.monotonic()
     time.sleep(EE_SECONDS)
-    cpu, wall = cpu_seconds(pid) - cpu, time.monotonic() - wall
-    return cpu / wall, (threads, thread_seconds(pid), 100 / wall)
+    cpu, wall = rig.cpu_seconds(pid) - cpu, time.monotonic() - wall
+    return cpu / wall, (threads, rig.thread_seconds(pid), 100 / wall)
 
 
 def record(recorder):
@@ -164,17 +131,17 @@ def record(recorder):
     pid = recorder.processes["rvd"].pid
     for _ in range(3):
         before = set(recorder.clips())
-        threads, cpu = thread_seconds(pid), cpu_seconds(pid)
+        threads, cpu = rig.thread_seconds(pid), rig.cpu_seconds(pid)
         recorder.do("record")
         time.sleep(RECORD_SECONDS)
         if recorder.get("TransportState") == IN_RECORD:
             recorder.do("stop")
         clip = rig.wait_until("a clip is there", lambda: set(recorder.clips()) - before).pop()
         rig.wait_until("the clip is closed", lambda: recorder.get("StorageInUse") == RELEASED)
-        cpu = cpu_seconds(pid) - cpu
+        cpu = rig.cpu_seconds(pid) - cpu
         frames = int(rig.stream_of(rig.probe(clip), "video")["nb_read_packets"])
         if frames > (RECORD_SECONDS - 1) * RATE:
-            return clip, frames, cpu, (threads, thread_seconds(pid), 1000 / frames)
+            return clip, frames, cpu, (threads, rig.thread_seconds(pid), 1000 / frames)
         print(f"    a recording ended after {frames} frames: too little of the machine is free", flush=True)
     raise rig.Failed("no recording came to its end")
 
@@ -218,9 +185,9 @@ def topic_recording(bin_dir):
         clip, frames, spent, threads = record(recorder)
         show_recording(clip, frames, spent / frames * 1000, ee / RATE * 1000, threads)
         recorder.do("play")
-        cpu, wall = cpu_seconds(pid), time.monotonic()
+        cpu, wall = rig.cpu_seconds(pid), time.monotonic()
         time.sleep(PLAY_SECONDS)
-        play = (cpu_seconds(pid) - cpu) / (time.monotonic() - wall)
+        play = (rig.cpu_seconds(pid) - cpu) / (time.monotonic() - wall)
         show_memory(pid, memory.finish())
         shuttle = run_program(bin_dir, "command_latency", "shuttle", environment=recorder.environment)
         recorder.do("stop")
@@ -262,7 +229,7 @@ def live_recording(bin_dir, source_format, encoder):
                        lambda: recorder.frames(1)[0]["content"] == "live", 20)
         time.sleep(1.5)
         pid = recorder.processes["rvd"].pid
-        cpu = cpu_seconds(pid)
+        cpu = rig.cpu_seconds(pid)
         recorder.ctl("--wait", "record")
         begun, worst = time.monotonic(), 0
         while time.monotonic() - begun < LIVE_SECONDS and recorder.get("TransportState") == IN_RECORD:
@@ -274,7 +241,7 @@ def live_recording(bin_dir, source_format, encoder):
         if is_whole:
             recorder.ctl("--wait", "stop")
         rig.wait_until("the clip is closed", lambda: recorder.get("StorageInUse") == RELEASED, 30)
-        spent = cpu_seconds(pid) - cpu
+        spent = rig.cpu_seconds(pid) - cpu
         frames = sum(int(rig.stream_of(rig.probe(clip), "video")["nb_read_packets"]) for clip in recorder.clips())
         return frames, wall, spent / max(frames, 1) * 1000, median, worst, is_whole
 
@@ -309,7 +276,7 @@ def show_recording(clip, frames, rvd, ee, threads):
 
 def show_memory(pid, peak):
     title(f"Memory of rvd, recording and then playing 1080p{RATE}")
-    highest = status_megabytes(pid, "VmHWM")
+    highest = rig.status_megabytes(pid, "VmHWM")
     row("peak, all (VmHWM)", f"{highest:.0f} MB", "under 400 MB", highest < 400)
     row("peak, private (RssAnon)", f"{peak:.0f} MB")
 

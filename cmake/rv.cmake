@@ -32,8 +32,8 @@ function(rv_library name)
     target_link_libraries(${name} PUBLIC rv_options)
 endfunction()
 
-# rv_has_objects(NAME): the library declares QObjects. The sanitizers' build, which nobody waits for who has included too
-# little, reads Qt's headers once for all of them.
+# rv_has_objects(NAME): the library declares QObjects. The sanitizers' build reads Qt's headers once for all of them; the
+# others see to it that each source includes what it needs.
 function(rv_has_objects name)
     set_target_properties(${name} PROPERTIES AUTOMOC ON)
     if(RV_SANITIZE)

@@ -16,6 +16,7 @@ import threading
 import time
 
 SKIP = 77
+TICKS = os.sysconf("SC_CLK_TCK")
 
 
 class Failed(Exception):
@@ -314,6 +315,46 @@ def playback_only(frames):
 def changes(numbers):
     """The numbers with repeats folded into one."""
     return [n for i, n in enumerate(numbers) if i == 0 or n != numbers[i - 1]]
+
+
+# What a process has used
+
+def cpu_seconds(pid):
+    """User and system time of all threads of a process, those that have ended included."""
+    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
+        fields = stat.read().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / TICKS
+
+
+def thread_seconds(pid):
+    """Processor time of each living thread, by number: (name, seconds)."""
+    found = {}
+    for number in os.listdir(f"/proc/{pid}/task"):
+        try:
+            with open(f"/proc/{pid}/task/{number}/stat", encoding="ascii") as stat:
+                head, _, rest = stat.read().rpartition(")")
+        except OSError:
+            continue
+        fields = rest.split()
+        found[number] = (head.partition("(")[2], (int(fields[11]) + int(fields[12])) / TICKS)
+    return found
+
+
+def spent_by_kind(before, after):
+    """Processor time between two looks at thread_seconds(), by the threads' names."""
+    spent = {}
+    for number, (name, seconds) in after.items():
+        earlier = before[number][1] if number in before else 0.0
+        spent[name] = spent.get(name, 0.0) + seconds - earlier
+    return spent
+
+
+def status_megabytes(pid, key):
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith(key + ":"):
+                return int(line.split()[1]) / 1024
+    return 0.0
 
 
 def main(tests):

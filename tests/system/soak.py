@@ -28,7 +28,7 @@ def ten_minutes_without_a_dropped_frame(bin_dir):
         for _ in range(MINUTES * 6):
             time.sleep(10)
             check(recorder.status()["stateNumber"] == 2, "it records on:\n" + recorder.log_text()[-1500:])
-            memory.append(test_live.resident_mb(recorder.processes["rvd"].pid))
+            memory.append(rig.status_megabytes(recorder.processes["rvd"].pid, "RssAnon"))
         recorder.do("stop")
         rig.wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text(), 30)
         numbers = clip_numbers(recorder.clips()[0])

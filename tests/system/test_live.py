@@ -7,15 +7,14 @@ import subprocess
 import time
 
 import rig
-from rig import Recorder, check, main, stream_of, wait_until
-from test_rollover import Volume, first_in_line
+from rig import check, main, stream_of, wait_until
+from test_rollover import VolumeRecorder, first_in_line
 
 MINUTES = float(os.environ.get("RV_LIVE_MINUTES", "10"))
 HQ = 1                  # of EncodeType
 IN_RECORD = 2
 PACE = 2                # seconds from look to look
 REMOVED_AT_ONCE = 8 << 20
-TICKS = os.sysconf("SC_CLK_TCK")
 # Raster, frames a second, size of each of the two media, and the cores that its coding may take.
 RECORDINGS = {
     "live_1080p60": ("1920x1080", 60, "4g", 1 / 3),
@@ -24,44 +23,15 @@ RECORDINGS = {
 }
 
 
-def resident_mb(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith("RssAnon"):
-                return int(line.split()[1]) / 1024
-    return 0
-
-
-def thread_seconds(pid):
-    """Processor time of the living threads, by kind, and of all that have ever been."""
-    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
-        fields = stat.read().rpartition(")")[2].split()
-    spent = {"all": (int(fields[11]) + int(fields[12])) / TICKS}
-    for number in os.listdir(f"/proc/{pid}/task"):
-        try:
-            with open(f"/proc/{pid}/task/{number}/stat", encoding="ascii") as stat:
-                head, _, rest = stat.read().rpartition(")")
-        except OSError:
-            continue
-        name, fields = head.partition("(")[2], rest.split()
-        spent[name] = spent.get(name, 0) + (int(fields[11]) + int(fields[12])) / TICKS
-    return spent
-
-
-class LiveRecorder(Recorder):
+class LiveRecorder(VolumeRecorder):
     """A recorder with two media in memory and a camera."""
 
     def __init__(self, bin_dir, raster, rate, size):
-        super().__init__(bin_dir, source="bus:/rvd_input_0", medium="none")
+        super().__init__(bin_dir, ["tmpfs", "tmpfs"], size)
         self.raster, self.rate = raster, rate
-        self.volumes = [Volume(path, "tmpfs", size) for path in (self.medium, os.path.join(self.dir, "slot2"))]
-
-    def start_media(self):
-        self.spawn("rvmedia", *[word for volume in self.volumes for word in ("--slot", volume.path)])
 
     def start(self):
-        self.spawn("rvcam", "--size", self.raster, "--rate", str(self.rate), "--pattern", "natural",
-                   preexec_fn=first_in_line)
+        self.spawn("rvcam", "--size", self.raster, "--rate", self.rate, "--pattern", "natural", preexec_fn=first_in_line)
         super().start()
         wait_until("the camera is seen", lambda: self.get("InputFormat") != 0, 60)
         self.set("EncodeType", HQ)
@@ -69,11 +39,6 @@ class LiveRecorder(Recorder):
         self.wait_for("RolloverPath", self.volumes[1].path)
         time.sleep(2)
         return self
-
-    def stop(self):
-        super().stop()
-        for volume in self.volumes:
-            subprocess.run(["umount", "-l", volume.path], stderr=subprocess.DEVNULL, check=False)
 
     def written(self):
         """The paths of the clips on both media in the order of recording."""
@@ -141,18 +106,18 @@ def record(recorder, reel):
     """Records for the time; the memory that the daemon took, and the time of each kind of thread."""
     daemon = recorder.processes["rvd"].pid
     recorder.do("record")
-    begun, before, memory = time.monotonic(), thread_seconds(daemon), []
+    begun, cpu, threads, memory = time.monotonic(), rig.cpu_seconds(daemon), rig.thread_seconds(daemon), []
     while time.monotonic() - begun < MINUTES * 60:
         time.sleep(PACE)
         state = recorder.status()
         check(state["stateNumber"] == IN_RECORD, f"after {time.monotonic() - begun:.0f} s: {json.dumps(state)}\n"
               + recorder.log_text()[-1500:])
         reel.take()
-        memory.append(resident_mb(daemon))
+        memory.append(rig.status_megabytes(daemon, "RssAnon"))
     wall = time.monotonic() - begun
-    spent = {name: (seconds - before.get(name, 0)) / wall for name, seconds in thread_seconds(daemon).items()}
+    spent = {"all": rig.cpu_seconds(daemon) - cpu, **rig.spent_by_kind(threads, rig.thread_seconds(daemon))}
     recorder.do("stop")
-    return memory, spent
+    return memory, {kind: seconds / wall for kind, seconds in spent.items()}
 
 
 def recorded(name):

@@ -68,18 +68,30 @@ class Volume:
         return sorted(name for name in os.listdir(self.path) if name.endswith(".mov"))
 
 
-class RolloverRecorder(Recorder):
-    """A recorder with a slot for each kind of medium and a camera that numbers pictures and samples."""
+class VolumeRecorder(Recorder):
+    """A recorder with a slot for each kind of medium and the input of a camera."""
 
-    disturbances = 0  # recordings that ended for want of a frame, in all
-
-    def __init__(self, bin_dir, kinds):
+    def __init__(self, bin_dir, kinds, size=None):
         super().__init__(bin_dir, source="bus:/rvd_input_0", medium="none")
         names = [self.medium] + [os.path.join(self.dir, f"slot{i + 2}") for i in range(len(kinds) - 1)]
-        self.volumes = [Volume(name, kind) for name, kind in zip(names, kinds)]
+        self.volumes = [Volume(name, kind, size) for name, kind in zip(names, kinds)]
 
     def start_media(self):
         self.spawn("rvmedia", *[word for volume in self.volumes for word in ("--slot", volume.path)])
+
+    def spawn(self, name, *arguments, **options):
+        return super().spawn(name, *map(str, arguments), **options)
+
+    def stop(self):
+        super().stop()
+        for volume in self.volumes:
+            subprocess.run(["umount", "-l", volume.path], stderr=subprocess.DEVNULL, check=False)
+
+
+class RolloverRecorder(VolumeRecorder):
+    """Its camera numbers pictures and samples."""
+
+    disturbances = 0  # recordings that ended for want of a frame, in all
 
     def start(self):
         raster, num, den = FORMAT
@@ -94,14 +106,9 @@ class RolloverRecorder(Recorder):
         time.sleep(1)
         return self
 
-    def spawn(self, name, *arguments, **options):
-        return super().spawn(name, *map(str, arguments), **options)
-
     def stop(self):
         RolloverRecorder.disturbances += self.log_text().count("Recording stopped due to")
         super().stop()
-        for volume in self.volumes:
-            subprocess.run(["umount", "-l", volume.path], stderr=subprocess.DEVNULL, check=False)
 
     def records(self):
         return self.status()["stateNumber"] == IN_RECORD
