@@ -3,9 +3,26 @@
 #include "libbus/bus.h"
 #include "liborb/drivers/software/softwaredriver.h"
 
+#include <QFile>
 #include <QString>
+#include <QTemporaryDir>
 
 #include <memory>
+
+#include <unistd.h>
+
+/// Devices that are opened from now on are configured by \a text, which is kept in \a folder, and by nothing else; the
+/// program bus is the test's own.
+inline bool configureDevice(const QTemporaryDir &folder, const QByteArray &text)
+{
+    const QString path = folder.filePath(QStringLiteral("device.ini"));
+    QFile file(path);
+    qputenv("RVD_DEVICE_CONFIG", path.toUtf8());
+    qputenv("RVD_PROGRAM_BUS", QByteArray("/rvd_device_test_") + QByteArray::number(getpid()));
+    qunsetenv("RVD_INPUT");
+    qunsetenv("RVD_INPUT_FORMAT");
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+}
 
 /// The software device with a host that a test makes listen to what it wants to hear of; the rest is ignored.
 class DeviceHost : public OrbVideoDriverHost

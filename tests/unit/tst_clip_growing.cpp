@@ -1,3 +1,4 @@
+#include "smallmedium.h"
 #include "tst_clip_tools.h"
 
 #include <QDir>
@@ -8,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -347,9 +347,8 @@ void TestClipGrowing::aFullMediumLeavesWhatWasWritten()
 
 void TestClipGrowing::aFullFileSystemLeavesWhatWasWritten()
 {
-    QVERIFY(QDir().mkpath(path("medium")));
-    const std::string mountPoint = stdPath("medium");
-    if (::mount("none", mountPoint.c_str(), "tmpfs", 0, "size=1024k") != 0) {
+    const SmallMedium medium(path("medium"), 1024);
+    if (!medium.isMounted()) {
         QSKIP("a small file system takes the right to mount one");
     }
     const ClipInfo info = sampleInfo();
@@ -361,7 +360,6 @@ void TestClipGrowing::aFullFileSystemLeavesWhatWasWritten()
     ClipReader reader;
     const bool isComplete = !reader.open(stdPath("medium/clip.mov")) && reader.info().isComplete;
     reader.close();
-    ::umount2(mountPoint.c_str(), MNT_DETACH);
     QCOMPARE(openCode, 0);
     QCOMPARE(writeCode, ENOSPC);
     QCOMPARE(closeCode, ENOSPC);
@@ -380,9 +378,8 @@ void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex_data()
 void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex()
 {
     QFETCH(bool, isFlushed);
-    QVERIFY(QDir().mkpath(path("medium")));
-    const std::string mountPoint = stdPath("medium");
-    if (::mount("none", mountPoint.c_str(), "tmpfs", 0, "size=24m") != 0) {
+    const SmallMedium medium(path("medium"), 24 * 1024);
+    if (!medium.isMounted()) {
         QSKIP("a small file system takes the right to mount one");
     }
     // Pictures of unequal sizes make the longest index.
@@ -408,7 +405,6 @@ void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex()
     const auto found = reader.info();
     const qint64 wrong = firstWrongFrame(reader);
     reader.close();
-    ::umount2(mountPoint.c_str(), MNT_DETACH);
     QVERIFY(isFillerOpen);
     QCOMPARE(codes[0], 0);
     QCOMPARE(codes[1], 0);
@@ -423,9 +419,8 @@ void TestClipGrowing::aMediumFilledToTheLastByteTakesTheIndex()
 
 void TestClipGrowing::aMediumThatGetsFullTakesEveryFrameThatItTook()
 {
-    QVERIFY(QDir().mkpath(path("medium")));
-    const std::string mountPoint = stdPath("medium");
-    if (::mount("none", mountPoint.c_str(), "tmpfs", 0, "size=324k") != 0) {
+    const SmallMedium medium(path("medium"), 324);
+    if (!medium.isMounted()) {
         QSKIP("a small file system takes the right to mount one");
     }
     const ClipInfo info = sampleInfo();
@@ -442,7 +437,6 @@ void TestClipGrowing::aMediumThatGetsFullTakesEveryFrameThatItTook()
     const auto found = reader.info();
     const qint64 wrong = firstWrongFrame(reader);
     reader.close();
-    ::umount2(mountPoint.c_str(), MNT_DETACH);
     QCOMPARE(openCode, 0);
     QCOMPARE(code, ENOSPC);
     QCOMPARE(closeCode, ENOSPC);

@@ -245,17 +245,9 @@ private:
 
 void tst_device_lut::initTestCase()
 {
-    const QString path = _dir.filePath(QStringLiteral("device.ini"));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("[inputs]\n602=bars\nformat=320x180p25\n601=bus:");
-    file.write(cameraBus().c_str());
-    file.write("\n[reference]\npresent=true\nlocked=true\n");
-    file.close();
-    qputenv("RVD_DEVICE_CONFIG", path.toUtf8());
-    qputenv("RVD_PROGRAM_BUS", QByteArray("/rvd_lut_test_") + QByteArray::number(getpid()));
-    qunsetenv("RVD_INPUT");
-    qunsetenv("RVD_INPUT_FORMAT");
+    QVERIFY(configureDevice(_dir, "[inputs]\n602=bars\nformat=320x180p25\n601=bus:"
+                                      + QByteArray::fromStdString(cameraBus())
+                                      + "\n[reference]\npresent=true\nlocked=true\n"));
 }
 
 /// The very bytes that the device's coder makes of a picture.

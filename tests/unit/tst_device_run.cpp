@@ -333,17 +333,9 @@ private:
 
 void tst_device_run::initTestCase()
 {
-    const QString path = _dir.filePath(QStringLiteral("device.ini"));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("[inputs]\n601=pattern\nformat=320x180p25\n603=bus:");
-    file.write(Camera::busName().c_str());
-    file.write("\n[reference]\npresent=true\nlocked=true\n");
-    file.close();
-    qputenv("RVD_DEVICE_CONFIG", path.toUtf8());
-    qputenv("RVD_PROGRAM_BUS", QByteArray("/rvd_device_test_") + QByteArray::number(getpid()));
-    qunsetenv("RVD_INPUT");
-    qunsetenv("RVD_INPUT_FORMAT");
+    QVERIFY(configureDevice(_dir, "[inputs]\n601=pattern\nformat=320x180p25\n603=bus:"
+                                      + QByteArray::fromStdString(Camera::busName())
+                                      + "\n[reference]\npresent=true\nlocked=true\n"));
     av_log_set_level(AV_LOG_ERROR);
 }
 

@@ -145,15 +145,7 @@ private:
 
 void ProresDevice::initTestCase()
 {
-    const QString path = _folder.filePath(QStringLiteral("device.ini"));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("[inputs]\n601=pattern\nformat=320x180p50\n");
-    file.close();
-    qputenv("RVD_DEVICE_CONFIG", path.toUtf8());
-    qputenv("RVD_PROGRAM_BUS", QByteArray("/rvd_prores_device_") + QByteArray::number(getpid()));
-    qunsetenv("RVD_INPUT");
-    qunsetenv("RVD_INPUT_FORMAT");
+    QVERIFY(configureDevice(_folder, "[inputs]\n601=pattern\nformat=320x180p50\n"));
 }
 
 void ProresDevice::whatIsRecordedDoesNotDependOnWhenItIsRead_data()

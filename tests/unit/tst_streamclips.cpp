@@ -1,4 +1,5 @@
 #include "liborb/orbstreamcache.h"
+#include "smallmedium.h"
 #include "tst_streamfiles.h"
 
 #include <QDir>
@@ -7,7 +8,6 @@
 
 #include <cerrno>
 
-#include <sys/mount.h>
 #include <unistd.h>
 
 class TestStreamClips : public QObject
@@ -482,28 +482,6 @@ void TestStreamClips::aBrokenPromiseEndsTheClipWithTheFramesBefore()
     QCOMPARE(stream.info().length(), 5);
     QVERIFY(!stream.info().isGrowing());
 }
-
-/// A medium of \a kilobytes, as long as it lives.
-class SmallMedium
-{
-public:
-    SmallMedium(const QString &folder, int kilobytes) : _path(QFile::encodeName(folder))
-    {
-        QDir().mkpath(folder);
-        const QByteArray options = "size=" + QByteArray::number(kilobytes) + 'k';
-        _isMounted = ::mount("tmpfs", _path.constData(), "tmpfs", 0, options.constData()) == 0;
-    }
-    ~SmallMedium()
-    {
-        if (_isMounted)
-            ::umount2(_path.constData(), MNT_DETACH);
-    }
-    bool isMounted() const { return _isMounted; }
-
-private:
-    QByteArray _path;
-    bool _isMounted = false;
-};
 
 void TestStreamClips::aFullMediumIsToldAndTheClipPlaysAsFarAsItWent()
 {
