@@ -3,10 +3,13 @@
 #include "libbus/bus.h"
 #include "liborb/drivers/software/softwaredriver.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <memory>
 
 #include <unistd.h>
@@ -35,6 +38,19 @@ public:
         bus::Writer::remove(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString());
     }
 
+    /// Runs the event loop until \a done says so; false when it does not for so long that it never will.
+    bool until(const std::function<bool()> &done)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (!done()) {
+            if (timer.elapsed() > longestMs)
+                return false;
+            turn();
+        }
+        return true;
+    }
+
     void driverVbi(const OrbVbiInfo &) override {}
     void driverSetupIsDone(const OrbError &error) override
     {
@@ -58,4 +74,11 @@ public:
     bool isOpen = false;
     bool isInSetup = false;
     int dropped = 0;
+
+protected:
+    /// One turn of until().
+    virtual void turn() { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); }
+
+private:
+    static constexpr qint64 longestMs = 60'000; // only a hanging device takes that long
 };

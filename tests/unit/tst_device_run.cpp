@@ -8,7 +8,6 @@
 #include "libpicture/patterns.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
 #include <QTemporaryDir>
@@ -32,7 +31,6 @@ namespace {
 
 constexpr int width = 320;
 constexpr int height = 180;
-constexpr int longestMs = 30'000; // only a hanging device takes that long
 
 OrbImageDesc imageDesc(const OrbId &type)
 {
@@ -131,22 +129,6 @@ public:
         recordFlags.append(data.valueFor(OrbIdCameraRecordFlag).toBool());
     }
 
-    /// Runs the event loop and follows the bus until \a done says so.
-    bool until(const std::function<bool()> &done)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (!done()) {
-            if (timer.elapsed() > longestMs)
-                return false;
-            QCoreApplication::processEvents(QEventLoop::AllEvents);
-            if (!reader.isOpen()
-                && !reader.open(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString()))
-                usleep(2000);
-            look();
-        }
-        return true;
-    }
     bool runSetup(const OrbVideoDeviceSetup &setup)
     {
         isInSetup = true;
@@ -208,6 +190,14 @@ public:
     int writeFailures = 0;
 
 private:
+    /// Follows the bus, too.
+    void turn() override
+    {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+        if (!reader.isOpen() && !reader.open(qEnvironmentVariable("RVD_PROGRAM_BUS").toStdString()))
+            usleep(2000);
+        look();
+    }
     void look()
     {
         bus::Frame frame;

@@ -6,7 +6,6 @@
 #include "libpicture/patterns.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -19,7 +18,6 @@ namespace {
 
 constexpr int width = 320;
 constexpr int height = 180;
-constexpr int longestMs = 60'000; // only a hanging device takes that long
 constexpr int manyWaiting = 7;    // more than a recording lets wait uncoded
 
 OrbImageDesc imageDesc()
@@ -73,17 +71,6 @@ QByteArrayList coded(std::uint32_t first, qsizetype count)
 class Device : public DeviceHost
 {
 public:
-    bool until(const std::function<bool()> &done)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (!done()) {
-            if (timer.elapsed() > longestMs)
-                return false;
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        }
-        return true;
-    }
     /// Until frames have pictures.
     bool capture()
     {
