@@ -17,6 +17,7 @@ import time
 
 SKIP = 77
 TICKS = os.sysconf("SC_CLK_TCK")
+LINES_OF_FAILURE = 80
 
 
 class Failed(Exception):
@@ -68,7 +69,9 @@ class Recorder:
     def __enter__(self):
         return self
 
-    def __exit__(self, *unused):
+    def __exit__(self, kind=None, *unused):
+        if kind:
+            self.print_end_of_log()
         self.stop()
         return False
 
@@ -177,6 +180,11 @@ class Recorder:
                 return log.read()
         except FileNotFoundError:
             return ""
+
+    def print_end_of_log(self):
+        """What led to a failure, for machines that nobody can look at afterwards."""
+        for line in self.log_text().splitlines()[-LINES_OF_FAILURE:]:
+            print("  log:", line, flush=True)
 
     def wait_log(self, text, seconds=10):
         wait_until(f"the log says {text!r}", lambda: text in self.log_text(), seconds)

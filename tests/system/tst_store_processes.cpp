@@ -123,6 +123,23 @@ private slots:
         QVERIFY(config->attributes(eParamAlarm1904)->has("clear_on_play_pressed"));
     }
 
+    /// What a start reads is not told to it a second time, as if somebody had just set it.
+    void listenerHearsNothingThatWasThereBefore()
+    {
+        QCOMPARE(rvctl({"set", "EncodeType", "2"}), 0);
+        QCOMPARE(rvctl({"set", "ReelName", "7"}), 0);
+        for (int i = 0; i < 200; i++) {
+            const auto events = connect(GetEventsURI("udp"));
+            Diary diary;
+            events->registerListener(&diary);
+            unsigned int number = 0;
+            QVERIFY(events->getUInt32(eParamEncodeType, number));
+            QCOMPARE(number, 2u);
+            QTest::qSleep(2);
+            QCOMPARE(diary.lines(), QStringList());
+        }
+    }
+
     void deletedConnectionHearsNothingMore()
     {
         const auto config = connect(GetConfigURI("udp"));

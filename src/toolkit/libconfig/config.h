@@ -77,7 +77,7 @@ public:
     static ConfigFactoryImpl *GetInstance();
 
     /// A new connection, owned by the caller; null when the address is malformed or sockets fail.
-    /// All connections of a process to one store share one view of it. The first waits up to 300 ms
+    /// All connections of a process to one store share one view of it. The first waits up to 1 s
     /// for the store; without one the connection is made all the same and carries on when the store
     /// comes.
     Config *create(const std::string &uri);

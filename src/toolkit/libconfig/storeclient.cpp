@@ -115,7 +115,7 @@ StoreClient::~StoreClient()
 bool StoreClient::waitUntilReady(Milliseconds timeout)
 {
     std::unique_lock lock(_mutex);
-    return _progress.wait_for(lock, timeout, [this] { return _link.isReady(); });
+    return _progress.wait_for(lock, timeout, [this] { return _link.isReady() && !_isTelling; });
 }
 
 bool StoreClient::isReachable() const
@@ -225,6 +225,7 @@ void StoreClient::receive()
         if (size >= 0) {
             const bool wasIdle = _link.isIdle();
             _link.receive({buffer.data(), static_cast<std::size_t>(size)}, monotonicMs(), events);
+            _isTelling = !events.empty();
             if (!wasIdle && _link.isIdle()) {
                 // Who waits goes on while the rest is read.
                 lock.unlock();
@@ -237,9 +238,15 @@ void StoreClient::receive()
         }
     }
     _progress.notify_all();
-    if (!events.empty()) {
-        deliver(events);
+    if (events.empty()) {
+        return;
     }
+    deliver(events);
+    {
+        const std::lock_guard lock(_mutex);
+        _isTelling = false;
+    }
+    _progress.notify_all();
 }
 
 void StoreClient::deliver(const std::vector<ConfigEvent> &events)

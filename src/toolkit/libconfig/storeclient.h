@@ -36,7 +36,8 @@ public:
     StoreClient(const StoreClient &) = delete;
     StoreClient &operator=(const StoreClient &) = delete;
 
-    /// Wait for the first complete list of values. False when it has not come in time.
+    /// Wait for the first complete list of values, until listeners have been told of it: one that is added then hears
+    /// of later changes only. False when it has not come in time. Not for a listener's call.
     bool waitUntilReady(Milliseconds timeout);
     /// Whether the store answers.
     bool isReachable() const;
@@ -73,6 +74,7 @@ private:
     mutable std::mutex _mutex; ///< guards what follows but for the listeners
     std::condition_variable _progress;
     StoreLink _link;
+    bool _isTelling = false; ///< the link has changes that listeners have yet to hear of
     bool _stop = false;
     int _flushing = 0;
     std::int64_t _sleepsUntilMs = 0; ///< when the thread looks again by itself

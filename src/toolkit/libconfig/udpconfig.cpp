@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr std::chrono::milliseconds firstWait{300};
+constexpr std::chrono::milliseconds firstWait{1000};
 
 } // namespace
 

@@ -12,7 +12,7 @@ class StoreClient;
 class UdpConfig : public Config
 {
 public:
-    /// A new connection; null when the address is malformed or sockets fail. Waits up to 300 ms for
+    /// A new connection; null when the address is malformed or sockets fail. Waits up to 1 s for
     /// the store when it is the first.
     static Config *connect(const std::string &uri);
 
