@@ -8,26 +8,53 @@ import time
 
 import rig
 from rig import check, main, stream_of, wait_until
-from test_rollover import VolumeRecorder, first_in_line
+from test_rollover import MAKERS, Volume, VolumeRecorder, first_in_line
 
 MINUTES = float(os.environ.get("RV_LIVE_MINUTES", "10"))
 HQ = 1                  # of EncodeType
 IN_RECORD = 2
 PACE = 2                # seconds from look to look
-REMOVED_AT_ONCE = 8 << 20
 # Raster, frames a second, size of each of the two media, and the cores that its coding may take.
 RECORDINGS = {
-    "live_1080p60": ("1920x1080", 60, "4g", 1 / 3),
-    "live_2160p30": ("3840x2160", 30, "6g", None),
-    "live_2160p60": ("3840x2160", 60, "6g", None),
+    "live_1080p60": ("1920x1080", 60, "4G", 1 / 3),
+    "live_2160p30": ("3840x2160", 30, "6G", None),
+    "live_2160p60": ("3840x2160", 60, "6G", None),
 }
+
+
+class MemoryVolume(Volume):
+    """A file system on a block device whose memory is all there from the beginning, like the blocks of a disk: virtual
+    machines may take milliseconds to find memory that has not been in use."""
+
+    def __init__(self, path, size):
+        self.ground = path + ".memory"
+        os.makedirs(self.ground)
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", self.ground], check=True)
+        super().__init__(path, "ext4", size)
+
+    def make_image(self):
+        self.image = os.path.join(self.ground, "image")
+        subprocess.run(["dd", "if=/dev/zero", f"of={self.image}", "bs=1M", f"count={self.size}", "iflag=count_bytes"],
+                       check=True, stderr=subprocess.DEVNULL)
+        subprocess.run([*MAKERS[self.kind], "-E", "nodiscard", self.image], check=True)
+
+    def mount(self, options="rw"):
+        device = subprocess.run(["losetup", "--find", "--show", "--direct-io=on", self.image], check=True,
+                                capture_output=True, text=True).stdout.strip()
+        subprocess.run(["mount", "-o", options, device, self.path], check=True)
+        subprocess.run(["losetup", "--detach", device], check=True)  # as soon as it is unmounted
+
+    def remove(self):
+        subprocess.run(["umount", "-l", self.ground], check=False)
 
 
 class LiveRecorder(VolumeRecorder):
     """A recorder with two media in memory and a camera."""
 
     def __init__(self, bin_dir, raster, rate, size):
-        super().__init__(bin_dir, ["tmpfs", "tmpfs"], size)
+        super().__init__(bin_dir, [])
+        names = [self.medium, os.path.join(self.dir, "slot2")]
+        self.volumes = [MemoryVolume(name, size) for name in names]
         self.raster, self.rate = raster, rate
 
     def start(self):
@@ -40,20 +67,15 @@ class LiveRecorder(VolumeRecorder):
         time.sleep(2)
         return self
 
+    def stop(self):
+        super().stop()
+        for volume in self.volumes:
+            volume.remove()
+
     def written(self):
         """The paths of the clips on both media in the order of recording."""
         paths = [os.path.join(volume.path, name) for volume in self.volumes for name in volume.clips()]
         return sorted(paths, key=lambda path: int((os.path.basename(path)[:-4].split("_") + ["1"])[1]))
-
-
-def removed(path):
-    """Bit by bit: who gives back gigabytes of memory at once holds up others."""
-    size = os.path.getsize(path)
-    while size > 0:
-        size = max(0, size - REMOVED_AT_ONCE)
-        os.truncate(path, size)
-        time.sleep(0.005)
-    os.remove(path)
 
 
 def at_idle(*command):
@@ -99,7 +121,7 @@ class Reel:
         check(None not in (first, last) and last - first + 1 == frames, f"{path}: {frames} frames, {first} to {last}")
         check(self.last is None or first == self.last + 1, f"{path} begins with {first} after {self.last}")
         self.frames, self.clips, self.last = self.frames + frames, self.clips + 1, last
-        removed(path)
+        os.remove(path)
 
 
 def record(recorder, reel):

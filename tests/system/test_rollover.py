@@ -41,10 +41,13 @@ class Volume:
         self.image = None
         os.makedirs(path, exist_ok=True)
         if kind != "tmpfs":
-            self.image = path + ".img"
-            subprocess.run(["truncate", "-s", self.size, self.image], check=True)
-            subprocess.run([*MAKERS[kind], self.image], check=True)
+            self.make_image()
         self.mount()
+
+    def make_image(self):
+        self.image = self.path + ".img"
+        subprocess.run(["truncate", "-s", self.size, self.image], check=True)
+        subprocess.run([*MAKERS[self.kind], self.image], check=True)
 
     def mount(self, options="rw"):
         source = ["-t", "tmpfs", "-o", f"size={self.size},{options}", "tmpfs"]

@@ -113,6 +113,7 @@ private slots:
     void picturesAreCountedAndComeBack();
     void picturesOutliveTheirPool();
     void memoryIsUsedAgain();
+    void picturesAreReadyBeforeTheyAreTaken();
     void impossibleRastersHaveNoPictures();
 
     void codedPicturesDecodeToThemselves_data();
@@ -178,6 +179,27 @@ void TestCodec::memoryIsUsedAgain()
             QCOMPARE(again->view.stride[p] * 2 % 64, 0);
         }
     }
+}
+
+void TestCodec::picturesAreReadyBeforeTheyAreTaken()
+{
+    RawPicturePool pool(1280, 720, 5);
+    QCOMPARE(pool.ready(), 0);
+    pool.keepReady(2);
+    QTRY_COMPARE(pool.ready(), 2);
+    QCOMPARE(pool.inUse(), 0);
+    std::vector<RawPictureRef> taken;
+    taken.push_back(pool.take());
+    QTRY_COMPARE(pool.ready(), 2);
+    taken.push_back(pool.take());
+    taken.push_back(pool.take());
+    QTRY_COMPARE(pool.ready(), 2); // the last two of five
+    taken.push_back(pool.take());
+    taken.push_back(pool.take());
+    QVERIFY(taken.back());
+    QVERIFY(!pool.take(1));
+    taken.clear();
+    QCOMPARE(pool.ready(), 5); // what has been made stays
 }
 
 void TestCodec::impossibleRastersHaveNoPictures()

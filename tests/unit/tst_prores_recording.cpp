@@ -315,6 +315,9 @@ void ProresRecording::codedMemoryIsUsedAgain()
         for (const CodedPicture &picture : many)
             picture.release();
         QCOMPARE(memory.idle(), CodedMemory::mostIdle);
+        CodedMemory ready(1000);
+        ready.makeReady(3, 2000); // no more than there is room for
+        QCOMPARE(ready.idle(), 3);
     }
     std::memset(left.bytes, 2, 1000); // it outlives its owner
     left.release();

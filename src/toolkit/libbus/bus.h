@@ -36,7 +36,7 @@ constexpr int maxWidth = 4096;
 constexpr int maxHeight = 2160;
 constexpr int maxChannels = 8;
 constexpr int maxSamples = 4096;   ///< audio samples of one frame, each channel
-constexpr int slotCount = 4;
+constexpr int slotCount = 8;       ///< frames that a reader may be late by, less one
 
 /// What travels beside the picture of one frame.
 struct FrameInfo {

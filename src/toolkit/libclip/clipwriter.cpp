@@ -10,15 +10,14 @@
 
 #include "libclip/clipwriter.h"
 
+#include "libclip/commits.h"
 #include "libclip/movfragment.h"
 #include "libclip/movhead.h"
 #include "libclip/movsample.h"
 #include "libclip/rawfile.h"
 
-#include <atomic>
 #include <cerrno>
 #include <limits>
-#include <mutex>
 
 namespace clip {
 
@@ -26,13 +25,6 @@ namespace {
 
 constexpr std::size_t maxPictureBytes = std::size_t(1) << 30;
 constexpr std::uint64_t maxSamples = std::numeric_limits<std::uint32_t>::max();
-
-/// A fragment that is in the file but not yet a fragment to readers.
-struct Uncommitted
-{
-    std::uint64_t offset = 0;
-    std::int64_t framesWithIt = 0;
-};
 
 } // namespace
 
@@ -49,11 +41,7 @@ struct ClipWriter::Private
     std::uint64_t reservedEnd = 0;  ///< up to here there is room
     Error writeError;
 
-    std::mutex mutex;               ///< guards the three below, never held during a wait
-    std::vector<Uncommitted> uncommitted;
-    std::int64_t flippedFrames = 0; ///< committed as soon as the next sync is over
-    Error syncError;
-    std::atomic<std::int64_t> committed { 0 };
+    Commits commits;
 
     Error create(const std::string &newPath);
     Error check(std::span<const std::byte> picture, std::span<const std::byte> sound) const;
@@ -61,7 +49,6 @@ struct ClipWriter::Private
     Error makeRoom(std::uint64_t pictureBytes, std::uint64_t soundBytes);
     Error writeFragment();
     Error giveUpFragment(const Error &error);
-    Error commit();
     Error currentError();
     Error complete();
     Error closeAfter(const Error &error);
@@ -94,13 +81,12 @@ std::int64_t ClipWriter::frames() const
 
 bool ClipWriter::hasUncommitted() const
 {
-    const std::lock_guard lock(_d->mutex);
-    return !_d->uncommitted.empty();
+    return _d->commits.hasPending();
 }
 
 std::int64_t ClipWriter::committedFrames() const
 {
-    return _d->committed.load();
+    return _d->commits.frames();
 }
 
 Error ClipWriter::open(const std::string &path, const ClipInfo &info)
@@ -167,7 +153,7 @@ Error ClipWriter::write(std::span<const std::byte> picture, std::span<const std:
     if (const Error error = _d->writeFragment()) {
         return error;
     }
-    return _d->syncing == Syncing::ByWrite ? _d->commit() : Error { };
+    return _d->syncing == Syncing::ByWrite ? _d->commits.commit(_d->file) : Error { };
 }
 
 Error ClipWriter::Private::check(std::span<const std::byte> picture,
@@ -256,10 +242,7 @@ Error ClipWriter::Private::writeFragment()
     if (places.timecodeOffset != 0) {
         tables.timecodeOffset = places.timecodeOffset;
     }
-    {
-        const std::lock_guard lock(mutex);
-        uncommitted.push_back({ end, std::int64_t(tables.pictureSizes.size()) });
-    }
+    commits.add({ end, places.end, std::int64_t(tables.pictureSizes.size()) });
     end = places.end;
     ++sequence;
     fragment.start(info, tables.pictureSizes.size());
@@ -279,43 +262,9 @@ Error ClipWriter::Private::giveUpFragment(const Error &error)
     return error;
 }
 
-/// One wait for the medium: makes the written fragments durable together with the commits before,
-/// then commits the fragments. A medium that fails here once is never asked again: the system may
-/// have dropped what it could not write and would answer with success.
-Error ClipWriter::Private::commit()
-{
-    std::vector<Uncommitted> durable;
-    std::int64_t flipped = 0;
-    {
-        const std::lock_guard lock(mutex);
-        if (syncError) {
-            return syncError;
-        }
-        durable.swap(uncommitted);
-        flipped = flippedFrames;
-    }
-    Error error = file.sync();
-    if (!error) {
-        committed.store(flipped);
-    }
-    BoxWriter type;
-    type.code("moof");
-    for (const Uncommitted &one : durable) {
-        if (!error) {
-            error = file.writeAt(one.offset + MovFragment::commitOffset, type.bytes());
-        }
-    }
-    const std::lock_guard lock(mutex);
-    syncError = error;
-    if (!error && !durable.empty()) {
-        flippedFrames = durable.back().framesWithIt;
-    }
-    return error;
-}
-
 Error ClipWriter::Private::currentError()
 {
-    const std::lock_guard lock(mutex);
+    const Error syncError = commits.error();
     return syncError ? syncError : writeError;
 }
 
@@ -331,15 +280,15 @@ Error ClipWriter::flush()
         return error;
     }
     // The first makes the fragments durable, the second their commits.
-    if (const Error error = _d->commit()) {
+    if (const Error error = _d->commits.commit(_d->file)) {
         return error;
     }
-    return _d->commit();
+    return _d->commits.commit(_d->file);
 }
 
 Error ClipWriter::sync()
 {
-    return isOpen() ? _d->commit() : systemError(EBADF, "sync clip");
+    return isOpen() ? _d->commits.commit(_d->file) : systemError(EBADF, "sync clip");
 }
 
 Error ClipWriter::stillThere() const
@@ -364,7 +313,7 @@ Error ClipWriter::close()
 /// The steps that are left after \a error, each tried once; the answer is the first error.
 Error ClipWriter::Private::closeAfter(const Error &error)
 {
-    const Error commitError = commit();
+    const Error commitError = commits.commit(file);
     if (commitError) {
         return error ? error : commitError;
     }
@@ -382,7 +331,7 @@ Error ClipWriter::Private::complete()
     if (const Error error = file.writeAt(end, movie)) {
         (void)file.truncate(end);
         if (isForWantOfSpace(error) && !file.sync()) {
-            committed.store(std::int64_t(tables.pictureSizes.size()));
+            commits.setFrames(std::int64_t(tables.pictureSizes.size()));
         }
         return error;
     }
@@ -399,7 +348,7 @@ Error ClipWriter::Private::complete()
     if (const Error error = file.sync()) {
         return error;
     }
-    committed.store(std::int64_t(tables.pictureSizes.size()));
+    commits.setFrames(std::int64_t(tables.pictureSizes.size()));
     return syncDirectoryOf(path);
 }
 
@@ -410,10 +359,7 @@ void ClipWriter::Private::reset()
     end = 0;
     reservedEnd = 0;
     writeError = { };
-    uncommitted.clear();
-    flippedFrames = 0;
-    syncError = { };
-    committed.store(0);
+    commits.reset();
 }
 
 } // namespace clip

@@ -17,6 +17,8 @@ namespace {
 
 /// One system call moves at most this much: some systems cut or refuse more than 2 GiB.
 constexpr std::size_t maxTransfer = std::size_t(1) << 30;
+/// No system has larger ones.
+constexpr std::uint64_t largestPage = std::uint64_t(1) << 16;
 
 bool fitsOffset(std::uint64_t offset, std::size_t length)
 {
@@ -298,6 +300,13 @@ Error RawFile::sync()
         outcome = ::fdatasync(_descriptor);
     } while (outcome < 0 && errno == EINTR);
     return outcome < 0 ? systemError(errno, "sync") : Error { };
+}
+
+void RawFile::forget(std::uint64_t from, std::uint64_t to)
+{
+    // A page that only part of what was forgotten before lay in is still there.
+    const std::uint64_t first = from - from % largestPage;
+    (void)::posix_fadvise(_descriptor, off_t(first), off_t(to - first), POSIX_FADV_DONTNEED);
 }
 
 } // namespace clip

@@ -63,6 +63,9 @@ public:
     }
     /// fdatasync: what is written by now survives a loss of power.
     Error sync();
+    /// What lies between the offsets is on the medium and not needed soon: the system need not keep
+    /// it in memory.
+    void forget(std::uint64_t from, std::uint64_t to);
 
 private:
     struct Time

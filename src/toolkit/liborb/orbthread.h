@@ -7,3 +7,7 @@ void orbNameThread(const char *name);
 /// frame and takes little of it. Threads that it starts are ordinary again. False without the right to it;
 /// the thread then goes on as it was.
 bool orbRaiseThread();
+
+/// Lets the daemon's other threads go before the calling one and those that it starts, for work that takes a processor
+/// for most of a frame. False if the system refuses it.
+bool orbLowerThread();

@@ -117,6 +117,7 @@ void BusInput::setFormat(const bus::Format &format)
     const std::size_t each = std::max<std::size_t>(picture::bytesFor(format.width, format.height), 1);
     const auto count = static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
     _pool = std::make_unique<RawPicturePool>(format.width, format.height, count);
+    _pool->keepReady(picturesReady(format.rateNum, format.rateDen));
 }
 
 /// The picture goes right to where it stays; nowhere when all are out.

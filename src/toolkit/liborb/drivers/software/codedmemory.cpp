@@ -2,6 +2,8 @@
 
 #include "liborb/drivers/software/largememory.h"
 
+#include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -73,6 +75,20 @@ int CodedMemory::idle() const
 {
     const std::lock_guard lock(_d->mutex);
     return static_cast<int>(_d->idle.size());
+}
+
+void CodedMemory::makeReady(int pieces, std::size_t bytes)
+{
+    std::vector<CodedPicture> taken;
+    for (int i = 0; i < pieces; ++i) {
+        taken.push_back(take());
+        if (taken.back().bytes != nullptr)
+            std::memset(taken.back().bytes, 0, std::min(bytes, room()));
+    }
+    for (const CodedPicture &picture : taken) {
+        if (picture.release)
+            picture.release();
+    }
 }
 
 } // namespace ferin

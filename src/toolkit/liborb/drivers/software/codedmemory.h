@@ -22,6 +22,8 @@ public:
     /// A piece of room() bytes, of size 0 so far; null bytes when there is no memory.
     CodedPicture take();
     int idle() const;
+    /// Has \a pieces idle whose first \a bytes are touched.
+    void makeReady(int pieces, std::size_t bytes);
 
     static constexpr int mostIdle = 16;
 

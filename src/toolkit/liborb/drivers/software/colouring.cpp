@@ -21,6 +21,7 @@ void InputColouring::set(const OrbImageLut &lut, const QSize &raster, int most)
         return;
     // One more for the still picture, which is kept.
     _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), most + 1);
+    _pool->keepReady(fewestReady);
     _poolRaster = raster;
     _poolSize = most;
 }

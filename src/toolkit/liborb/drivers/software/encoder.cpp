@@ -25,7 +25,7 @@ constexpr const char *logFile = "encoder.cpp";
 constexpr std::size_t codersKept = 3; ///< formats a worker has a coder ready for
 
 struct Request {
-    RawPictureRef raw; ///< none: another stream begins
+    RawPictureRef raw; ///< none: pictures like desc are expected, or without one another stream begins
     OrbImageDesc desc;
     std::int64_t number = standalone;
     OrbBuffer buffer;
@@ -109,12 +109,15 @@ void EncoderPool::Private::work(WorkQueue<Request> &queue, CoderShelf &&shelf)
 {
     Request request;
     while (queue.pop(request)) {
+        QString problem;
         if (!request.raw) {
-            shelf.beginStream();
+            if (request.desc.isValid())
+                shelf.coderFor(request.desc, problem); // what is wrong shows with the first picture
+            else
+                shelf.beginStream();
             continue;
         }
         const auto begun = std::chrono::steady_clock::now();
-        QString problem;
         CodedPicture bits;
         PictureCoder *coder = shelf.coderFor(request.desc, problem);
         if (coder != nullptr)
@@ -200,6 +203,7 @@ EncoderPool::EncoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Pri
     for (int i = 0; i < count; ++i) {
         _d->workers.emplace_back([d = _d.get()] {
             orbNameThread("coder");
+            orbLowerThread(); // events go first
             d->work(d->singles, CoderShelf(createFfmpegCoder));
         });
     }
@@ -207,6 +211,7 @@ EncoderPool::EncoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Pri
         return;
     _d->workers.emplace_back([d = _d.get(), count] {
         orbNameThread("coder");
+        orbLowerThread();
         d->workOnStreams(count);
     });
 }
@@ -247,6 +252,12 @@ OrbBuffer EncoderPool::promise(const RawPictureRef &raw, const OrbImageDesc &des
 bool EncoderPool::keepsRate(const OrbId &dataType) const
 {
     return _d->isOwn(dataType);
+}
+
+void EncoderPool::expect(const OrbImageDesc &desc)
+{
+    if (_d->isOwn(desc.dataType()))
+        _d->submit({nullptr, desc, standalone, OrbBuffer(), {}});
 }
 
 void EncoderPool::beginStream()

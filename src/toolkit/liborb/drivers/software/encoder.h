@@ -44,6 +44,8 @@ public:
     OrbBuffer promise(const RawPictureRef &raw, const OrbImageDesc &desc, std::int64_t number = standalone);
     /// True when pictures of a stream are coded to a data rate, so that their bytes depend on those before.
     bool keepsRate(const OrbId &dataType) const;
+    /// Pictures like \a desc will come: what it takes to code a stream of them is made ready in the background.
+    void expect(const OrbImageDesc &desc);
     /// What is requested from now on belongs to other streams than what was requested before, whatever its numbers.
     void beginStream();
     EncoderStats stats() const;

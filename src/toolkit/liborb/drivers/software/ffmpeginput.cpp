@@ -326,8 +326,10 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     const std::size_t each = picture::bytesFor(raster.width(), raster.height());
     const auto count =
         static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
-    if (!_pool || _poolRaster != raster)
+    if (!_pool || _poolRaster != raster) {
         _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), count);
+        _pool->keepReady(picturesReady(_rate.num(), _rate.den()));
+    }
     _poolRaster = raster;
     // Sound may come a second after its picture, when there is room to wait for it.
     const int aSecond = _rate.num() / _rate.den() + 1;

@@ -174,7 +174,7 @@ void Machine::prepareSources(const Run &run)
     }
     _inputColour.set(run.setup.inputLut(), raster, raws + 2);
     if (draws && !_pool)
-        _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), raws + 2);
+        makePool(run);
     if (draws && !isInternal)
         _port.generator(); // made here: a beat has no time for it
     if (!isInternal) {
@@ -192,6 +192,8 @@ void Machine::enterMode(const Run &run)
     const int buffers = run.setup.maxBuffers() > 0 ? run.setup.maxBuffers() : defaultBuffers;
     const bool wasPlayback = _run && !_run->setup.isInCapture();
     const bool keepsQueue = !isCapture && wasPlayback && _run->image.size() == run.image.size();
+    if (isCapture)
+        _encoder.expect(run.image);
 
     const std::lock_guard lock(_mutex);
     _capture = CaptureQueue(buffers, _encoder.keepsRate(run.image.dataType()));
@@ -249,10 +251,22 @@ void Machine::postVbi(const OrbTimecode &label)
     });
 }
 
-void Machine::postDrops(int count)
+/// \a why is a literal.
+void Machine::postDrops(int count, const char *why)
 {
     for (int i = 0; i < count; ++i)
-        _mail.postIfRoom([this] { _host->driverFrameDropped(); });
+        _mail.postIfRoom([this, why] { tellDrop(why); });
+}
+
+/// A machine that is too slow loses frames as fast as they come: it says why once a second.
+void Machine::tellDrop(const char *why)
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (!_dropTold || now - *_dropTold > std::chrono::seconds(1)) {
+        _dropTold = now;
+        orbLogOutput(1, logFile, __LINE__, "Frame lost: %s\n", why);
+    }
+    _host->driverFrameDropped();
 }
 
 void Machine::setProperty(const OrbId &id, const QVariant &value)

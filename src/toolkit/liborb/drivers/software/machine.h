@@ -78,15 +78,19 @@ private:
     void beat(const Beat &beat);
     void inputStateChanged(const OrbVideoState &state); // any thread
     void postVbi(const OrbTimecode &label);
-    void postDrops(int count);
+    void postDrops(int count, const char *why);
+
+    // The event loop
+    void tellDrop(const char *why);
 
     // The clock's thread: capture (machine_capture.cpp)
     void captureBeat(const Beat &beat);
     std::vector<Grab> grab(const Beat &beat);
     std::vector<Grab> grabInput(const Beat &beat);
+    void makePool(const Run &run);
     Grab grabGenerator(SignalGenerator &generator, const Beat &beat);
     void colour(Grab &grab);
-    void countSkipped(int frames);
+    void countSkipped(int frames, const char *why);
     void noteInput(const InputFrame &frame);
     void drainInput();
     QByteArray soundBlock();
@@ -132,6 +136,9 @@ private:
     QString _clipName;
     QString _reelName;
     QString _stateText;
+
+    // The event loop only
+    std::optional<std::chrono::steady_clock::time_point> _dropTold;
 
     // The clock's thread only
     EncoderPool _encoder;

@@ -63,14 +63,19 @@ std::vector<Machine::Grab> Machine::grab(const Beat &now)
     return grabInput(now);
 }
 
+/// The memory of what is drawn here.
+void Machine::makePool(const Run &run)
+{
+    _pool = std::make_unique<RawPicturePool>(_poolRaster.width(), _poolRaster.height(), _raws.limit() + 2);
+    _pool->keepReady(picturesReady(run.num, run.den));
+}
+
 Machine::Grab Machine::grabGenerator(SignalGenerator &generator, const Beat &now)
 {
     generator.skip(now.skipped);
-    countSkipped(now.skipped);
-    if (!_pool) {
-        _pool = std::make_unique<RawPicturePool>(_poolRaster.width(), _poolRaster.height(),
-                                                 _raws.limit() + 2);
-    }
+    countSkipped(now.skipped, "the clock was late");
+    if (!_pool)
+        makePool(*_run);
     Grab item;
     item.hasSignal = true;
     item.isShared = generator.isStill();
@@ -90,7 +95,7 @@ std::vector<Machine::Grab> Machine::grabInput(const Beat &now)
     const int due = _port.framesDue(_clock.periodNs(), shiftNs);
     if (shiftNs != 0)
         _clock.shift(shiftNs);
-    countSkipped(_port.newlyLost());
+    countSkipped(_port.newlyLost(), "it was not taken from the input in time");
 
     std::vector<Grab> grabs;
     InputFrame frame;
@@ -130,7 +135,7 @@ void Machine::colour(Grab &item)
 }
 
 /// Frames that are lost before they could be captured.
-void Machine::countSkipped(int frames)
+void Machine::countSkipped(int frames, const char *why)
 {
     if (frames <= 0)
         return;
@@ -138,7 +143,7 @@ void Machine::countSkipped(int frames)
         const std::lock_guard lock(_mutex);
         _captured += frames;
     }
-    postDrops(std::min(frames, mostSkippedTold));
+    postDrops(std::min(frames, mostSkippedTold), why);
 }
 
 /// What comes with the input beside its picture; it is of use in playback too.
@@ -183,7 +188,8 @@ QByteArray Machine::soundBlock()
 OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
 {
     const bool needsRaw = item.hasSignal && !item.isShared;
-    bool isDropped = item.isLost || (needsRaw && _raws.isUsedUp());
+    const bool lacksRaw = item.isLost || (needsRaw && _raws.isUsedUp());
+    bool isDropped = lacksRaw;
     CaptureEntry entry;
     OrbBuffer hooked;
     if (!isDropped)
@@ -207,7 +213,7 @@ OrbTimecode Machine::capture(const Grab &item, const QByteArray &sound)
         }
     }
     if (isDropped)
-        postDrops(1);
+        postDrops(1, lacksRaw ? "too many pictures wait for the coder" : "too many frames wait to be read");
     return label;
 }
 

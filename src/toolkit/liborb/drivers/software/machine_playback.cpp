@@ -61,7 +61,7 @@ void Machine::playbackBeat(const Beat &now)
     }
     _output.show(out);
     if (isDrop)
-        postDrops(1);
+        postDrops(1, "it was not ready to be shown in time");
     postVbi(label);
 }
 

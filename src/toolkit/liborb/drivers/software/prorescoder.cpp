@@ -16,6 +16,8 @@ namespace ferin {
 
 namespace {
 
+constexpr int piecesReady = CodedMemory::mostIdle; ///< coded pictures on their way to a medium
+
 struct ProfileRow {
     OrbIdValue dataType;
     prores::Profile profile;
@@ -63,6 +65,7 @@ public:
     ProResCoder(const prores::Format &format, prores::Workers *workers)
         : _encoder(format, {}, workers), _memory(_encoder.room())
     {
+        _memory.makeReady(piecesReady, prores::usualFrameBytes(format));
     }
 
     void expect(std::int64_t number) override

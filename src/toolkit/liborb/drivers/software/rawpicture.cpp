@@ -2,6 +2,7 @@
 
 #include "liborb/drivers/software/largememory.h"
 #include "liborb/drivers/software/rawlayout.h"
+#include "liborb/orbthread.h"
 
 #include <algorithm>
 #include <chrono>
@@ -65,7 +66,8 @@ picture::View RawLayout::viewOf(std::uint8_t *memory) const
     return view;
 }
 
-/// Outlives the pool as long as pictures are out.
+/// Outlives the pool as long as pictures are out. Whoever needs new memory gets it without the lock: pages that the
+/// machine has yet to find may take longer than a frame.
 struct RawPicturePool::Shared {
     struct Slot {
         RawPicture picture;
@@ -76,27 +78,35 @@ struct RawPicturePool::Shared {
     int count = 0;
     mutable std::mutex mutex;
     std::condition_variable back;
+    std::condition_variable taken;
     std::vector<std::unique_ptr<Slot>> idle; // guarded
+    int made = 0;                            // guarded; idle, out, or about to be
     int out = 0;                             // guarded
     bool poolGone = false;                   // guarded
 
-    /// An idle picture, or a new one while there may be more; the lock is held.
-    std::unique_ptr<Slot> next()
+    bool has() const { return !idle.empty() || made < count; }
+
+    /// An idle picture, or a new one while there may be more.
+    std::unique_ptr<Slot> next(std::unique_lock<std::mutex> &lock)
     {
-        if (layout.bytes == 0 || out >= count)
+        if (idle.empty())
+            return made < count ? make(lock) : nullptr;
+        std::unique_ptr<Slot> slot = std::move(idle.back()); // the one used last is the one the caches know
+        idle.pop_back();
+        return slot;
+    }
+
+    std::unique_ptr<Slot> make(std::unique_lock<std::mutex> &lock)
+    {
+        ++made;
+        lock.unlock();
+        auto slot = std::make_unique<Slot>();
+        slot->memory = allocate(layout);
+        lock.lock();
+        if (!slot->memory) {
+            --made;
             return nullptr;
-        std::unique_ptr<Slot> slot;
-        if (!idle.empty()) {
-            slot = std::move(idle.back()); // the one used last is the one the caches know
-            idle.pop_back();
-        } else {
-            slot = std::make_unique<Slot>();
-            slot->memory = allocate(layout);
-            if (!slot->memory)
-                return nullptr;
         }
-        slot->picture.view = layout.viewOf(slot->memory.get());
-        ++out;
         return slot;
     }
 
@@ -110,21 +120,54 @@ struct RawPicturePool::Shared {
         }
         back.notify_one();
     }
+
+    /// Runs on a thread of its own until the pool goes.
+    void keepReady(std::size_t ahead)
+    {
+        std::unique_lock lock(mutex);
+        const auto isShort = [this, ahead] { return idle.size() < ahead && made < count; };
+        while (true) {
+            taken.wait(lock, [this, &isShort] { return poolGone || isShort(); });
+            if (poolGone)
+                return;
+            std::unique_ptr<Slot> slot = make(lock);
+            if (!slot)
+                return; // whoever needs one will see for himself
+            idle.insert(idle.begin(), std::move(slot));
+            back.notify_one();
+        }
+    }
 };
 
 RawPicturePool::RawPicturePool(int width, int height, int count) : _d(std::make_shared<Shared>())
 {
     _d->layout = RawLayout::of(width, height);
-    _d->count = std::max(count, 0);
+    _d->count = _d->layout.bytes > 0 ? std::max(count, 0) : 0;
     _d->idle.reserve(static_cast<std::size_t>(_d->count));
 }
 
 RawPicturePool::~RawPicturePool()
 {
     std::vector<std::unique_ptr<Shared::Slot>> idle;
-    const std::lock_guard lock(_d->mutex);
-    _d->poolGone = true;
-    idle.swap(_d->idle);
+    {
+        const std::lock_guard lock(_d->mutex);
+        _d->poolGone = true;
+        idle.swap(_d->idle);
+    }
+    _d->taken.notify_all();
+    if (_ahead.joinable())
+        _ahead.join();
+}
+
+void RawPicturePool::keepReady(int ahead)
+{
+    if (_ahead.joinable())
+        return;
+    _ahead = std::thread([shared = _d, ahead] {
+        orbNameThread("pictures");
+        orbLowerThread();
+        shared->keepReady(static_cast<std::size_t>(ahead));
+    });
 }
 
 RawPictureRef RawPicturePool::take()
@@ -137,15 +180,16 @@ RawPictureRef RawPicturePool::take(int waitMs)
     std::unique_ptr<Shared::Slot> slot;
     {
         std::unique_lock lock(_d->mutex);
-        slot = _d->next();
-        if (!slot && waitMs > 0) {
-            _d->back.wait_for(lock, std::chrono::milliseconds(waitMs),
-                              [this] { return _d->out < _d->count; });
-            slot = _d->next();
-        }
+        if (waitMs > 0)
+            _d->back.wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return _d->has(); });
+        slot = _d->next(lock);
+        if (slot)
+            ++_d->out;
     }
+    _d->taken.notify_one();
     if (!slot)
         return nullptr;
+    slot->picture.view = _d->layout.viewOf(slot->memory.get());
     RawPicture *picture = &slot->picture;
     return RawPictureRef(picture, [shared = _d, kept = slot.release()](RawPicture *) {
         shared->giveBack(std::unique_ptr<Shared::Slot>(kept));
@@ -156,6 +200,12 @@ int RawPicturePool::inUse() const
 {
     const std::lock_guard lock(_d->mutex);
     return _d->out;
+}
+
+int RawPicturePool::ready() const
+{
+    const std::lock_guard lock(_d->mutex);
+    return static_cast<int>(_d->idle.size());
 }
 
 int RawPicturePool::count() const
