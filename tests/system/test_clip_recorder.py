@@ -17,6 +17,8 @@ RATE = 25
 REEL = "042"
 STILL = 15              # of TransportState
 IN_USE, RELEASED = 1, 2 # of StorageInUse
+HQ = 1                  # of EncodeType
+LARGE = 120 << 20       # some five seconds of HQ
 
 # width, height, scan, rate key, InputFormat of the store, data type, channels, drop frame
 RECORDED = (
@@ -147,6 +149,27 @@ def a_growing_clip_opens_in_other_programs(bin_dir):
         print(f"       ffprobe while it grows: {counts}; {len(whole)} frames at the end", flush=True)
 
 
+def what_is_recorded_does_not_fill_the_memory(bin_dir):
+    """A recording is larger than the memory: what is safe on the medium gives its own back to others."""
+    with Recorder(bin_dir, source_format="1920x1080p25", medium="loop", size="512m") as recorder:
+        recorder.start()
+        recorder.wait_for("InputFormat", 20)
+        recorder.set("EncodeType", HQ)
+        time.sleep(1)
+        recorder.do("record")
+        clip = wait_until("a clip is there", recorder.clips)[0]
+        wait_until("it is large", lambda: os.path.getsize(clip) > LARGE, 20)
+        size = os.path.getsize(clip)
+        told = subprocess.run(["fincore", "--bytes", "--noheadings", "--output", "RES", clip], capture_output=True,
+                              text=True, check=True)
+        cached = int(told.stdout)
+        recorder.do("stop")
+        wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
+        check(cached < size / 2, f"{cached >> 20} of {size >> 20} MB are kept in memory")
+        numbers = check_numbers(clip)
+        print(f"       {cached >> 20} of {size >> 20} MB in memory; {len(numbers)} frames", flush=True)
+
+
 def play_in_another_recorder(bin_dir, medium, name):
     """The other recorder, in namespaces of its own: plays the clip from a medium that it may only read, winds to its end,
     plays on from there, and tells where it was."""
@@ -225,4 +248,4 @@ if __name__ == "__main__":
         play_in_another_recorder(sys.argv[1], *sys.argv[3:])
     else:
         main([formats_of_every_kind_are_recorded_right, a_growing_clip_opens_in_other_programs,
-              a_growing_clip_is_played_by_another_recorder_and_followed])
+              a_growing_clip_is_played_by_another_recorder_and_followed, what_is_recorded_does_not_fill_the_memory])

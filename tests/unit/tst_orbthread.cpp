@@ -41,7 +41,8 @@ private slots:
         std::thread([&] {
             setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), -20); // refused without the right to it
             before = niceOfThread();
-            QVERIFY(orbLowerThread());
+            QVERIFY(orbLowerThread(OrbWork::Background));
+            QVERIFY(orbLowerThread(OrbWork::Coding)); // more urgent: it stays
             lowered = niceOfThread();
             std::thread([&started] { started = niceOfThread(); }).join();
         }).join();

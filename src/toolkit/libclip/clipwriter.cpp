@@ -331,7 +331,7 @@ Error ClipWriter::Private::complete()
     if (const Error error = file.writeAt(end, movie)) {
         (void)file.truncate(end);
         if (isForWantOfSpace(error) && !file.sync()) {
-            commits.setFrames(std::int64_t(tables.pictureSizes.size()));
+            commits.allAreCommitted(file, std::int64_t(tables.pictureSizes.size()), end);
         }
         return error;
     }
@@ -348,7 +348,7 @@ Error ClipWriter::Private::complete()
     if (const Error error = file.sync()) {
         return error;
     }
-    commits.setFrames(std::int64_t(tables.pictureSizes.size()));
+    commits.allAreCommitted(file, std::int64_t(tables.pictureSizes.size()), end);
     return syncDirectoryOf(path);
 }
 

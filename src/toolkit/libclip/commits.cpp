@@ -43,6 +43,19 @@ Error Commits::error() const
     return _error;
 }
 
+void Commits::allAreCommitted(RawFile &file, std::int64_t frames, std::uint64_t end)
+{
+    std::uint64_t forgotten = 0;
+    {
+        const std::lock_guard lock(_mutex);
+        forgotten = std::exchange(_forgotten, std::max(_forgotten, end));
+    }
+    _frames.store(frames);
+    if (end > forgotten) {
+        file.forget(forgotten, end);
+    }
+}
+
 /// What is committed for good leaves the system's memory: a recording is larger than that and read much later, and new
 /// memory all the time is dearer than the same again and again.
 Error Commits::commit(RawFile &file)

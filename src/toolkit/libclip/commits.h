@@ -33,7 +33,8 @@ public:
     Error error() const;
     /// Frames that are committed for good.
     std::int64_t frames() const { return _frames.load(); }
-    void setFrames(std::int64_t frames) { _frames.store(frames); }
+    /// All is: so many frames, up to \a end.
+    void allAreCommitted(RawFile &file, std::int64_t frames, std::uint64_t end);
 
 private:
     mutable std::mutex _mutex;        // guards what follows but for the last, never held during a wait

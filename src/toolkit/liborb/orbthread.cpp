@@ -9,8 +9,6 @@ namespace {
 
 /// Low among the real-time priorities: kernel threads and audio go first.
 constexpr int frameDeadlinePriority = 5;
-/// A tenth of the weight of the daemon's other threads, which it starts with the highest.
-constexpr int niceOfLongWork = -10;
 
 } // namespace
 
@@ -26,9 +24,9 @@ bool orbRaiseThread()
     return sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &parameters) == 0;
 }
 
-bool orbLowerThread()
+bool orbLowerThread(OrbWork work)
 {
     const auto self = static_cast<id_t>(gettid());
-    return getpriority(PRIO_PROCESS, self) >= niceOfLongWork ||
-           setpriority(PRIO_PROCESS, self, niceOfLongWork) == 0;
+    const int nice = static_cast<int>(work);
+    return getpriority(PRIO_PROCESS, self) >= nice || setpriority(PRIO_PROCESS, self, nice) == 0;
 }

@@ -8,6 +8,12 @@ void orbNameThread(const char *name);
 /// the thread then goes on as it was.
 bool orbRaiseThread();
 
-/// Lets the daemon's other threads go before the calling one and those that it starts, for work that takes a processor
-/// for most of a frame. False if the system refuses it.
-bool orbLowerThread();
+/// Work that goes after the event loop, by its nice value. What has the deeper queue before it goes later.
+enum class OrbWork {
+    Coding = -15,
+    Background = -10, ///< reading and writing clips, finding memory
+};
+
+/// Lets the daemon's more urgent threads go before the calling one and those that it starts, for work that takes a
+/// processor for a good part of a frame. Never makes it more urgent. False if the system refuses it.
+bool orbLowerThread(OrbWork work);

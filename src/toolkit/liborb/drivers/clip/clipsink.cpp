@@ -193,6 +193,7 @@ void ClipSink::startSyncing()
     try {
         _syncThread = std::thread([this] {
         orbNameThread("clip sync");
+        orbLowerThread(OrbWork::Background);
         syncUntilStopped();
     });
         _writer.setSyncing(clip::ClipWriter::Syncing::BySync);

@@ -25,7 +25,7 @@ public:
     /// Has \a pieces idle whose first \a bytes are touched.
     void makeReady(int pieces, std::size_t bytes);
 
-    static constexpr int mostIdle = 16;
+    static constexpr int mostIdle = 64;
 
 private:
     struct Shared;

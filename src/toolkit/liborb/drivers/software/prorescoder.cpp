@@ -16,7 +16,7 @@ namespace ferin {
 
 namespace {
 
-constexpr int piecesReady = CodedMemory::mostIdle; ///< coded pictures on their way to a medium
+constexpr int piecesReady = 32; ///< coded pictures on their way to a medium
 
 struct ProfileRow {
     OrbIdValue dataType;

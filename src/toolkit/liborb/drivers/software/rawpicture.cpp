@@ -165,7 +165,7 @@ void RawPicturePool::keepReady(int ahead)
         return;
     _ahead = std::thread([shared = _d, ahead] {
         orbNameThread("pictures");
-        orbLowerThread();
+        orbLowerThread(OrbWork::Background);
         shared->keepReady(static_cast<std::size_t>(ahead));
     });
 }
