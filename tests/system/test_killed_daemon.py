@@ -225,7 +225,7 @@ def a_clip_left_on_exfat_is_completed(bin_dir):
 
 # One system call fails -----------------------------------------------------------------------------------------
 
-CALLS = ("openat", "pwrite64", "fdatasync", "fsync", "fallocate", "ftruncate", "unlink", "flock", "fstatfs", "write")
+CALLS = ("openat", "pwrite64", "fdatasync", "fsync", "fallocate", "ftruncate", "unlink", "flock", "fstatfs", "write", "fadvise64")
 
 
 class Failing:

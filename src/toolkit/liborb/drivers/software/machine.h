@@ -15,6 +15,7 @@
 #include "liborb/drivers/software/timecodegenerator.h"
 #include "liborb/ifaces/videodriver.h"
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
