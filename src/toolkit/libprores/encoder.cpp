@@ -109,9 +109,11 @@ Encoder::Private::Private(const Format &f, const Settings &s, Workers *w)
         if (band.rows == 0)
             continue;
         band.scratch = std::make_unique<SliceScratch>();
-        band.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(
-            static_cast<std::size_t>(band.rows) * static_cast<std::size_t>(slicesPerRow)
-            * SliceCoder::largestSliceBytes());
+        const std::size_t room = static_cast<std::size_t>(band.rows) * static_cast<std::size_t>(slicesPerRow)
+                                 * SliceCoder::largestSliceBytes();
+        band.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(room);
+        // What is usually used is in memory from now on: the first frame takes no longer than the others.
+        std::memset(band.bytes.get(), 0, std::min(room, wanted / static_cast<std::size_t>(count) * 2));
         band.rowEnds.resize(static_cast<std::size_t>(band.rows));
         bands.push_back(std::move(band));
     }
