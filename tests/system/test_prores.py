@@ -68,6 +68,32 @@ def the_status_says_how_a_recording_keeps_up(bin_dir):
             check(all(now[name] == last[name] for name in names) and int(now["codingTimeMs"]) > 0, f"{last} {now}")
 
 
+def urgency(pid, name):
+    """The nice values of a process's threads of that name; None for one with real-time priority."""
+    found = set()
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{thread}/stat", encoding="ascii") as stat:
+            head, _, rest = stat.read().rpartition(")")
+        fields = rest.split()
+        if head.partition("(")[2] == name:
+            found.add(None if int(fields[15]) < 0 else int(fields[16]))
+    return found
+
+
+def what_has_the_deeper_queue_goes_later(bin_dir):
+    with Recorder(bin_dir, source_format="1280x720p25") as recorder:
+        recorder.start()
+        time.sleep(1)
+        recorder.do("record")
+        pid = recorder.processes["rvd"].pid
+        wait_until("a clip is written", lambda: urgency(pid, "clip sync"))
+        seen = {name: urgency(pid, name) for name in ("frameclock", "rvd", "coder", "decoder", "clip I/O", "clip sync", "pictures")}
+        recorder.do("stop")
+        wanted = {"frameclock": {None}, "rvd": {-20}, "coder": {-15}, "decoder": {-15}, "clip I/O": {-10},
+                  "clip sync": {-10}, "pictures": {-10}}
+        check(seen == wanted, str(seen))
+
+
 def the_codec_library_records_when_the_device_says_so(bin_dir):
     with Recorder(bin_dir, source_format="1280x720p25") as recorder:
         file = os.path.join(recorder.dir, "device.ini")
@@ -82,4 +108,4 @@ def the_codec_library_records_when_the_device_says_so(bin_dir):
 
 if __name__ == "__main__":
     main([the_own_encoder_records_every_frame, the_status_says_how_a_recording_keeps_up,
-          the_codec_library_records_when_the_device_says_so])
+          what_has_the_deeper_queue_goes_later, the_codec_library_records_when_the_device_says_so])

@@ -2,6 +2,7 @@
 
 #include <QTest>
 
+#include <algorithm>
 #include <array>
 #include <thread>
 
@@ -14,6 +15,17 @@ namespace {
 int niceOfThread()
 {
     return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+}
+
+/// Of a thread that a thread with that work has started.
+int ranked(OrbWork work)
+{
+    int nice = 0;
+    std::thread([&nice, work] {
+        orbRankThread(work);
+        std::thread([&nice] { nice = niceOfThread(); }).join();
+    }).join();
+    return nice;
 }
 
 } // namespace
@@ -33,22 +45,38 @@ private slots:
         QCOMPARE(name.data(), "frameclock");
     }
 
-    void loweredThreadsAndWhatTheyStartGoAfterTheOthers()
+    void workGoesBehindTheFirstThreadAndNeverBeforeIt()
     {
-        int before = 0;
-        int lowered = 0;
-        int started = 0;
+        const auto self = static_cast<id_t>(getpid());
+        const int own = niceOfThread();
+        QCOMPARE(ranked(OrbWork::Coding), std::max(own, -15)); // a tool's threads stay as they are
+        if (setpriority(PRIO_PROCESS, self, -20) != 0)
+            QSKIP("takes the right to it");
+        const int coding = ranked(OrbWork::Coding);
+        const int background = ranked(OrbWork::Background);
+        setpriority(PRIO_PROCESS, self, own);
+        QCOMPARE(coding, -15);
+        QCOMPARE(background, -10);
+        QCOMPARE(niceOfThread(), own);
+    }
+
+    /// The picture pools' threads are started so; what the system gives them first has no place in the order.
+    void threadsOfRealTimeOnesFindTheirPlaceToo()
+    {
+        const auto self = static_cast<id_t>(getpid());
+        const int own = niceOfThread();
+        if (setpriority(PRIO_PROCESS, self, -20) != 0)
+            QSKIP("takes the right to it");
+        int background = 0;
+        bool isRaised = false;
         std::thread([&] {
-            setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), -20); // refused without the right to it
-            before = niceOfThread();
-            QVERIFY(orbLowerThread(OrbWork::Background));
-            QVERIFY(orbLowerThread(OrbWork::Coding)); // more urgent: it stays
-            lowered = niceOfThread();
-            std::thread([&started] { started = niceOfThread(); }).join();
+            isRaised = orbRaiseThread();
+            background = ranked(OrbWork::Background);
         }).join();
-        QCOMPARE(lowered, std::max(before, -10)); // never raised
-        QCOMPARE(started, lowered);
-        QCOMPARE(niceOfThread(), 0);
+        setpriority(PRIO_PROCESS, self, own);
+        if (!isRaised)
+            QSKIP("takes the right to real-time priority");
+        QCOMPARE(background, -10);
     }
 };
 

@@ -1,5 +1,7 @@
 #include "liborb/orbthread.h"
 
+#include <algorithm>
+
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -24,9 +26,9 @@ bool orbRaiseThread()
     return sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &parameters) == 0;
 }
 
-bool orbLowerThread(OrbWork work)
+bool orbRankThread(OrbWork work)
 {
+    const int first = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
     const auto self = static_cast<id_t>(gettid());
-    const int nice = static_cast<int>(work);
-    return getpriority(PRIO_PROCESS, self) >= nice || setpriority(PRIO_PROCESS, self, nice) == 0;
+    return setpriority(PRIO_PROCESS, self, std::max(first, static_cast<int>(work))) == 0;
 }

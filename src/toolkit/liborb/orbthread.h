@@ -14,6 +14,7 @@ enum class OrbWork {
     Background = -10, ///< reading and writing clips, finding memory
 };
 
-/// Lets the daemon's more urgent threads go before the calling one and those that it starts, for work that takes a
-/// processor for a good part of a frame. Never makes it more urgent. False if the system refuses it.
-bool orbLowerThread(OrbWork work);
+/// Gives the calling thread, and those that it starts, its place behind the event loop; never one before the process's
+/// first thread, so that tools which do the same work stay as they are. A thread that one with real-time priority has
+/// started is ordinary until then. False if the system refuses it.
+bool orbRankThread(OrbWork work);

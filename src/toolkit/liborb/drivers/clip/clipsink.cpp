@@ -193,7 +193,7 @@ void ClipSink::startSyncing()
     try {
         _syncThread = std::thread([this] {
         orbNameThread("clip sync");
-        orbLowerThread(OrbWork::Background);
+        orbRankThread(OrbWork::Background);
         syncUntilStopped();
     });
         _writer.setSyncing(clip::ClipWriter::Syncing::BySync);

@@ -139,7 +139,7 @@ bool IoWorker::start()
         // The thread holds the state, which outlives a worker left behind.
         _state->thread = std::thread([state = _state] {
             orbNameThread("clip I/O");
-            orbLowerThread(OrbWork::Background);
+            orbRankThread(OrbWork::Background);
             state->run();
         });
     } catch (const std::system_error &) {

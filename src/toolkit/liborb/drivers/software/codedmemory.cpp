@@ -21,7 +21,7 @@ struct CodedMemory::Shared {
     std::size_t room = 0;
     mutable std::mutex mutex;
     std::vector<LargeMemory> idle; // guarded
-    bool isOwned = true;      // guarded
+    bool isOwned = true;           // guarded
 
     LargeMemory next()
     {

@@ -9,7 +9,7 @@
 namespace ferin {
 
 /// Memory for coded pictures, all of one room. What comes back is given out again, so that its pages are touched
-/// once only; more than a few idle pieces are not kept. Thread-safe; what is out may outlive it.
+/// once only; more than mostIdle idle pieces are not kept. Thread-safe; what is out may outlive it.
 class CodedMemory
 {
 public:

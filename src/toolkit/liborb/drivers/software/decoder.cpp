@@ -195,7 +195,7 @@ DecoderPool::DecoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Pri
     for (int i = workerCount(workers); i > 0; --i)
         _d->workers.emplace_back([d = _d.get(), proRes] {
             orbNameThread("decoder");
-            orbLowerThread(OrbWork::Coding);
+            orbRankThread(OrbWork::Coding);
             d->work(proRes);
         });
 }

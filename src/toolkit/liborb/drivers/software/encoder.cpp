@@ -203,7 +203,7 @@ EncoderPool::EncoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Pri
     for (int i = 0; i < count; ++i) {
         _d->workers.emplace_back([d = _d.get()] {
             orbNameThread("coder");
-            orbLowerThread(OrbWork::Coding);
+            orbRankThread(OrbWork::Coding);
             d->work(d->singles, CoderShelf(createFfmpegCoder));
         });
     }
@@ -211,7 +211,7 @@ EncoderPool::EncoderPool(int workers, ProResBy proRes) : _d(std::make_shared<Pri
         return;
     _d->workers.emplace_back([d = _d.get(), count] {
         orbNameThread("coder");
-        orbLowerThread(OrbWork::Coding);
+        orbRankThread(OrbWork::Coding);
         d->workOnStreams(count);
     });
 }

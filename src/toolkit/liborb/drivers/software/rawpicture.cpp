@@ -82,8 +82,10 @@ struct RawPicturePool::Shared {
     std::vector<std::unique_ptr<Slot>> idle; // guarded
     int made = 0;                            // guarded; idle, out, or about to be
     int out = 0;                             // guarded
+    std::size_t ahead = 0;                   // guarded; pictures that are kept ready
     bool poolGone = false;                   // guarded
 
+    bool isShort() const { return idle.size() < ahead && made < count; }
     bool has() const { return !idle.empty() || made < count; }
 
     /// An idle picture, or a new one while there may be more.
@@ -122,12 +124,11 @@ struct RawPicturePool::Shared {
     }
 
     /// Runs on a thread of its own until the pool goes.
-    void keepReady(std::size_t ahead)
+    void keepReady()
     {
         std::unique_lock lock(mutex);
-        const auto isShort = [this, ahead] { return idle.size() < ahead && made < count; };
         while (true) {
-            taken.wait(lock, [this, &isShort] { return poolGone || isShort(); });
+            taken.wait(lock, [this] { return poolGone || isShort(); });
             if (poolGone)
                 return;
             std::unique_ptr<Slot> slot = make(lock);
@@ -163,10 +164,11 @@ void RawPicturePool::keepReady(int ahead)
 {
     if (_ahead.joinable())
         return;
-    _ahead = std::thread([shared = _d, ahead] {
+    _d->ahead = static_cast<std::size_t>(std::max(ahead, 0));
+    _ahead = std::thread([shared = _d] {
         orbNameThread("pictures");
-        orbLowerThread(OrbWork::Background);
-        shared->keepReady(static_cast<std::size_t>(ahead));
+        orbRankThread(OrbWork::Background);
+        shared->keepReady();
     });
 }
 
@@ -178,6 +180,7 @@ RawPictureRef RawPicturePool::take()
 RawPictureRef RawPicturePool::take(int waitMs)
 {
     std::unique_ptr<Shared::Slot> slot;
+    bool isShort = false;
     {
         std::unique_lock lock(_d->mutex);
         if (waitMs > 0)
@@ -185,8 +188,10 @@ RawPictureRef RawPicturePool::take(int waitMs)
         slot = _d->next(lock);
         if (slot)
             ++_d->out;
+        isShort = _d->isShort();
     }
-    _d->taken.notify_one();
+    if (isShort)
+        _d->taken.notify_one();
     if (!slot)
         return nullptr;
     slot->picture.view = _d->layout.viewOf(slot->memory.get());
