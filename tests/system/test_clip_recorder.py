@@ -149,6 +149,12 @@ def a_growing_clip_opens_in_other_programs(bin_dir):
         print(f"       ffprobe while it grows: {counts}; {len(whole)} frames at the end", flush=True)
 
 
+def megabytes_in_memory(path):
+    told = subprocess.run(["fincore", "--bytes", "--noheadings", "--output", "RES", path], capture_output=True,
+                          text=True, check=True)
+    return int(told.stdout) >> 20
+
+
 def what_is_recorded_does_not_fill_the_memory(bin_dir):
     """A recording is larger than the memory: what is safe on the medium gives its own back to others."""
     with Recorder(bin_dir, source_format="1920x1080p25", medium="loop", size="512m") as recorder:
@@ -159,15 +165,14 @@ def what_is_recorded_does_not_fill_the_memory(bin_dir):
         recorder.do("record")
         clip = wait_until("a clip is there", recorder.clips)[0]
         wait_until("it is large", lambda: os.path.getsize(clip) > LARGE, 20)
-        size = os.path.getsize(clip)
-        told = subprocess.run(["fincore", "--bytes", "--noheadings", "--output", "RES", clip], capture_output=True,
-                              text=True, check=True)
-        cached = int(told.stdout)
+        size, cached = os.path.getsize(clip), megabytes_in_memory(clip)
         recorder.do("stop")
         wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
-        check(cached < size / 2, f"{cached >> 20} of {size >> 20} MB are kept in memory")
+        left = megabytes_in_memory(clip)
+        check(cached < (size >> 20) / 2, f"{cached} of {size >> 20} MB are kept in memory")
+        check(left < (size >> 20) / 10, f"{left} MB of a closed clip are kept in memory")
         numbers = check_numbers(clip)
-        print(f"       {cached >> 20} of {size >> 20} MB in memory; {len(numbers)} frames", flush=True)
+        print(f"       {cached} of {size >> 20} MB in memory, {left} MB when closed; {len(numbers)} frames", flush=True)
 
 
 def play_in_another_recorder(bin_dir, medium, name):

@@ -80,5 +80,5 @@ protected:
     virtual void turn() { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); }
 
 private:
-    static constexpr qint64 longestMs = 60'000; // only a hanging device takes that long
+    static constexpr qint64 longestMs = 30'000; // only a hanging device takes that long
 };

@@ -4,8 +4,8 @@
 #include "devicehost.h"
 
 #include "libbus/bus.h"
-#include "libpicture/framebar.h"
 #include "liborb/orblog.h"
+#include "libpicture/framebar.h"
 #include "libpicture/patterns.h"
 
 #include <QCoreApplication>

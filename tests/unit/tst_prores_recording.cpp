@@ -137,6 +137,7 @@ private slots:
     void ffmpegReadsWhatIsRecorded_data();
     void ffmpegReadsWhatIsRecorded();
     void ffmpegsEncoderCanBeChosen();
+    void expectedFormatsAreCodedLikeOthers();
     void codedMemoryIsUsedAgain();
     void codedPicturesAreCounted();
     void latenciesAreThoseOfTheLastSeconds();
@@ -291,6 +292,29 @@ void ProresRecording::ffmpegsEncoderCanBeChosen()
     QCOMPARE(bytesOf(first).mid(12, 4), QByteArray("rvd1"));
     QCOMPARE(bytesOf(second).mid(4, 4), QByteArray("icpf"));
     QVERIFY(bytesOf(second).mid(12, 4) != QByteArray("rvd1"));
+}
+
+/// What is expected costs nothing that is counted, and changes no byte.
+void ProresRecording::expectedFormatsAreCodedLikeOthers()
+{
+    const OrbImageDesc desc = descOf({1280, 720, OrbImageDesc::Progressive, OrbIdImageProRes422});
+    OrbImageDesc impossible = desc;
+    impossible.setSize(0, 0);
+    const RawPictureRef raw = pictureOf(desc, 1);
+    EncoderPool plain(1);
+    EncoderPool prepared(1);
+    prepared.expect(desc);
+    prepared.expect(impossible);
+    QTRY_COMPARE(prepared.stats().waiting, 0);
+    for (int number = 0; number < 3; ++number) {
+        const OrbBuffer first = plain.promise(raw, desc, number);
+        const OrbBuffer second = prepared.promise(raw, desc, number);
+        QVERIFY(first.wait());
+        QVERIFY(second.wait());
+        QCOMPARE(bytesOf(first), bytesOf(second));
+    }
+    QCOMPARE(prepared.stats().coded, quint64(3));
+    QCOMPARE(prepared.stats().failed, quint64(0));
 }
 
 void ProresRecording::codedMemoryIsUsedAgain()
