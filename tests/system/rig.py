@@ -229,6 +229,8 @@ class OutputWatch:
         self.process = subprocess.Popen(
             [os.path.join(recorder.bin, "rvmonitor"), "--json", "--frames", "0"],
             env=recorder.environment, stdout=subprocess.PIPE, text=True)
+        # An instrument does not queue behind what it measures, nor behind what feeds that.
+        os.sched_setscheduler(self.process.pid, os.SCHED_RR, os.sched_param(1))
         self.frames = []
         self.thread = threading.Thread(target=self._collect, daemon=True)
         self.thread.start()
@@ -240,7 +242,6 @@ class OutputWatch:
                 frame = json.loads(line)
             except ValueError:
                 return
-            frame["seenMs"] = time.monotonic() * 1000
             self.frames.append(frame)
 
     def finish(self):

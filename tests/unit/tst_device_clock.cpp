@@ -1,12 +1,15 @@
 #include "liborb/drivers/software/frameschedule.h"
+#include "liborb/drivers/software/inputpace.h"
 
 #include <QTest>
 
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <utility>
 
 using ferin::FrameSchedule;
+using ferin::InputPace;
 using ferin::PhaseFollower;
 
 class tst_device_clock : public QObject
@@ -20,6 +23,7 @@ private slots:
     void overdueFramesAreCounted();
     void theClockFollowsASourceThatDrifts_data();
     void theClockFollowsASourceThatDrifts();
+    void framesAreTakenAsTheyCome();
     void oneCorrectionIsAtMostTwoThousandthsOfAFrame();
 };
 
@@ -80,19 +84,22 @@ void tst_device_clock::overdueFramesAreCounted()
 
 void tst_device_clock::theClockFollowsASourceThatDrifts_data()
 {
+    QTest::addColumn<int>("held");
     QTest::addColumn<double>("drift");
-    QTest::addColumn<double>("jitter");
-    QTest::newRow("same clock") << 0.0 << 0.05;
-    QTest::newRow("fast source") << 200e-6 << 0.2;
-    QTest::newRow("slow source") << -200e-6 << 0.2;
-    QTest::newRow("much too fast") << 1000e-6 << 0.1;
-    QTest::newRow("much too slow") << -1000e-6 << 0.1;
+    QTest::addColumn<double>("jitter"); // in frames: by how much one may be late
+    QTest::newRow("same clock") << 2 << 0.0 << 0.05;
+    QTest::newRow("fast source") << 2 << 200e-6 << 0.2;
+    QTest::newRow("slow source") << 2 << -200e-6 << 0.2;
+    QTest::newRow("much too fast") << 2 << 1000e-6 << 0.1;
+    QTest::newRow("much too slow") << 2 << -1000e-6 << 0.1;
+    QTest::newRow("bursts, fast source") << 5 << 200e-6 << 3.0;
+    QTest::newRow("bursts, slow source") << 5 << -200e-6 << 3.0;
 }
 
-/// An hour at 25 frames: once the queue has been filled to two frames it never runs dry and never
-/// grows.
+/// An hour at 25 frames: once the queue has been filled it never runs dry and never grows.
 void tst_device_clock::theClockFollowsASourceThatDrifts()
 {
+    QFETCH(int, held);
     QFETCH(double, drift);
     QFETCH(double, jitter);
     constexpr double period = 40e6;
@@ -100,7 +107,7 @@ void tst_device_clock::theClockFollowsASourceThatDrifts()
     std::uniform_real_distribution<double> spread(0.0, jitter * period);
 
     FrameSchedule schedule(25, 1, 3'000'000);
-    PhaseFollower follower;
+    PhaseFollower follower(held);
     qint64 arrived = 0;
     double nextArrival = spread(random);
     qint64 taken = 0;
@@ -114,7 +121,7 @@ void tst_device_clock::theClockFollowsASourceThatDrifts()
             nextArrival = static_cast<double>(arrived) * period / (1.0 + drift) + spread(random);
         }
         const int level = static_cast<int>(arrived - taken);
-        isPrimed = isPrimed || level >= 2;
+        isPrimed = isPrimed || level >= held;
         if (!isPrimed)
             continue;
         lowest = std::min(lowest, level);
@@ -123,7 +130,31 @@ void tst_device_clock::theClockFollowsASourceThatDrifts()
         ++taken;
     }
     QVERIFY2(lowest >= 1, "the queue ran dry");
-    QVERIFY2(highest <= 3, qPrintable(QString::number(highest)));
+    QVERIFY2(highest <= held + 1 + static_cast<int>(jitter / 2), qPrintable(QString::number(highest)));
+}
+
+void tst_device_clock::framesAreTakenAsTheyCome()
+{
+    InputPace pace;
+    const auto due = [&pace](int waiting, int held) {
+        std::int64_t shiftNs = 0;
+        const int count = pace.framesDue(waiting, held, 16'666'666, shiftNs);
+        return std::pair(count, shiftNs);
+    };
+    const std::pair<int, std::int64_t> none(0, 0);
+    QCOMPARE(due(4, 5), none); // it fills at first
+    QCOMPARE(due(5, 5).first, 1);
+    QVERIFY(due(5, 5).second < 0); // more than it should hold on average: frames are taken sooner
+    QCOMPARE(due(1, 5).first, 1);
+    QCOMPARE(due(6, 5).first, 1);
+    QCOMPARE(due(7, 5).first, 2); // a burst: more than the frame clock will make up for
+    QCOMPARE(due(100, 5).first, InputPace::mostDue);
+    QCOMPARE(due(0, 5), none); // dry: it fills again
+    QCOMPARE(due(4, 5), none);
+    QCOMPARE(due(5, 5).first, 1);
+    pace.restart();
+    QCOMPARE(due(1, 2), none);
+    QCOMPARE(due(2, 2).first, 1);
 }
 
 void tst_device_clock::oneCorrectionIsAtMostTwoThousandthsOfAFrame()

@@ -115,6 +115,7 @@ void TestInputLive::aSenderIsReceivedInOrder()
     QCOMPARE(log.all().size(), std::size_t {1});
     QCOMPARE(log.last().format.size(), QSize(720, 576));
     QCOMPARE(log.last().format.frameRate().num(), 25);
+    QCOMPARE(input->heldFrames(), 2);
     QVERIFY(log.last().format.isInterlaced());
     std::int64_t expected = frames[0].bar;
     int loud = 0;
@@ -178,6 +179,7 @@ void TestInputLive::anotherFormatIsNoticed()
     for (const InputStatus &status : log.all())
         qInfo("%d %d %s", status.present, status.valid, qPrintable(status.format.toString()));
     QVERIFY(isSeen);
+    QCOMPARE(input->heldFrames(), 4); // as long as at 25 frames a second: a network knows no frames
     QVERIFY(waitFor([&] { return input->take(frame) && frame.picture->view.width == 1280; }));
 }
 

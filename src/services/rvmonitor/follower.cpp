@@ -55,11 +55,16 @@ bool isEnding()
     return ending;
 }
 
-std::int64_t nowMs()
+std::int64_t nowNs()
 {
     timespec now {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+std::int64_t nowMs()
+{
+    return nowNs() / 1'000'000;
 }
 
 } // namespace monitor

@@ -25,6 +25,8 @@ private:
 /// SIGINT and SIGTERM ask the program to end.
 void installSignals();
 bool isEnding();
+/// CLOCK_MONOTONIC.
+std::int64_t nowNs();
 std::int64_t nowMs();
 
 } // namespace monitor

@@ -28,9 +28,10 @@ ExitCode listFrames(Follower &follower, const Settings &settings)
     while (settings.frames == 0 || count < settings.frames) {
         if (!follower.next(frame, settings.timeoutMs))
             return isEnding() && count > 0 ? Done : NothingCame;
+        const std::int64_t seenNs = nowNs();
         if (count++ == 0)
             firstNs = frame.info.timeNs;
-        const std::string line = settings.json        ? jsonLine(frame, firstNs)
+        const std::string line = settings.json        ? jsonLine(frame, firstNs, seenNs)
                                  : settings.longLines ? longLine(frame, firstNs)
                                                       : shortLine(frame);
         if (!printLine(line))

@@ -14,9 +14,9 @@ namespace monitor {
 
 namespace {
 
-double milliseconds(const bus::Frame &frame, std::int64_t firstNs)
+double milliseconds(std::int64_t fromNs, std::int64_t toNs)
 {
-    return static_cast<double>(frame.info.timeNs - firstNs) / 1e6;
+    return static_cast<double>(toNs - fromNs) / 1e6;
 }
 
 } // namespace
@@ -59,13 +59,13 @@ std::string longLine(bus::Frame &frame, std::int64_t firstNs)
     const bus::FrameInfo &info = frame.info;
     const std::string timecode = timecodeText(info);
     char time[32];
-    std::snprintf(time, sizeof time, "%.3f", milliseconds(frame, firstNs));
+    std::snprintf(time, sizeof time, "%.3f", milliseconds(firstNs, info.timeNs));
     return shortLine(frame) + " " + std::to_string(info.sequence) + " " + contentName(info.content)
            + " " + (info.frameNumber < 0 ? "-" : std::to_string(info.frameNumber)) + " "
            + (timecode.empty() ? "-" : timecode) + " " + time;
 }
 
-std::string jsonLine(bus::Frame &frame, std::int64_t firstNs)
+std::string jsonLine(bus::Frame &frame, std::int64_t firstNs, std::int64_t seenNs)
 {
     const bus::FrameInfo &info = frame.info;
     const auto number = picture::readFrameNumber(frame.view());
@@ -81,7 +81,8 @@ std::string jsonLine(bus::Frame &frame, std::int64_t firstNs)
         {"frame", info.frameNumber < 0 ? QJsonValue() : QJsonValue(qint64 {info.frameNumber})},
         {"clip", textOrNull(info.clip)},
         {"timecode", textOrNull(timecode)},
-        {"timeMs", milliseconds(frame, firstNs)},
+        {"timeMs", milliseconds(firstNs, info.timeNs)},
+        {"seenMs", milliseconds(firstNs, seenNs)},
         {"recordFlag", info.recordFlag},
         {"width", frame.format.width},
         {"height", frame.format.height},

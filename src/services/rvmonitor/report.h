@@ -17,7 +17,7 @@ std::string timecodeText(const bus::FrameInfo &info);
 /// \a firstNs is the time of the first frame.
 std::string shortLine(bus::Frame &frame);
 std::string longLine(bus::Frame &frame, std::int64_t firstNs);
-/// The same and more as a JSON object; values that are missing are null.
-std::string jsonLine(bus::Frame &frame, std::int64_t firstNs);
+/// The same and more as a JSON object; values that are missing are null. \a seenNs is when the frame came here.
+std::string jsonLine(bus::Frame &frame, std::int64_t firstNs, std::int64_t seenNs);
 
 } // namespace monitor

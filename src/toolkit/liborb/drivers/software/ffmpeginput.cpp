@@ -41,6 +41,8 @@ constexpr int maxHeight = 2160;
 constexpr std::size_t pictureBytes = 400'000'000;
 constexpr int fewestPictures = 20;
 constexpr int mostPictures = 64;
+constexpr std::int64_t heldNs = 80'000'000; ///< a sender's bursts and the network's, held in frames
+constexpr int queueCapacity = 12;
 
 std::int64_t nowNs()
 {
@@ -59,6 +61,7 @@ public:
     int waiting() const override { return _queue.waiting(); }
     quint64 overruns() const override { return _queue.overruns(); }
     bool isPaced() const override { return !_isFile; }
+    int heldFrames() const override { return _held; }
 
 private:
     void run();
@@ -80,7 +83,8 @@ private:
 
     const QString _url;
     const bool _isFile;
-    InputQueue _queue;
+    InputQueue _queue {queueCapacity};
+    std::atomic<int> _held = 2;
     StopFlag _stop;
     StatusReporter _status;
     std::thread _thread;
@@ -134,6 +138,7 @@ void FfmpegInput::start(const StatusHandler &handler)
     _status.setHandler(handler);
     _thread = std::thread([this] {
         orbNameThread("input");
+        orbRankThread(OrbWork::Coding);
         run();
     });
 }
@@ -323,6 +328,7 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     _format.setAspectRatio(raster.width(), raster.height());
     _format.setFrameRate(_rate);
     _format.setScanMode(scan);
+    _held = std::clamp(static_cast<int>(av_rescale(heldNs, _rate.num(), second * _rate.den())), 2, queueCapacity / 2);
     const std::size_t each = picture::bytesFor(raster.width(), raster.height());
     const auto count =
         static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));

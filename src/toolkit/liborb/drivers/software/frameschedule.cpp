@@ -7,7 +7,6 @@ namespace ferin {
 namespace {
 
 constexpr std::int64_t secondNs = 1'000'000'000;
-constexpr double smoothing = 1.0 / 16.0; // a jitter of one frame more or less must not be followed
 
 } // namespace
 
@@ -40,13 +39,6 @@ std::int64_t FrameSchedule::overdue(std::int64_t frame, std::int64_t nowNs) cons
     while (dueNs(frame + count + 1) <= nowNs)
         ++count;
     return count;
-}
-
-std::int64_t PhaseFollower::correction(int level, std::int64_t periodNs)
-{
-    _level += (std::clamp(level, 0, 4) - _level) * smoothing;
-    const double error = std::clamp((_level - target) / 0.5, -1.0, 1.0);
-    return -static_cast<std::int64_t>(error * largestShare * static_cast<double>(periodNs));
 }
 
 } // namespace ferin

@@ -33,22 +33,4 @@ private:
     int _den = 1;
 };
 
-/// Makes the frame clock follow a source with a clock of its own: it keeps the source's queue, as
-/// it is seen just before a frame is taken, between one and two frames. Arrivals then lie a whole
-/// frame away from running dry and from a third frame. At most 0.2 % of a frame time a frame: too
-/// slow to be seen.
-class PhaseFollower
-{
-public:
-    /// By how many nanoseconds the following frames move, when \a level frames wait now.
-    std::int64_t correction(int level, std::int64_t periodNs);
-    void restart() { _level = target; }
-
-    static constexpr double target = 1.5;
-    static constexpr double largestShare = 0.002;
-
-private:
-    double _level = target;
-};
-
 } // namespace ferin

@@ -49,6 +49,9 @@ public:
     virtual quint64 overruns() const = 0;
     /// The source runs on a clock of its own, so that the frame clock must follow it.
     virtual bool isPaced() const = 0;
+    /// Frames of a paced source that wait before the first is taken, and about as many from then on: they cover what
+    /// comes late. At least 2.
+    virtual int heldFrames() const { return 2; }
 };
 
 /// Makes the input that \a source names:

@@ -12,9 +12,6 @@ namespace ferin {
 namespace {
 
 constexpr const char *logFile = "inputport.cpp";
-constexpr int primeLevel = 2;   // frames that wait before the first is taken
-constexpr int burstLevel = 3;   // frames that wait when the machine was late: one more is taken
-constexpr int mostDue = 8;
 
 void logStatus(const OrbId &connector, const InputStatus &status)
 {
@@ -91,9 +88,8 @@ void InputPort::select(const OrbId &connector)
     retire(std::move(_input));
     _generator.reset();
     _connector = connector;
-    _primed = false;
+    _pace.restart();
     _overruns = 0;
-    _follower.restart();
     _watch = std::make_shared<Watch>();
 
     const QString source = _config.source(connector);
@@ -147,15 +143,7 @@ int InputPort::framesDue(std::int64_t periodNs, std::int64_t &shiftNs)
     const int waiting = _input->waiting();
     if (!_input->isPaced())
         return std::min(waiting, 1);
-    if (!_primed && waiting < primeLevel)
-        return 0;
-    if (!_primed)
-        _follower.restart();
-    _primed = waiting > 0;
-    if (!_primed)
-        return 0;
-    shiftNs = _follower.correction(waiting, periodNs);
-    return std::clamp(waiting - burstLevel + 1, 1, mostDue);
+    return _pace.framesDue(waiting, _input->heldFrames(), periodNs, shiftNs);
 }
 
 bool InputPort::take(InputFrame &frame)
@@ -167,7 +155,7 @@ int InputPort::framesToDrain() const
 {
     if (!_input)
         return 0;
-    return _input->isPaced() ? mostDue : 1;
+    return _input->isPaced() ? InputPace::mostDue : 1;
 }
 
 int InputPort::newlyLost()

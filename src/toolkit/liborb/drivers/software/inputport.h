@@ -1,8 +1,8 @@
 #pragma once
 
 #include "liborb/drivers/software/deviceconfig.h"
-#include "liborb/drivers/software/frameschedule.h"
 #include "liborb/drivers/software/input.h"
+#include "liborb/drivers/software/inputpace.h"
 #include "liborb/drivers/software/signalgenerator.h"
 #include "liborb/orbvideostate.h"
 
@@ -35,9 +35,7 @@ public:
     SignalGenerator *generator();
     bool isGenerator() const { return _generatorMode.isValid(); }
 
-    /// Frames to capture at this beat so that none is lost or shown twice: usually one, none while
-    /// the queue fills at first or has run dry, more after the machine was late. \a shiftNs is by
-    /// how much the frame clock moves to follow the source.
+    /// Frames to capture at this beat. \a shiftNs is by how much the frame clock moves to follow the source.
     int framesDue(std::int64_t periodNs, std::int64_t &shiftNs);
     bool take(InputFrame &frame);
     /// Frames at most to take at a beat that captures nothing.
@@ -56,8 +54,7 @@ private:
     std::shared_ptr<Watch> _watch;
     std::unique_ptr<Input> _input;
     std::unique_ptr<SignalGenerator> _generator;
-    PhaseFollower _follower;
-    bool _primed = false;
+    InputPace _pace;
     quint64 _overruns = 0;
     std::vector<std::future<void>> _retiring;
 };

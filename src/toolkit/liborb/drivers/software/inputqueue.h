@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 
@@ -14,7 +15,7 @@ namespace ferin {
 class InputQueue
 {
 public:
-    static constexpr int capacity = 8;
+    explicit InputQueue(int capacity = 8) : _capacity(static_cast<std::size_t>(capacity)) {}
 
     void push(InputFrame &&frame);
     bool take(InputFrame &frame);
@@ -24,6 +25,7 @@ public:
     void countDropped() { ++_overruns; }
 
 private:
+    const std::size_t _capacity;
     mutable std::mutex _mutex;
     std::deque<InputFrame> _frames; // guarded
     std::atomic<quint64> _overruns = 0;

@@ -1,0 +1,34 @@
+#include "liborb/drivers/software/inputpace.h"
+
+#include <algorithm>
+
+namespace ferin {
+
+namespace {
+
+constexpr double smoothing = 1.0 / 16.0; // a jitter of one frame more or less must not be followed
+
+} // namespace
+
+std::int64_t PhaseFollower::correction(int level, std::int64_t periodNs)
+{
+    _level += (std::clamp<double>(level, 0.0, _target + 2.5) - _level) * smoothing;
+    const double error = std::clamp((_level - _target) / 0.5, -1.0, 1.0);
+    return -static_cast<std::int64_t>(error * largestShare * static_cast<double>(periodNs));
+}
+
+int InputPace::framesDue(int waiting, int held, std::int64_t periodNs, std::int64_t &shiftNs)
+{
+    shiftNs = 0;
+    if (!_primed && waiting < held)
+        return 0;
+    if (!_primed)
+        _follower = PhaseFollower(held);
+    _primed = waiting > 0;
+    if (!_primed)
+        return 0;
+    shiftNs = _follower.correction(waiting, periodNs);
+    return std::clamp(waiting - held, 1, mostDue);
+}
+
+} // namespace ferin
