@@ -1,8 +1,10 @@
 // clip_torture kills COUNT SEED: writers in the pace of 25 frames a second, killed at random instants, also while
 // they close and while their clips are recovered.
 // clip_torture cuts-ext4|cuts-xfs COUNT SEED: the power of a medium is cut while clips are written to it.
+// clip_torture cuts-ext4-large COUNT SEED: the same with pictures that are written past the system's cache.
 
 #include "clip_torture.h"
+#include "tst_clip_tools.h"
 
 #include <QDir>
 #include <QFile>
@@ -26,6 +28,7 @@ namespace {
 
 constexpr int framesASecond = 25;
 constexpr int cutPace = 4000; ///< microseconds a frame: ten times as fast as a recorder
+constexpr int largePace = 16'000;
 constexpr int skipped = 77;
 
 struct Tally
@@ -178,7 +181,7 @@ private:
     QString _device;
 };
 
-int cuts(const QString &type, int count, unsigned seed)
+int cuts(const QString &type, int count, unsigned seed, int pace)
 {
     QTemporaryDir folder(QDir::tempPath() + "/clip_torture-XXXXXX");
     Medium medium(folder.path(), type);
@@ -192,7 +195,7 @@ int cuts(const QString &type, int count, unsigned seed)
     while (tally.clips < count) {
         const QString path = medium.place() + QStringLiteral("/clip%1.mov").arg(tally.clips);
         const int frames = random() % 3 == 0 ? int(random() % 100) + 1 : 1'000'000;
-        const pid_t writer = torture::startWriter(path, progress, {frames, cutPace, 0});
+        const pid_t writer = torture::startWriter(path, progress, {frames, pace, 0});
         const useconds_t patience = random() % 600'000 + 20'000;
         for (useconds_t now = 0; now < patience && !progress->isClosing; now += 200)
             usleep(200);
@@ -221,7 +224,7 @@ int cuts(const QString &type, int count, unsigned seed)
             tally.fault(path, fault);
         QFile::remove(path);
     }
-    return report(tally, "power cuts", cutPace);
+    return report(tally, "power cuts", pace);
 }
 
 } // namespace
@@ -229,7 +232,7 @@ int cuts(const QString &type, int count, unsigned seed)
 int main(int argc, char *argv[])
 {
     if (argc != 4) {
-        std::fprintf(stderr, "usage: clip_torture kills|cuts-ext4|cuts-xfs COUNT SEED\n");
+        std::fprintf(stderr, "usage: clip_torture kills|cuts-ext4|cuts-xfs|cuts-ext4-large COUNT SEED\n");
         return 2;
     }
     const QString what = QString::fromLocal8Bit(argv[1]);
@@ -238,6 +241,10 @@ int main(int argc, char *argv[])
     if (what == QLatin1String("kills"))
         return kills(count, seed);
     if (what == QLatin1String("cuts-ext4") || what == QLatin1String("cuts-xfs"))
-        return cuts(what.mid(5), count, seed);
+        return cuts(what.mid(5), count, seed, cutPace);
+    if (what == QLatin1String("cuts-ext4-large")) {
+        cliptest::pictureScale = cliptest::largePictures;
+        return cuts(QStringLiteral("ext4"), count, seed, largePace);
+    }
     return 2;
 }

@@ -10,5 +10,7 @@ add_test(NAME clip_cuts_ext4
     COMMAND ${PROJECT_SOURCE_DIR}/scripts/isolated.sh $<TARGET_FILE:clip_torture> cuts-ext4 10 1)
 add_test(NAME clip_cuts_xfs
     COMMAND ${PROJECT_SOURCE_DIR}/scripts/isolated.sh $<TARGET_FILE:clip_torture> cuts-xfs 10 1)
-set_tests_properties(clip_kills clip_cuts_ext4 clip_cuts_xfs PROPERTIES
+add_test(NAME clip_cuts_large
+    COMMAND ${PROJECT_SOURCE_DIR}/scripts/isolated.sh $<TARGET_FILE:clip_torture> cuts-ext4-large 10 1)
+set_tests_properties(clip_kills clip_cuts_ext4 clip_cuts_xfs clip_cuts_large PROPERTIES
     LABELS system TIMEOUT 180 SKIP_RETURN_CODE 77)

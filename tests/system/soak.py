@@ -63,7 +63,7 @@ def the_store_keeps_its_promises(bin_dir):
 
 
 def clips_survive_kills_and_power_cuts(bin_dir):
-    for what, count in (("kills", 1000), ("cuts-ext4", 100), ("cuts-xfs", 100)):
+    for what, count in (("kills", 1000), ("cuts-ext4", 100), ("cuts-xfs", 100), ("cuts-ext4-large", 100)):
         passes(bin_dir, "clip_torture", what, str(count), "1")
 
 

@@ -155,11 +155,11 @@ def megabytes_in_memory(path):
     return int(told.stdout) >> 20
 
 
-def what_is_recorded_does_not_fill_the_memory(bin_dir):
-    """A recording is larger than the memory: what is safe on the medium gives its own back to others."""
-    with Recorder(bin_dir, source_format="1920x1080p25", medium="loop", size="512m") as recorder:
+def memory_taken_by_a_recording(bin_dir, source_format):
+    """Megabytes of a clip in HQ while it is recorded, how many of them are in memory, and how many when it is closed."""
+    with Recorder(bin_dir, source_format=source_format, medium="loop", size="512m") as recorder:
         recorder.start()
-        recorder.wait_for("InputFormat", 20)
+        wait_until("the input is seen", lambda: recorder.get("InputFormat") != 0, 20)
         recorder.set("EncodeType", HQ)
         time.sleep(1)
         recorder.do("record")
@@ -169,10 +169,22 @@ def what_is_recorded_does_not_fill_the_memory(bin_dir):
         recorder.do("stop")
         wait_until("the clip is closed", lambda: "STREAM: Close is Done" in recorder.log_text())
         left = megabytes_in_memory(clip)
-        check(cached < (size >> 20) / 2, f"{cached} of {size >> 20} MB are kept in memory")
-        check(left < (size >> 20) / 10, f"{left} MB of a closed clip are kept in memory")
         numbers = check_numbers(clip)
         print(f"       {cached} of {size >> 20} MB in memory, {left} MB when closed; {len(numbers)} frames", flush=True)
+        return size >> 20, cached, left
+
+
+def what_is_recorded_does_not_fill_the_memory(bin_dir):
+    """A recording is larger than the memory: what is safe on the medium gives its own back to others."""
+    size, cached, left = memory_taken_by_a_recording(bin_dir, "1920x1080p25")
+    check(cached < size / 2, f"{cached} of {size} MB are kept in memory")
+    check(left < size / 10, f"{left} MB of a closed clip are kept in memory")
+
+
+def large_pictures_do_not_pass_through_the_memory(bin_dir):
+    size, cached, left = memory_taken_by_a_recording(bin_dir, "3840x2160p25")
+    check(cached < size / 20, f"{cached} of {size} MB are kept in memory")
+    check(left < size / 20, f"{left} MB of a closed clip are kept in memory")
 
 
 def play_in_another_recorder(bin_dir, medium, name):
@@ -253,4 +265,5 @@ if __name__ == "__main__":
         play_in_another_recorder(sys.argv[1], *sys.argv[3:])
     else:
         main([formats_of_every_kind_are_recorded_right, a_growing_clip_opens_in_other_programs,
-              a_growing_clip_is_played_by_another_recorder_and_followed, what_is_recorded_does_not_fill_the_memory])
+              a_growing_clip_is_played_by_another_recorder_and_followed, what_is_recorded_does_not_fill_the_memory,
+              large_pictures_do_not_pass_through_the_memory])

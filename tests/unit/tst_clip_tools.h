@@ -36,10 +36,14 @@ inline QByteArray noise(int size, quint32 seed)
     return bytes;
 }
 
+/// How large the pictures are: 1, or largePictures for some of a megabyte and more.
+inline int pictureScale = 1;
+constexpr int largePictures = 2099;
+
 /// Picture of frame \a frame: noise whose size differs from frame to frame.
 inline QByteArray picture(int frame)
 {
-    return noise(500 + frame * 37 % 300, quint32(frame + 1));
+    return noise((500 + frame * 37 % 300) * pictureScale, quint32(frame + 1));
 }
 
 /// The whole sound of a frame in its exact cadence.

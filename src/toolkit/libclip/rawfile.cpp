@@ -185,6 +185,7 @@ void RawFile::close()
         ::close(_descriptor);
         _descriptor = -1;
     }
+    _large.close();
 }
 
 Error RawFile::size(std::uint64_t &bytes) const
@@ -202,9 +203,11 @@ Error RawFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes)
     if (!fitsOffset(offset, bytes.size())) {
         return systemError(EFBIG, "write");
     }
+    const bool isLarge = bytes.size() >= LargeWrites::least;
     while (!bytes.empty()) {
-        const std::size_t length = std::min(bytes.size(), maxTransfer);
-        const ssize_t done = ::pwrite(_descriptor, bytes.data(), length, off_t(offset));
+        const auto next = bytes.first(std::min(bytes.size(), maxTransfer));
+        const ssize_t done = isLarge ? _large.write(_descriptor, offset, next)
+                                     : ::pwrite(_descriptor, next.data(), next.size(), off_t(offset));
         if (done < 0 && errno == EINTR) {
             continue;
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libclip/clip.h"
+#include "libclip/largewrites.h"
 
 #include <cstddef>
 #include <span>
@@ -10,7 +11,7 @@ namespace clip {
 
 /// A file descriptor with whole reads and writes at a position. Interrupted and short calls are
 /// continued. Every call may wait for the medium; calls on different positions may run on different
-/// threads.
+/// threads, but large writes on one at a time.
 class RawFile
 {
 public:
@@ -77,6 +78,7 @@ private:
     void setLastChange(const Time &time);
 
     int _descriptor = -1;
+    LargeWrites _large;
     std::string _folder;            ///< of the file made by create()
     std::uint64_t _folderDevice = 0;
 };
