@@ -11,6 +11,7 @@ from test_hanging import Changes
 from test_media import FORMAT, LoopMedium, Medium, fill_to, reasons, start, whole
 
 FAILED, SLOW = "eParamAlarm1901", "eParamAlarm1906"
+UNCOMPRESSED = 9        # of EncodeType
 UNTIL_NEXT_CALL = 300   # milliseconds: a medium that nobody asks does not hang
 
 
@@ -126,19 +127,19 @@ def going_over(stage, faults):
             stage.goes_on(name, medium, lambda m=medium, f=fault: f(m), limit)
 
 
-def stalls_for_three_seconds(stage):
+def stalls(stage, seconds, operation):
     path = os.path.join(stage.recorder.dir, "slow")
     with FailingMedium(path, path + ".files") as medium:
-        rule = stage.record(medium, lambda: medium.stall(3, "fsync"), seconds_after=4.2)
+        rule = stage.record(medium, lambda: medium.stall(seconds, operation), seconds_after=seconds + 1.2)
         delay, text = alarm_after(stage.changes, SLOW, rule.struck[0], 5)
         stage.stop()
         numbers = whole(clips_in(medium.folder)[-1])
-        print(f"       a stall of three seconds: {len(numbers)} frames, warning after {delay:.0f} ms")
+        print(f"       a stall of {seconds} s: {len(numbers)} frames, warning after {delay:.0f} ms")
         check(set(stage.recorder.clips()) == stage.known, "no clip on the other medium")
         check(f"Medium {medium.path} is slow" in text, text)
         check(delay <= 500, f"the warning came after {delay:.0f} ms")
         check(not stage.recorder.get("Alarm1906"), "the warning is over")
-        check(len(numbers) > 25 * 5, f"{len(numbers)} frames")
+        check(len(numbers) > 25 * (seconds + 2), f"{len(numbers)} frames")
 
 
 def is_taken_away(stage):
@@ -159,7 +160,7 @@ def no_frame_is_lost_whatever_fails(bin_dir):
                 ("no space for good", lambda m: m.fail("write", "fallocate", code=errno.ENOSPC, count=-1), 500),
                 ("read only", lambda m: m.fail_all(errno.EROFS), 500),
                 ("server gone", lambda m: m.disconnect(), 1000)])
-            stalls_for_three_seconds(stage)
+            stalls(stage, 3, "fsync")
 
 
 def a_stick_that_lies_about_its_size_is_left(bin_dir):
@@ -209,10 +210,22 @@ def no_frame_is_lost_when_a_medium_fails(bin_dir):
             without_another_medium_the_loss_is_told(stage)
 
 
+def no_large_picture_is_lost_when_a_medium_fails(bin_dir):
+    """What is written past the system's cache meets the failure itself."""
+    with Recorder(bin_dir, source_format=FORMAT, size="1g") as recorder:
+        start(recorder)
+        recorder.set("EncodeType", UNCOMPRESSED)
+        time.sleep(1)
+        with Stage(recorder) as stage:
+            going_over(stage, [("one large write fails", lambda m: m.fail("write", skip=8), 500),
+                               ("no space for large writes", lambda m: m.fail("write", code=errno.ENOSPC, count=-1), 500)])
+            stalls(stage, 1, "write")
+
+
 def long():
     """For "make soak"."""
     return [no_frame_is_lost_whatever_fails, a_stick_that_lies_about_its_size_is_left]
 
 
 if __name__ == "__main__":
-    main([no_frame_is_lost_when_a_medium_fails])
+    main([no_frame_is_lost_when_a_medium_fails, no_large_picture_is_lost_when_a_medium_fails])
