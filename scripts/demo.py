@@ -17,7 +17,7 @@ import rig  # noqa: E402
 from test_media import LoopMedium, fill_to, wait_said  # noqa: E402
 
 URL = "udp://127.0.0.1:5004?pkt_size=1316"
-# DEMO_RATE=60: the same at 60 frames a second in HQ. Two cores hardly carry its sender beside the recorder.
+# DEMO_RATE=60: the same at 60 frames a second in HQ.
 RATE = int(os.environ.get("DEMO_RATE", "25"))
 SIZE, INPUT_FORMAT = "1920x1080", f"1080p{RATE}"
 ENCODE_TYPE, CODEC_TAG, LEAST_SECONDS_LEFT = ("ProRes 422 HQ", "apch", 20) if RATE > 30 else ("ProRes 422", "apcn", 60)

@@ -39,10 +39,9 @@ constexpr int calmFrames = 50;                     ///< progressive frames that 
 constexpr int maxWidth = 4096;
 constexpr int maxHeight = 2160;
 constexpr std::size_t pictureBytes = 400'000'000;
-constexpr int fewestPictures = 20;
+constexpr int fewestPictures = 26; ///< more than wait in the queue
 constexpr int mostPictures = 64;
 constexpr std::int64_t heldNs = 80'000'000; ///< a sender's bursts and the network's, held in frames
-constexpr int queueCapacity = 12;
 
 std::int64_t nowNs()
 {
@@ -83,7 +82,7 @@ private:
 
     const QString _url;
     const bool _isFile;
-    InputQueue _queue {queueCapacity};
+    InputQueue _queue;
     std::atomic<int> _held = 2;
     StopFlag _stop;
     StatusReporter _status;
@@ -328,7 +327,7 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     _format.setAspectRatio(raster.width(), raster.height());
     _format.setFrameRate(_rate);
     _format.setScanMode(scan);
-    _held = std::clamp(static_cast<int>(av_rescale(heldNs, _rate.num(), second * _rate.den())), 2, queueCapacity / 2);
+    _held = std::clamp(static_cast<int>(av_rescale(heldNs, _rate.num(), second * _rate.den())), 2, InputQueue::capacity / 2);
     const std::size_t each = picture::bytesFor(raster.width(), raster.height());
     const auto count =
         static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));

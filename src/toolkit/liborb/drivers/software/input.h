@@ -32,7 +32,7 @@ struct InputStatus {
 };
 
 /// A live source behind a connector. It runs on a thread of its own, recovers by itself when the source goes
-/// away and comes back, and keeps a short queue (a few frames; when it is full the oldest goes and is counted).
+/// away and comes back, and keeps a short queue (when it is full the oldest goes and is counted).
 class Input
 {
 public:

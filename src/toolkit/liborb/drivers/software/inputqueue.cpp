@@ -9,7 +9,7 @@ void InputQueue::push(InputFrame &&frame)
 {
     InputFrame oldest; // goes outside the lock
     const std::lock_guard lock(_mutex);
-    if (_frames.size() >= _capacity) {
+    if (_frames.size() >= capacity) {
         oldest = std::move(_frames.front());
         _frames.pop_front();
         ++_overruns;

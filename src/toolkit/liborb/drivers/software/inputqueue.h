@@ -4,18 +4,17 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <mutex>
 
 namespace ferin {
 
-/// The frames that wait between an input's thread and the frame clock: a few, the oldest goes when there are
-/// too many. Thread-safe.
+/// The frames that wait between an input's thread and the frame clock: usually a few, and as many as it may be late by.
+/// The oldest goes when there are more. Thread-safe.
 class InputQueue
 {
 public:
-    explicit InputQueue(int capacity = 8) : _capacity(static_cast<std::size_t>(capacity)) {}
+    static constexpr int capacity = 20; ///< a third of a second at 60 frames a second
 
     void push(InputFrame &&frame);
     bool take(InputFrame &frame);
@@ -25,7 +24,6 @@ public:
     void countDropped() { ++_overruns; }
 
 private:
-    const std::size_t _capacity;
     mutable std::mutex _mutex;
     std::deque<InputFrame> _frames; // guarded
     std::atomic<quint64> _overruns = 0;
