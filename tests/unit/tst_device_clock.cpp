@@ -23,6 +23,7 @@ private slots:
     void overdueFramesAreCounted();
     void theClockFollowsASourceThatDrifts_data();
     void theClockFollowsASourceThatDrifts();
+    void aNetworkIsHeldForEightyMilliseconds();
     void framesAreTakenAsTheyCome();
     void oneCorrectionIsAtMostTwoThousandthsOfAFrame();
 };
@@ -131,6 +132,16 @@ void tst_device_clock::theClockFollowsASourceThatDrifts()
     }
     QVERIFY2(lowest >= 1, "the queue ran dry");
     QVERIFY2(highest <= held + 1 + static_cast<int>(jitter / 2), qPrintable(QString::number(highest)));
+}
+
+void tst_device_clock::aNetworkIsHeldForEightyMilliseconds()
+{
+    QCOMPARE(ferin::framesHeldOfNetwork(24000, 1001), 2);
+    QCOMPARE(ferin::framesHeldOfNetwork(25, 1), 2);
+    QCOMPARE(ferin::framesHeldOfNetwork(50, 1), 4);
+    QCOMPARE(ferin::framesHeldOfNetwork(60000, 1001), 5);
+    QCOMPARE(ferin::framesHeldOfNetwork(1, 1), 2);
+    QCOMPARE(ferin::framesHeldOfNetwork(1000, 1), 10); // the queue must be able to hold them, and more
 }
 
 void tst_device_clock::framesAreTakenAsTheyCome()

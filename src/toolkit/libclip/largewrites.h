@@ -21,7 +21,7 @@ public:
     LargeWrites(const LargeWrites &) = delete;
     LargeWrites &operator=(const LargeWrites &) = delete;
 
-    /// Bytes from which on a piece is large. Smaller ones, such as the pictures of HD, are better gathered by the system.
+    /// Bytes from which on a piece is large. Smaller ones, such as pictures in HD, are better gathered by the system.
     static constexpr std::size_t least = std::size_t(1) << 20;
     /// What is written past the cache begins at a multiple of this, in memory and in the file, and is one itself.
     static constexpr std::size_t block = 4096;

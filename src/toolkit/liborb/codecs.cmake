@@ -9,6 +9,7 @@ rv_library(orbcodecs
     drivers/software/ffmpeginput.cpp
     drivers/software/frameassembler.cpp
     drivers/software/input.cpp
+    drivers/software/inputpace.cpp
     drivers/software/inputqueue.cpp
     drivers/software/mediareader.cpp
     drivers/software/pictureconverter.cpp

@@ -5,7 +5,6 @@ rv_library(orbdevice
     drivers/software/deviceconfig.cpp
     drivers/software/frameclock.cpp
     drivers/software/frameschedule.cpp
-    drivers/software/inputpace.cpp
     drivers/software/inputport.cpp
     drivers/software/machine.cpp
     drivers/software/machine_capture.cpp

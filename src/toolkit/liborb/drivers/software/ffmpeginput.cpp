@@ -1,5 +1,6 @@
 #include "liborb/drivers/software/ffmpeginput.h"
 
+#include "liborb/drivers/software/inputpace.h"
 #include "liborb/drivers/software/inputqueue.h"
 #include "liborb/drivers/software/mediareader.h"
 #include "liborb/drivers/software/pictureconverter.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <thread>
 #include <utility>
 
@@ -41,7 +41,6 @@ constexpr int maxHeight = 2160;
 constexpr std::size_t pictureBytes = 400'000'000;
 constexpr int fewestPictures = 26; ///< more than wait in the queue
 constexpr int mostPictures = 64;
-constexpr std::int64_t heldNs = 80'000'000; ///< a sender's bursts and the network's, held in frames
 
 std::int64_t nowNs()
 {
@@ -327,10 +326,9 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     _format.setAspectRatio(raster.width(), raster.height());
     _format.setFrameRate(_rate);
     _format.setScanMode(scan);
-    _held = std::clamp(static_cast<int>(av_rescale(heldNs, _rate.num(), second * _rate.den())), 2, InputQueue::capacity / 2);
+    _held = framesHeldOfNetwork(_rate.num(), _rate.den());
     const std::size_t each = picture::bytesFor(raster.width(), raster.height());
-    const auto count =
-        static_cast<int>(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
+    const auto count = int(std::clamp<std::size_t>(pictureBytes / each, fewestPictures, mostPictures));
     if (!_pool || _poolRaster != raster) {
         _pool = std::make_unique<RawPicturePool>(raster.width(), raster.height(), count);
         _pool->keepReady(picturesReady(_rate.num(), _rate.den()));
@@ -338,8 +336,7 @@ bool FfmpegInput::setFormat(const AVFrame &frame, SampleTime at)
     _poolRaster = raster;
     // Sound may come a second after its picture, when there is room to wait for it.
     const int aSecond = _rate.num() / _rate.den() + 1;
-    _assembler.begin(_rate.num(), _rate.den(), std::min(aSecond, count / 2),
-                     !_reader.isOnDemand());
+    _assembler.begin(_rate.num(), _rate.den(), std::min(aSecond, count / 2), !_reader.isOnDemand());
     _paceStartNs = 0;
     return true;
 }

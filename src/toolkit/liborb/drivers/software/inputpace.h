@@ -23,6 +23,10 @@ private:
     double _level;
 };
 
+/// Frames of a network source that wait, at \a num / \a den a second: 80 ms, which cover its sender's bursts. At least
+/// 2, at most half of an InputQueue.
+int framesHeldOfNetwork(int num, int den);
+
 /// How many frames of a source with a clock of its own are taken at each beat, so that none is lost or shown twice.
 /// A pure value.
 class InputPace
