@@ -3,10 +3,11 @@
 #include "liborb/orblog.h"
 
 #include <QList>
+#include <QMutex>
 #include <QString>
 #include <QStringList>
 
-/// Collects what the default log receives for as long as it lives. Threshold 4 meanwhile.
+/// Collects what the default log receives, from any thread, for as long as it lives. Threshold 4 meanwhile.
 class LogCollector
 {
 public:
@@ -21,6 +22,7 @@ public:
         OrbLog::defaultLog()->setLevel(4);
         _sink = OrbLog::defaultLog()->addSink(
             [this](int level, const QString &file, int, const QString &text) {
+                const QMutexLocker lock(&_mutex);
                 _records.append({level, file, text});
             });
     }
@@ -32,13 +34,21 @@ public:
     LogCollector(const LogCollector &) = delete;
     LogCollector &operator=(const LogCollector &) = delete;
 
-    const QList<Record> &records() const { return _records; }
-    void clear() { _records.clear(); }
+    QList<Record> records() const
+    {
+        const QMutexLocker lock(&_mutex);
+        return _records;
+    }
+    void clear()
+    {
+        const QMutexLocker lock(&_mutex);
+        _records.clear();
+    }
     /// Every record as "level file text", without its line end.
     QStringList lines() const
     {
         QStringList list;
-        for (const Record &r : _records)
+        for (const Record &r : records())
             list << QStringLiteral("%1 %2 %3").arg(r.level).arg(r.file, r.text.trimmed());
         return list;
     }
@@ -48,6 +58,7 @@ public:
     }
 
 private:
-    QList<Record> _records;
+    mutable QMutex _mutex;
+    QList<Record> _records; // guarded
     int _sink = 0;
 };

@@ -2,16 +2,16 @@
 // bus as its output. What is asserted are frame numbers, never times.
 
 #include "devicehost.h"
+#include "logcollector.h"
 
 #include "libbus/bus.h"
-#include "liborb/orblog.h"
 #include "libpicture/framebar.h"
 #include "libpicture/patterns.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFile>
-#include <QMutex>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -33,31 +33,6 @@ namespace {
 
 constexpr int width = 320;
 constexpr int height = 180;
-
-/// What is logged as an error while it lives.
-class Errors
-{
-public:
-    Errors()
-        : _sink(OrbLog::defaultLog()->addSink([this](int level, const QString &, int, const QString &text) {
-            const QMutexLocker lock(&_mutex);
-            if (level == 1)
-                _texts.append(text);
-        }))
-    {
-    }
-    ~Errors() { OrbLog::defaultLog()->removeSink(_sink); }
-    QStringList texts() const
-    {
-        const QMutexLocker lock(&_mutex);
-        return _texts;
-    }
-
-private:
-    mutable QMutex _mutex;
-    QStringList _texts;
-    int _sink;
-};
 
 OrbImageDesc imageDesc(const OrbId &type)
 {
@@ -511,11 +486,11 @@ void tst_device_run::framesThatNobodyReadsAreDroppedAndTold()
     Bench bench;
     OrbVideoDeviceSetup setup = setupFor(OrbVideoDeviceSetup::Capture);
     setup.setMaxBuffers(6);
-    const Errors errors;
+    const LogCollector log;
     QVERIFY(bench.runSetup(setup));
     QVERIFY(bench.until([&] { return bench.dropped >= 5; }));
-    QVERIFY(errors.texts().contains("Frame lost: too many frames wait to be read"));
-    QVERIFY(errors.texts().size() < bench.dropped); // once a second
+    QVERIFY(log.contains(1, "machine.cpp", "Frame lost: too many frames wait to be read"));
+    QVERIFY(log.lines().filter(QRegularExpression("^1 ")).size() < bench.dropped); // once a second
     QCOMPARE(bench.driver->framesReadable(), 6);
 
     QList<OrbFrame> kept;
@@ -752,9 +727,9 @@ void tst_device_run::aStarvedOutputDropsFramesUnlessTheStreamHasEnded()
     bench.driver->setProperty(OrbIdPropSpeed, 1.0);
     {
         Player player(bench, frames);
-        const Errors errors;
+        const LogCollector log;
         QVERIFY(bench.until([&] { return bench.dropped >= 3; }));
-        QVERIFY(errors.texts().contains("Frame lost: it was not ready to be shown in time"));
+        QVERIFY(log.contains(1, "machine.cpp", "Frame lost: it was not ready to be shown in time"));
         QVERIFY(bench.played().contains(11));
     }
     frames.last().meta().insert(OrbIdEndOfStream, true);
