@@ -92,6 +92,10 @@ def what_has_the_deeper_queue_goes_later(bin_dir):
         wanted = {"frameclock": {None}, "rvd": {-20}, "coder": {-15}, "decoder": {-15}, "clip I/O": {-10},
                   "clip sync": {-10}, "pictures": {-10}}
         check(seen == wanted, str(seen))
+    with Recorder(bin_dir, source="udp://127.0.0.1:5004") as recorder:
+        recorder.start()
+        wait_until("a network's pictures are decoded like others",
+                   lambda: urgency(recorder.processes["rvd"].pid, "input") == {-15})
 
 
 def the_codec_library_records_when_the_device_says_so(bin_dir):

@@ -25,8 +25,10 @@ def records_and_plays_a_clip(bin_dir):
         recorder.do("standby-off")
         recorder.do("play")
         time.sleep(0.5)
-        seen = shown(recorder.frames(50))
-        check(consecutive(seen), f"seen {seen}")
+        frames = recorder.frames(50)
+        check(consecutive(shown(frames)), f"seen {shown(frames)}")
+        late = [frame["seenMs"] - frame["timeMs"] for frame in frames]
+        check(min(late) >= 0 and max(late) < 1000, f"seen {late} ms after they were due")
         # Held on the last frame at the end, and never black.
         time.sleep(4)
         frames = recorder.frames(5)
