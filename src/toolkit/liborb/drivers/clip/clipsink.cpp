@@ -192,10 +192,10 @@ void ClipSink::startSyncing()
     _isStopping = false;
     try {
         _syncThread = std::thread([this] {
-        orbNameThread("clip sync");
-        orbRankThread(OrbWork::Background);
-        syncUntilStopped();
-    });
+            orbNameThread("clip sync");
+            orbRankThread(OrbWork::Background);
+            syncUntilStopped();
+        });
         _writer.setSyncing(clip::ClipWriter::Syncing::BySync);
     } catch (const std::system_error &) {
         _writer.setSyncing(clip::ClipWriter::Syncing::ByWrite);

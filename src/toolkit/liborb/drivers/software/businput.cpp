@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t retryNs = 200'000'000;
 constexpr int stallMs = 500;       ///< without a frame: the feeder has gone
 constexpr int mostPictures = 32;   ///< raw pictures that may be out
-constexpr int fewestPictures = 24;
+constexpr int fewestPictures = InputQueue::capacity + 4;
 constexpr std::size_t pictureBytes = 400'000'000;
 
 OrbImageDesc descOf(const bus::Format &format)

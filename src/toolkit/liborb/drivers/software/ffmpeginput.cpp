@@ -39,7 +39,7 @@ constexpr int calmFrames = 50;                     ///< progressive frames that 
 constexpr int maxWidth = 4096;
 constexpr int maxHeight = 2160;
 constexpr std::size_t pictureBytes = 400'000'000;
-constexpr int fewestPictures = 26; ///< more than wait in the queue
+constexpr int fewestPictures = InputQueue::capacity + 6;
 constexpr int mostPictures = 64;
 
 std::int64_t nowNs()

@@ -9,12 +9,13 @@ namespace ferin {
 namespace {
 
 constexpr double smoothing = 1.0 / 16.0; // a jitter of one frame more or less must not be followed
+constexpr double mostAbove = 2.5;        // frames: a burst is taken by the next beats and not followed either
 
 } // namespace
 
 std::int64_t PhaseFollower::correction(int level, std::int64_t periodNs)
 {
-    _level += (std::clamp<double>(level, 0.0, _target + 2.5) - _level) * smoothing;
+    _level += (std::clamp<double>(level, 0.0, _target + mostAbove) - _level) * smoothing;
     const double error = std::clamp((_level - _target) / 0.5, -1.0, 1.0);
     return -static_cast<std::int64_t>(error * largestShare * static_cast<double>(periodNs));
 }
