@@ -203,6 +203,7 @@ def play_in_another_recorder(bin_dir, medium, name):
         player.do("ff")
         player.wait_for("TransportState", STILL, 30)  # the end, as it is by now
         held = wait_until("the last frame stands", lambda: unmoved(watch))
+        wait_until("the clip has grown", lambda: pictures_in(os.path.join(medium, name)) >= held + 2 * RATE)
         player.do("play")
         wait_until("it follows", lambda: frame_shown(watch) >= held + RATE, 20)
         print(json.dumps({"at_open": at_open, "held": held, "followed": frame_shown(watch)}), flush=True)
